@@ -1,0 +1,14 @@
+#pragma once
+
+// Internal: the rows that each family adds to the function table.
+
+#include <span>
+
+#include "yinet/script/function_table.h"
+
+namespace yinet {
+
+std::span<const ScriptFunction> http_functions();  // http_functions.cpp
+std::span<const ScriptFunction> tls_functions();   // tls_functions.cpp
+
+}  // namespace yinet

@@ -1,0 +1,22 @@
+#pragma once
+
+// The script functions as the library exports them. Each takes one argument block, a record whose first entry under a
+// string key is the record of parameters; inputs are read from there, and results, "_RETV" first of all, are left there.
+// A null block, an empty one and a first entry that is no record are survived without effect. Nothing is thrown; calls may
+// run on any number of threads as long as each has its own block. What the parameters mean stands in one table:
+// yinet/script/function_table.h.
+
+#include "yinet/host/export.h"
+
+class YObject;
+
+extern "C" {
+
+// HTTP
+YINET_API void HTTP_GET(YObject* arguments);
+YINET_API void HTTP_POST(YObject* arguments);
+
+// TLS start-up: prepares the TLS library for several threads. Works with any block, null included, and sets nothing.
+YINET_API void SECURESOCKETGLOBALSSLINIT(YObject* arguments);
+
+}  // extern "C"
