@@ -1,0 +1,170 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "yinet/host/export.h"
+#include "yinet/host/ybuffer.h"
+#include "yinet/host/ylock.h"
+#include "yinet/host/yobject.h"
+#include "yinet/host/ystring.h"
+
+typedef struct bio_st BIO;
+typedef struct ssl_ctx_st SSL_CTX;
+typedef struct ssl_st SSL;
+typedef struct x509_st X509;
+
+namespace yinet {
+struct SocketState;
+}
+
+// The library's one stream connection: TCP through an OpenSSL BIO chain, with or without TLS, blocking or not.
+//
+// Owns its connection and its TLS context; the destructor frees both. A connection whose last act was a write over TLS
+// is ended in order before its descriptor is closed, so that the peer gets every byte; that may take up to the setting
+// kTlsCloseLimit. Nothing raises SIGPIPE.
+//
+// Blocking objects wait in the system without limit, as a blocking socket does. Non-blocking objects wait for readiness
+// only where an operation says so, and never longer than kIdleLimit without progress.
+//
+// Every failure is a result value and one log entry; nothing throws. The first error that OpenSSL queued is the entry's
+// extra text; each operation clears the calling thread's OpenSSL error queue when it begins and when it ends.
+//
+// One thread at a time may use an object; different objects may be used on different threads.
+class YINET_API SecureSocket {
+ public:
+  // Set once OpenSSL's one-time set-up has run.
+  static std::atomic<bool> m_bSSLLibLoaded;
+  // One lock per lock number that OpenSSL reports (1 since OpenSSL guards itself). Made while the library is loaded,
+  // never freed.
+  static YLock* SSLLocks;
+
+  SecureSocket();
+  SecureSocket(const SecureSocket&) = delete;
+  SecureSocket& operator=(const SecureSocket&) = delete;
+  ~SecureSocket();
+
+  // --- Connecting -----------------------------------------------------------------------------------------------------
+  // Results: 0 connected; -1 failed; -2 the certificate was rejected, and the connection stays open for the caller to
+  // decide. An older connection is closed first. With a TLS context (InitSSLClientContext) the handshake is part of it.
+  // `host` is a name, an IPv4 address or an IPv6 address (with or without brackets); a name is tried at all its
+  // addresses. Ports outside 1 to 65535 and an empty host fail without traffic.
+  int Connect(const YString& host, const unsigned int& port, const bool& blocking);
+  // Connects to the proxy and keeps the target's IPv4 address for the negotiation with it, which is the caller's next
+  // step. An empty `proxyHost` connects directly. Fails when host or proxy have no IPv4 address.
+  int Connect(const YString& host, const unsigned int& port, const YString& proxyHost, const unsigned int& proxyPort,
+              const bool& blocking, const YString& proxyUser, const YString& proxyPassword);
+  // The last target once more, with the same TLS context; -1 when there was none.
+  int Reconnect();
+  void Close();  // keeps the TLS context
+
+  // --- Transfer -------------------------------------------------------------------------------------------------------
+  // True when the whole content was taken. A false result leaves open how much the peer got; nothing is sent twice.
+  bool Send(const YBuffer& data);
+  bool Send(const YString& data);
+  // Sizes the target to exactly `size` bytes and reads once: what arrived stands at the front, zeros behind it.
+  // Result: the count; 0 without a connection and, on a non-blocking object, when nothing is there; -1000 when the
+  // connection has ended or failed (logged unless `quiet` or a plain end).
+  int Receive(YBuffer& target, const int& size, bool quiet);
+  int Receive(YString& target, const int& size, bool quiet);
+
+  void SetDataChannel(bool on) { dataChannel = on; }
+  // The system's descriptor, which stays the property of this object; -1 without a connection. Bytes read ahead of the
+  // callers (read_ahead) are not in it any more.
+  int GetScoketDescriptor();  // (sic)
+
+  // --- TLS ------------------------------------------------------------------------------------------------------------
+  // Installs openSSL_Lock where the TLS library still takes a locking callback; OpenSSL 3 guards itself and takes none.
+  // Any number of calls, from any thread.
+  static void globalSSLInit();
+  // Clears the OpenSSL error queue when `threadId` is the calling thread (pthread_self, the system's thread number, or
+  // 0); the queues of other threads cannot be reached.
+  static void freeSSlErrorStackForThread(const unsigned long& threadId);  // (sic)
+
+  // Makes the TLS context for client connections. `certificates` is an item list of folders with trusted certificates
+  // (hashed, as OpenSSL wants them); `listFlag` only chooses the message when one of them cannot be loaded. Without
+  // folders the system's trust store serves when verification is on. A context made before is replaced.
+  bool InitSSLClientContext(const YString& certificates, const bool& listFlag, const bool& ignoreVerification);
+  // Makes the TLS context for accepted connections: certificate chain and key in PEM files (an empty `keyFile` means
+  // that the key stands in the certificate file), the key's password (may be empty), and an item list of PEM files or
+  // folders with the authorities whose client certificates are accepted. `requireClientCertificate` refuses clients
+  // without one.
+  bool InitSSLSeverContext(const YString& certificateFile, const YString& keyFile, const YString& keyPassword,
+                           const YString& clientAuthorities, const bool& requireClientCertificate);  // (sic)
+  // Further trusted authorities for the context made before: a PEM file, or a folder of hashed certificates. False
+  // without a context or when nothing can be loaded from there.
+  bool AddTrustStoreFile(const YString& file);
+  bool AddTrustStoreDirectory(const YString& folder);
+
+  // TLS on the connection that stands, as its client. `context` (an SSL_CTX, not owned) goes before the object's own
+  // context; without either one is made from the first arguments. Bytes that arrived in clear and were read ahead are
+  // thrown away. 0: TLS is up; -1: failed; -2: certificate rejected, the connection stays open.
+  int STARTTLS(const YString& certificates, const bool& listFlag, const bool& ignoreVerification, void* context);
+  // TLS on the connection that stands, as its server; arguments as for InitSSLSeverContext, with client certificates
+  // required when `clientAuthorities` is not empty. An existing context is used as it is.
+  bool STARTTLS(const YString& certificateFile, const YString& keyFile, const YString& keyPassword,
+                const YString& clientAuthorities);
+  // Finishes the handshake of an accepted TLS connection. When that fails the connection goes on as a plain one on the
+  // same descriptor; bytes that the TLS layer has taken in are gone.
+  bool doSSLHandShake();
+  [[nodiscard]] SSL_CTX* GetSSLContext() const { return sslContext; }
+
+  // --- For the protocols of this library ------------------------------------------------------------------------------
+  // Waits until Receive has something to say (bytes or the end), at most `limit_ms` milliseconds; false when the time
+  // passed. True at once without a connection.
+  bool wait_for_input(int limit_ms);
+  // Reads from the system in larger pieces (setting kReadAhead) and serves Receive from them; counts and order stay what
+  // they were. Off by default: only for connections whose descriptor is not handed on and which do not change to TLS
+  // after this. A new connection starts with it off.
+  void read_ahead(bool on);
+  // Bytes of the last Send that the connection has taken, complete or not.
+  [[nodiscard]] std::size_t bytes_sent() const;
+
+ protected:
+  // A connection made elsewhere (accepted); takes over `connection`.
+  SecureSocket(BIO* connection, bool blocking);
+
+  int Connect();
+  bool SendBlocking(const YBuffer& data);
+  bool SendBlocking(const YString& data);
+  bool SendNonBlockig(const YBuffer& data);  // (sic)
+  bool SendNonBlockig(const YString& data);
+  int ReceiveBlocking(YBuffer& target, const int& size, bool quiet);
+  int ReceiveBlocking(YString& target, const int& size, bool quiet);
+  int ReceiveNonBlocking(YBuffer& target, const int& size, bool quiet);
+  int ReceiveNonBlocking(YString& target, const int& size, bool quiet);
+  // Appends `count` bytes per read to the target, zeros where the read brought fewer, until one read brings exactly
+  // `count`; false when the connection ends, stands still for kIdleLimit (non-blocking) or is not there.
+  bool GetBinaryFromReceive(YBuffer& target, int count);
+
+  static void LoadSSLLib();
+  // The handshake on `bio`, which becomes a TLS chain that owns the session. On failure the session stays the caller's
+  // and `bio` stays the plain connection.
+  bool PerformSSlConnect(SSL* session);  // (sic)
+  // Drives the handshake of `session` (null: the session in `bio`) for at most kTlsAttempts waits of kTlsAttemptPause.
+  int tryNonBlockingSllConnect(SSL* session);  // (sic)
+  static int password_cb(char* buffer, int size, int rwflag, void* user);
+  static void openSSL_Lock(int mode, int number, const char* file, int line);
+  YString GetZertifikatInfo(X509* certificate);  // (sic)
+
+  BIO* bio = nullptr;             // owned, with the whole chain; null while not connected
+  SSL_CTX* sslContext = nullptr;  // owned
+  YString keyText;                // password of the server's key
+  YString connectTarget;          // "host:port"; the proxy's through a proxy
+  YString socksTargetAddress;     // dotted IPv4 address behind the proxy; empty without one
+  std::uint32_t socksTargetPort = 0;
+  bool dataChannel = false;  // an FTP data connection
+  YString proxyUser;
+  YString proxyPassword;
+  bool tlsActive = false;  // a handshake ended without success and without an error, and counts as done
+  bool blocking = true;
+  bool ignoreCertificateVerification = true;
+  std::uint32_t listenPort = 0;
+  YObject info;  // what is known of the peer
+
+ private:
+  std::unique_ptr<yinet::SocketState> state_;  // never null
+};
