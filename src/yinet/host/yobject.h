@@ -42,7 +42,7 @@ class RecordEntries;
 //
 // The record owns its values and copies deeply. A pointer to a value stays valid while other entries are added,
 // replaced or deleted, and while the same entry is stored again with the same type. Moving a record keeps them valid
-// too. One thread at a time may change a record.
+// too. A record belongs to one thread at a time; several threads may look up keys in one that nobody changes.
 class YINET_API YObject {
  public:
   YObject();
@@ -80,6 +80,7 @@ class YINET_API YObject {
   bool Delete(std::string_view key);  // false when there was none
   bool Delete(int key);
   void Clear();  // all entries; the record's own flag stays
+  [[nodiscard]] bool IsEmpty() const;  // neither string-keyed nor integer-keyed entries
   [[nodiscard]] int GetStringKeyCount() const;
   [[nodiscard]] YString GetStringKey(int index) const;  // as first spelled; empty outside
   // Copies all entries of `other` into this record, string and integer keys alike; equal keys are replaced.
@@ -137,10 +138,11 @@ class YINET_API YObject {
   }
 
  private:
-  static std::string_view as_key(std::string_view key) { return key; }
-  static std::string_view as_key(const YString& key) { return key; }
-  static std::string_view as_key(const char* key) { return key; }
-  static int as_key(int key) { return key; }
+  template <typename Key>
+  static auto as_key(const Key& key) {
+    if constexpr (std::is_integral_v<Key>) return static_cast<int>(key);
+    else return std::string_view(key);
+  }
 
   std::unique_ptr<yinet::RecordEntries> entries_;  // null while empty
   std::uint8_t flags_ = 1;

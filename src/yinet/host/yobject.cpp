@@ -1,0 +1,409 @@
+#include "yinet/host/yobject.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "yinet/host/text.h"
+
+namespace yinet {
+
+// The value of one entry and its flag. Values stay at their address for the life of the entry as long as their type
+// stays the same; records and arrays are held by pointer because their types are not complete inside themselves.
+class RecordValue {
+ public:
+  [[nodiscard]] std::uint8_t code() const;
+  [[nodiscard]] void* address();
+  // Stores a copy of `*source` (null: the empty value); assigns in place when the type is the same. Null for an unknown
+  // code.
+  void* assign(std::uint8_t code, const void* source);
+  [[nodiscard]] std::string as_text() const;
+  [[nodiscard]] std::int32_t as_integer() const;
+  [[nodiscard]] bool as_bool() const;
+
+  RecordValue() = default;
+  RecordValue(const RecordValue& other) : flags(other.flags) {
+    assign(other.code(), const_cast<RecordValue&>(other).address());
+  }
+  RecordValue& operator=(const RecordValue&) = delete;
+
+  std::uint8_t flags = 0;
+
+ private:
+  template <typename T>
+  void* assign_as(const void* source);
+  template <typename T>
+  void* assign_boxed(const void* source);
+
+  std::variant<std::monostate, bool, std::int32_t, YString, YBuffer, YDateAndTime, std::unique_ptr<YObject>,
+               std::unique_ptr<YObjectArray>>
+      value_;
+};
+
+namespace {
+
+constexpr std::uint8_t kCodes[] = {kTypeAny,    kTypeBool,     kTypeInteger, kTypeString,
+                                   kTypeBuffer, kTypeDateTime, kTypeObject,  kTypeObjectArray};
+
+}  // namespace
+
+std::uint8_t RecordValue::code() const { return kCodes[value_.index()]; }
+
+void* RecordValue::address() {
+  return std::visit(
+      [this](auto& value) -> void* {
+        using T = std::decay_t<decltype(value)>;
+        if constexpr (std::is_same_v<T, std::monostate>) return &value_;
+        else if constexpr (requires { value.get(); }) return value.get();
+        else return &value;
+      },
+      value_);
+}
+
+template <typename T>
+void* RecordValue::assign_as(const void* source) {
+  T* held = std::get_if<T>(&value_);
+  if (held == nullptr) {
+    // The source may live inside the value that is about to go.
+    value_ = source == nullptr ? T{} : T(*static_cast<const T*>(source));
+    return std::get_if<T>(&value_);
+  }
+  if (source == nullptr) *held = T{};
+  else if (source != held) *held = *static_cast<const T*>(source);
+  return held;
+}
+
+template <typename T>
+void* RecordValue::assign_boxed(const void* source) {
+  auto copy = source == nullptr ? std::make_unique<T>() : std::make_unique<T>(*static_cast<const T*>(source));
+  auto* held = std::get_if<std::unique_ptr<T>>(&value_);
+  if (held == nullptr) {
+    T* stored = copy.get();
+    value_ = std::move(copy);
+    return stored;
+  }
+  if (source != held->get()) **held = std::move(*copy);
+  return held->get();
+}
+
+void* RecordValue::assign(std::uint8_t code, const void* source) {
+  switch (code) {
+    case kTypeAny: value_ = std::monostate{}; return &value_;
+    case kTypeBool: return assign_as<bool>(source);
+    case kTypeInteger: return assign_as<std::int32_t>(source);
+    case kTypeString: return assign_as<YString>(source);
+    case kTypeBuffer: return assign_as<YBuffer>(source);
+    case kTypeDateTime: return assign_as<YDateAndTime>(source);
+    case kTypeObject: return assign_boxed<YObject>(source);
+    case kTypeObjectArray: return assign_boxed<YObjectArray>(source);
+    default: return nullptr;
+  }
+}
+
+std::string RecordValue::as_text() const {
+  if (const auto* text = std::get_if<YString>(&value_)) return text->str();
+  if (const auto* number = std::get_if<std::int32_t>(&value_)) return std::to_string(*number);
+  if (const auto* truth = std::get_if<bool>(&value_)) return *truth ? "1" : "0";
+  if (const auto* bytes = std::get_if<YBuffer>(&value_)) return std::string(bytes->view());
+  if (const auto* instant = std::get_if<YDateAndTime>(&value_)) return instant->toIso().str();
+  return {};
+}
+
+std::int32_t RecordValue::as_integer() const {
+  if (const auto* text = std::get_if<YString>(&value_)) return leading_int32(*text);
+  if (const auto* number = std::get_if<std::int32_t>(&value_)) return *number;
+  if (const auto* truth = std::get_if<bool>(&value_)) return *truth ? 1 : 0;
+  if (const auto* bytes = std::get_if<YBuffer>(&value_)) return leading_int32(bytes->view());
+  return 0;
+}
+
+bool RecordValue::as_bool() const { return as_integer() != 0; }
+
+// The entries of one record.
+//
+// String-keyed entries are nodes of their own, so that their addresses stay. `order_` holds them in order of arrival.
+// Deleting leaves a hole: the entries before `packed_` are without holes, and entries behind it are moved down one by
+// one as a position is asked for. So walking, popping from either end and deleting while walking cost one step each.
+class RecordEntries {
+ public:
+  struct Node {
+    std::string key;
+    RecordValue value;
+    std::size_t slot = 0;  // place in order_
+    Node(std::string_view text, std::size_t at) : key(text), slot(at) {}
+  };
+
+  RecordEntries() = default;
+  RecordEntries(const RecordEntries& other) { add_all(other); }
+  RecordEntries& operator=(const RecordEntries&) = delete;
+
+  [[nodiscard]] RecordValue* find(std::string_view key) const {
+    Node* node = find_node(key);
+    return node == nullptr ? nullptr : &node->value;
+  }
+  [[nodiscard]] RecordValue* find(int key) const {
+    const auto found = numbered_.find(key);
+    return found == numbered_.end() ? nullptr : const_cast<RecordValue*>(&found->second);
+  }
+  RecordValue& get_or_add(int key) { return numbered_[key]; }
+  RecordValue& get_or_add(std::string_view key) {
+    if (Node* node = find_node(key)) return node->value;
+    order_.push_back(std::make_unique<Node>(key, order_.size()));
+    Node* node = order_.back().get();
+    if (packed_ + 1 == order_.size()) {
+      ++packed_;
+      scan_ = order_.size();
+    }
+    ++count_;
+    if (!index_.empty()) index_.emplace(node->key, node);
+    else if (count_ > kLinearLimit) build_index();
+    return node->value;
+  }
+
+  bool erase(int key) { return numbered_.erase(key) > 0; }
+  bool erase(std::string_view key) {
+    Node* node = find_node(key);
+    if (node == nullptr) return false;
+    if (!index_.empty()) index_.erase(node->key);
+    const std::size_t slot = node->slot;
+    order_[slot].reset();
+    --count_;
+    if (slot < packed_) {
+      // Slots between the hole and the old end of the packed part are still in order; only the start of the walk moves.
+      packed_ = slot;
+      scan_ = slot + 1;
+    }
+    while (!order_.empty() && order_.back() == nullptr) order_.pop_back();
+    packed_ = std::min(packed_, order_.size());
+    scan_ = std::min(scan_, order_.size());
+    return true;
+  }
+
+  [[nodiscard]] int count() const { return static_cast<int>(count_); }
+  [[nodiscard]] bool empty() const { return count_ == 0 && numbered_.empty(); }
+  [[nodiscard]] Node* at(int index) {
+    if (index < 0 || static_cast<std::size_t>(index) >= count_) return nullptr;
+    pack_until(static_cast<std::size_t>(index));
+    return order_[static_cast<std::size_t>(index)].get();
+  }
+
+  void add_all(const RecordEntries& other) {
+    for (const auto& node : other.order_) {
+      if (node != nullptr) copy_value(node->value, get_or_add(std::string_view(node->key)));
+    }
+    for (const auto& [key, value] : other.numbered_) copy_value(value, get_or_add(key));
+  }
+
+ private:
+  static constexpr std::size_t kLinearLimit = 12;  // below it a walk beats a hash table
+
+  struct Hash {
+    std::size_t operator()(std::string_view key) const {
+      std::uint64_t hash = 14695981039346656037U;  // FNV-1a over the lower-case form
+      for (const char c : key) hash = (hash ^ kLowerCase[static_cast<unsigned char>(c)]) * 1099511628211U;
+      return hash ^ (hash >> 29);
+    }
+  };
+  struct Equal {
+    bool operator()(std::string_view a, std::string_view b) const { return equal_ignoring_case(a, b); }
+  };
+
+  static void copy_value(const RecordValue& from, RecordValue& to) {
+    to.assign(from.code(), const_cast<RecordValue&>(from).address());
+    to.flags = from.flags;
+  }
+
+  [[nodiscard]] Node* find_node(std::string_view key) const {
+    if (!index_.empty()) {
+      const auto found = index_.find(key);
+      return found == index_.end() ? nullptr : found->second;
+    }
+    for (const auto& node : order_) {
+      if (node != nullptr && equal_ignoring_case(node->key, key)) return node.get();
+    }
+    return nullptr;
+  }
+
+  void build_index() {
+    for (const auto& node : order_) {
+      if (node != nullptr) index_.emplace(node->key, node.get());
+    }
+  }
+
+  void pack_until(std::size_t index) {
+    while (packed_ <= index) {
+      while (order_[scan_] == nullptr) ++scan_;
+      if (scan_ != packed_) {
+        order_[packed_] = std::move(order_[scan_]);
+        order_[packed_]->slot = packed_;
+      }
+      ++packed_;
+      ++scan_;
+    }
+    if (packed_ == count_) {
+      order_.resize(count_);
+      scan_ = count_;
+    }
+  }
+
+  std::vector<std::unique_ptr<Node>> order_;
+  std::size_t packed_ = 0;  // slots before it hold entries, without holes
+  std::size_t scan_ = 0;    // where the next entry behind the packed part is looked for
+  std::size_t count_ = 0;
+  std::unordered_map<std::string_view, Node*, Hash, Equal> index_;  // views into the nodes; empty for small records
+  std::map<int, RecordValue> numbered_;
+};
+
+namespace {
+
+template <typename Key>
+void* set_value(std::unique_ptr<RecordEntries>& entries, const Key& key, std::uint8_t code, const void* value,
+                std::uint8_t flags) {
+  if (std::find(std::begin(kCodes), std::end(kCodes), code) == std::end(kCodes)) return nullptr;
+  if (entries == nullptr) entries = std::make_unique<RecordEntries>();
+  RecordValue& entry = entries->get_or_add(key);
+  entry.flags = flags;
+  return entry.assign(code, value);
+}
+
+template <typename Key>
+RecordValue* find_value(const std::unique_ptr<RecordEntries>& entries, const Key& key) {
+  return entries == nullptr ? nullptr : entries->find(key);
+}
+
+void* typed_address(RecordValue* value, std::uint8_t code) {
+  if (value == nullptr || (code != kTypeAny && value->code() != code)) return nullptr;
+  return value->address();
+}
+
+}  // namespace
+}  // namespace yinet
+
+using yinet::find_value;
+using yinet::RecordEntries;
+using yinet::RecordValue;
+using yinet::typed_address;
+
+YObject::YObject() = default;
+YObject::~YObject() = default;
+YObject::YObject(YObject&& other) noexcept = default;
+YObject& YObject::operator=(YObject&& other) noexcept = default;
+
+YObject::YObject(const YObject& other)
+    : entries_(other.entries_ == nullptr ? nullptr : std::make_unique<RecordEntries>(*other.entries_)),
+      flags_(other.flags_) {}
+
+YObject& YObject::operator=(const YObject& other) {
+  if (this != &other) *this = YObject(other);
+  return *this;
+}
+
+void* YObject::Set(std::string_view key, std::uint8_t code, const void* value, std::uint8_t flags) {
+  return yinet::set_value(entries_, key, code, value, flags);
+}
+void* YObject::Set(int key, std::uint8_t code, const void* value, std::uint8_t flags) {
+  return yinet::set_value(entries_, key, code, value, flags);
+}
+
+void* YObject::_GetValuePtr(std::string_view key, std::uint8_t code) const {
+  return typed_address(find_value(entries_, key), code);
+}
+void* YObject::_GetValuePtr(int key, std::uint8_t code) const { return typed_address(find_value(entries_, key), code); }
+
+void* YObject::_GetValuePtrByStringKeyIndex(int index, std::uint8_t code) const {
+  RecordEntries::Node* node = entries_ == nullptr ? nullptr : entries_->at(index);
+  return node == nullptr ? nullptr : typed_address(&node->value, code);
+}
+
+namespace {
+
+YString text_of(const RecordValue* value) { return value == nullptr ? YString() : YString(value->as_text()); }
+int integer_of(const RecordValue* value) { return value == nullptr ? 0 : value->as_integer(); }
+bool bool_of(const RecordValue* value) { return value != nullptr && value->as_bool(); }
+std::uint8_t type_of(const RecordValue* value) { return value == nullptr ? yinet::kTypeAny : value->code(); }
+std::uint8_t flags_of(const RecordValue* value) { return value == nullptr ? std::uint8_t{0} : value->flags; }
+void set_flags_of(RecordValue* value, std::uint8_t flags) {
+  if (value != nullptr) value->flags = flags;
+}
+
+}  // namespace
+
+YString YObject::GetString(std::string_view key) const { return text_of(find_value(entries_, key)); }
+YString YObject::GetString(int key) const { return text_of(find_value(entries_, key)); }
+int YObject::GetInteger(std::string_view key) const { return integer_of(find_value(entries_, key)); }
+int YObject::GetInteger(int key) const { return integer_of(find_value(entries_, key)); }
+bool YObject::GetBool(std::string_view key) const { return bool_of(find_value(entries_, key)); }
+bool YObject::GetBool(int key) const { return bool_of(find_value(entries_, key)); }
+
+bool YObject::Exist(std::string_view key) const { return find_value(entries_, key) != nullptr; }
+bool YObject::Exist(int key) const { return find_value(entries_, key) != nullptr; }
+std::uint8_t YObject::GetType(std::string_view key) const { return type_of(find_value(entries_, key)); }
+std::uint8_t YObject::GetType(int key) const { return type_of(find_value(entries_, key)); }
+bool YObject::Delete(std::string_view key) { return entries_ != nullptr && entries_->erase(key); }
+bool YObject::Delete(int key) { return entries_ != nullptr && entries_->erase(key); }
+void YObject::Clear() { entries_.reset(); }
+
+bool YObject::IsEmpty() const { return entries_ == nullptr || entries_->empty(); }
+
+int YObject::GetStringKeyCount() const { return entries_ == nullptr ? 0 : entries_->count(); }
+
+YString YObject::GetStringKey(int index) const {
+  RecordEntries::Node* node = entries_ == nullptr ? nullptr : entries_->at(index);
+  return node == nullptr ? YString() : YString(node->key);
+}
+
+void YObject::Add(const YObject& other) {
+  if (this == &other || other.entries_ == nullptr) return;
+  if (entries_ == nullptr) entries_ = std::make_unique<RecordEntries>();
+  entries_->add_all(*other.entries_);
+}
+
+void YObject::SetFlags(std::string_view key, std::uint8_t flags) { set_flags_of(find_value(entries_, key), flags); }
+void YObject::SetFlags(int key, std::uint8_t flags) { set_flags_of(find_value(entries_, key), flags); }
+std::uint8_t YObject::GetFlags(std::string_view key) const { return flags_of(find_value(entries_, key)); }
+std::uint8_t YObject::GetFlags(int key) const { return flags_of(find_value(entries_, key)); }
+
+YObjectArray::YObjectArray() = default;
+YObjectArray::~YObjectArray() = default;
+YObjectArray::YObjectArray(YObjectArray&& other) noexcept = default;
+YObjectArray& YObjectArray::operator=(YObjectArray&& other) noexcept = default;
+
+YObjectArray::YObjectArray(const YObjectArray& other) {
+  items_.reserve(other.items_.size());
+  for (const auto& item : other.items_) items_.push_back(std::make_unique<YObject>(*item));
+}
+
+YObjectArray& YObjectArray::operator=(const YObjectArray& other) {
+  if (this != &other) *this = YObjectArray(other);
+  return *this;
+}
+
+YObject* YObjectArray::New() { return items_.emplace_back(std::make_unique<YObject>()).get(); }
+
+void YObjectArray::Add(const YObject& item) { items_.push_back(std::make_unique<YObject>(item)); }
+
+YObject* YObjectArray::ItemPtr(int index) const {
+  return index < 0 || index >= Count() ? nullptr : items_[static_cast<std::size_t>(index)].get();
+}
+
+int YObjectArray::Count() const { return static_cast<int>(items_.size()); }
+
+int YObjectArray::ContentCount() const {
+  return static_cast<int>(std::count_if(items_.begin(), items_.end(), [](const auto& item) { return !item->IsEmpty(); }));
+}
+
+void YObjectArray::Delete(int index) {
+  if (index >= 0 && index < Count()) items_.erase(items_.begin() + index);
+}
+
+void YObjectArray::Clear() { items_.clear(); }
+
+void YObjectArray::Sort(std::string_view key, bool numeric, bool ascending) {
+  const auto before = [&](const auto& a, const auto& b) {
+    const YObject& low = ascending ? *a : *b;
+    const YObject& high = ascending ? *b : *a;
+    if (numeric) return low.GetInteger(key) < high.GetInteger(key);
+    return yinet::compare_ignoring_case(low.GetString(key), high.GetString(key)) < 0;
+  };
+  std::stable_sort(items_.begin(), items_.end(), before);
+}
