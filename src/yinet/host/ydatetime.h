@@ -59,8 +59,8 @@ class YINET_API YDateAndTime {
 
   YDateAndTime() = default;
   // kNow sets the current local date and time. Any other number counts days since 30 December 1899, local time, the
-  // fraction being the time of day, in negative numbers too (-1.25 is 06:00 of 29 December); a number that is not finite
-  // or out of the years 1 to 9999 unsets.
+  // fraction being the time of day, in negative numbers too (-1.25 is 06:00 of 29 December); a number that is not
+  // finite or out of the years 1 to 9999 unsets.
   void Set(double value);
   // Local: the earlier instant where the clock is set back; a time that it skips counts as if it had not been moved
   // yet. A date that is not set unsets.
