@@ -1,0 +1,73 @@
+// Certificates made in the test process, as PEM files. Keys are on the curve P-256, so a certificate
+// costs about a millisecond.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/temp_dir.h"
+
+namespace yinet::test {
+
+struct PemPair {
+  std::filesystem::path certificate;
+  std::filesystem::path key;
+  std::filesystem::path both;  // key and certificate in one file
+};
+
+// What a certificate is to say. The defaults make one that every client accepts for this machine.
+struct CertificateWish {
+  std::string common_name = "localhost";  // any bytes; those above 127 count as Latin-1
+  std::string organization = {};          // left out when empty; any bytes as well
+  std::vector<std::string> dns_names = {"localhost"};
+  std::vector<std::string> addresses = {"127.0.0.1", "::1"};
+  std::chrono::seconds valid_from = std::chrono::hours(-1);  // both counted from now
+  std::chrono::seconds valid_until = std::chrono::hours(24);
+  bool self_signed = false;
+  bool for_client = false;        // its extended key usage is client instead of server authentication
+  bool rsa = false;               // a key of 2048 bits, about 0.1 s: for servers that take nothing else
+  std::string key_password = {};  // encrypts the key file
+};
+
+// A certificate authority and what it has signed, all in a private folder that lives as long as this
+// object. The named certificates are made when first asked for. Thread-safe.
+class Certificates {
+ public:
+  explicit Certificates(std::string_view authority_name = "YInet Test CA");
+  Certificates(const Certificates&) = delete;
+  Certificates& operator=(const Certificates&) = delete;
+  ~Certificates();
+
+  // One for the whole process: enough unless a test needs a second authority.
+  static const Certificates& shared();
+
+  [[nodiscard]] const std::filesystem::path& ca_file() const;
+  // The authority's certificate as OpenSSL looks it up, under the name of its subject's hash.
+  [[nodiscard]] const std::filesystem::path& ca_folder() const;
+
+  [[nodiscard]] PemPair good() const;           // localhost, 127.0.0.1, ::1
+  [[nodiscard]] PemPair self_signed() const;    // same names
+  [[nodiscard]] PemPair wrong_name() const;     // other.example and 127.0.0.99
+  [[nodiscard]] PemPair expired() const;        // since an hour
+  [[nodiscard]] PemPair not_yet_valid() const;  // only from tomorrow on
+  [[nodiscard]] PemPair client() const;         // CN=Test Client
+  // Self-signed; CR, LF, NUL, escape sequences and 8-bit bytes in common name and organisation.
+  [[nodiscard]] PemPair hostile_subject() const;
+
+  // Files named `name`.pem and so on; a name is made only once.
+  [[nodiscard]] PemPair make(const std::string& name, const CertificateWish& wish) const;
+
+ private:
+  struct Authority;
+  std::unique_ptr<Authority> authority_;
+};
+
+// A copy of a PEM certificate in `folder`, under the name by which OpenSSL finds it there ("1a2b3c4d.0").
+// Returns the path of the copy.
+std::filesystem::path add_to_ca_folder(const std::filesystem::path& certificate, const std::filesystem::path& folder);
+
+}  // namespace yinet::test

@@ -1,0 +1,49 @@
+#include "support/requirements.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "support/child_process.h"
+#include "support/socket_address.h"
+
+namespace yinet::test {
+
+std::string missing_program(std::string_view name) {
+  if (find_program(name)) return {};
+  return "the program " + std::string(name) + " is not installed";
+}
+
+std::string missing_root() {
+  return ::geteuid() == 0 ? std::string() : "only root can start this server with logins of its own";
+}
+
+std::string missing_network_namespaces() {
+  static const std::string reason = []() -> std::string {
+    for (const char* program : {"unshare", "ip", "mount"})
+      if (!find_program(program)) return missing_program(program);
+    const CommandResult probe = run_command(in_network_namespace({"true"}));
+    if (probe.exit_code == 0) return {};
+    return "this machine lets no user make a network namespace: " + probe.errors;
+  }();
+  return reason;
+}
+
+std::string missing_ipv6() {
+  const SocketAddress loopback("::1", 0);
+  const FileDescriptor probe(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (probe.valid() && ::bind(probe.get(), loopback.get(), loopback.size()) == 0) return {};
+  return "the loopback has no IPv6 address";
+}
+
+std::vector<std::string> in_network_namespace(const std::vector<std::string>& argv, bool loopback_up,
+                                              const std::filesystem::path& resolver) {
+  std::string set_up = "PATH=$PATH:/usr/sbin:/sbin; ";  // ordinary users lack the folder of ip
+  if (loopback_up) set_up += "ip link set lo up && ";
+  if (!resolver.empty()) set_up += "mount --bind \"$0\" /etc/resolv.conf && ";
+  std::vector<std::string> command{
+      "unshare", "-rmn", "sh", "-c", set_up + "exec \"$@\"", resolver.empty() ? "sh" : resolver.string()};
+  command.insert(command.end(), argv.begin(), argv.end());
+  return command;
+}
+
+}  // namespace yinet::test

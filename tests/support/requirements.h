@@ -1,0 +1,37 @@
+// What a test needs from the machine. Each macro skips the running test, with a reason that says how to
+// make it run, and so belongs into a test's or fixture's own body.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace yinet::test {
+
+// Empty when the need is met, else the reason for the skip.
+std::string missing_program(std::string_view name);
+std::string missing_root();
+std::string missing_network_namespaces();
+std::string missing_ipv6();
+
+// The command line `argv` in a network (and mount) namespace of its own, for any user: no interface but
+// an own loopback, which is up or not, and so all ports free, those below 1024 included. A file given as
+// `resolver` takes the place of /etc/resolv.conf there. Needs YINET_REQUIRE_NETWORK_NAMESPACES().
+std::vector<std::string> in_network_namespace(const std::vector<std::string>& argv, bool loopback_up = true,
+                                              const std::filesystem::path& resolver = {});
+
+}  // namespace yinet::test
+
+#define YINET_SKIP_FOR(reason)                             \
+  do {                                                     \
+    const std::string skip_reason = (reason);              \
+    if (!skip_reason.empty()) GTEST_SKIP() << skip_reason; \
+  } while (false)
+
+#define YINET_REQUIRE_PROGRAM(name) YINET_SKIP_FOR(::yinet::test::missing_program(name))
+#define YINET_REQUIRE_ROOT() YINET_SKIP_FOR(::yinet::test::missing_root())
+#define YINET_REQUIRE_NETWORK_NAMESPACES() YINET_SKIP_FOR(::yinet::test::missing_network_namespaces())
+#define YINET_REQUIRE_IPV6() YINET_SKIP_FOR(::yinet::test::missing_ipv6())

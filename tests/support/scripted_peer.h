@@ -1,0 +1,218 @@
+// Peers whose every byte a test writes down: what they expect, what they send, in which pieces, and how
+// they end. For what real servers will not do.
+//
+//   ScriptedPeer peer(Script().read_until("\r\n\r\n").send("HTTP/1.1 200 OK\r\n\r\n").reset());
+//   ... a client talks to peer.port() ...
+//   EXPECT_EQ(peer.received(), "GET / HTTP/1.1\r\n...");
+//
+// A script that can't be followed (other bytes than expected, a client that closes too early, silence
+// where bytes should come) becomes a failure of the running test, with a transcript of the connection.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/deadline.h"
+#include "support/file_descriptor.h"
+#include "support/tls_context.h"
+
+namespace yinet::test {
+
+// How the other side has ended the connection, as far as was read.
+enum class Ending { none, closed, closed_without_notify, reset };
+
+// One connection, as a script sees it. Every step has a deadline, which begins anew with each byte that
+// moves; a step that fails throws ScriptFailure, which ends the script and is reported. "The client" is
+// the other side. Used by the script's own thread only.
+class Connection {
+ public:
+  // How long a step waits for the client. Once the test finishes the peer, it's at most kGrace.
+  static constexpr milliseconds kStepPatience{20000};
+  static constexpr milliseconds kGrace{5000};
+
+  struct Impl;
+  explicit Connection(Impl& impl) : impl_(impl) {}
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  [[nodiscard]] std::size_t index() const;  // 0 for the first connection of its peer
+  void set_patience(milliseconds patience);
+  void count_only();  // from now on what comes is counted, but not kept for received()
+
+  // --- receiving: bytes that came beyond what a step needs stay for the next one ---
+  void expect(std::string_view bytes);                 // exactly these; fails at the first other byte
+  std::string read_until(std::string_view delimiter);  // up to the delimiter and with it
+  std::string read_line() { return read_until("\n"); }
+  std::string read_exactly(std::size_t count);
+  std::string read_some();       // at least one byte
+  void skip(std::size_t count);  // like read_exactly, without keeping anything
+  std::string read_to_end();     // the rest, until the client ends its side, however it does that
+  void expect_end();             // no further byte, and an end in order: with TLS a close_notify first
+
+  // --- sending ---
+  void send(std::string_view bytes);
+  void send_pieces(const std::vector<std::string>& pieces, milliseconds pause = milliseconds(5));
+  void send_slowly(std::string_view bytes, milliseconds pause = milliseconds(1));  // byte by byte
+  // Sends `bytes` over and over until the client closes, the test finishes the peer or `most` bytes are
+  // out; returns how many went into the socket.
+  std::size_t flood(std::string_view bytes, std::size_t most);
+
+  // --- waiting ---
+  void pause(milliseconds time);      // cut short when the test finishes the peer
+  void wait_for(const Signal& gate);  // until the test sets it
+  // Neither sends nor reads until the client closes or the test finishes the peer: a client that sends
+  // much will get stuck.
+  void stay_silent();
+
+  // --- TLS; the context says whether the script's side is the server or the client ---
+  void start_tls(const TlsContext& context);
+  bool try_tls(const TlsContext& context);  // false, and no failure, when the handshake fails
+  // Takes part in the handshake until its own first flight is ready, and sends only `most` bytes of it.
+  void cut_tls_handshake(const TlsContext& context, std::size_t most);
+  std::string read_tls_record();  // a whole record as it stands on the wire, such as a ClientHello
+  void end_tls();                 // close_notify both ways, then in clear on the same connection
+  [[nodiscard]] TlsInfo tls_info() const;
+
+  // --- ending; a script that has none of these ends with close() ---
+  void close();                 // TLS: close_notify; end of sending; reads on until the client ends too
+  void close_without_notify();  // the same without close_notify
+  void half_close();            // end of sending (with close_notify), the script goes on reading
+  void close_now();             // closes the descriptor: what the client sends from now on is answered by a reset
+  void reset();                 // RST, whatever is still under way is lost
+
+  // Carries bytes between the client and another server on this machine until both have ended.
+  // They are counted, not kept. For scripted proxies, after their own dialogue.
+  void relay_to(std::uint16_t port);
+
+  [[nodiscard]] Ending client_ending() const;
+  [[noreturn]] void fail(const std::string& reason);  // for scripts that judge by themselves
+
+ private:
+  Impl& impl_;
+};
+
+using ConnectionScript = std::function<void(Connection&)>;
+
+// A list of steps, each with the meaning of the Connection function of its name. Can be called again
+// and again; copies are independent.
+class Script {
+ public:
+  Script& then(ConnectionScript step);
+
+  Script& patience(milliseconds patience);
+  Script& count_only();
+  Script& expect(std::string bytes);
+  Script& read_until(std::string delimiter);
+  Script& skip(std::size_t count);
+  Script& read_to_end();
+  Script& expect_end();
+  Script& send(std::string bytes);
+  Script& send_pieces(std::vector<std::string> pieces, milliseconds pause = milliseconds(5));
+  Script& send_slowly(std::string bytes, milliseconds pause = milliseconds(1));
+  Script& flood(std::string bytes, std::size_t most);
+  Script& pause(milliseconds time);
+  Script& wait_for(const Signal& gate);  // the gate must outlive the peer
+  Script& stay_silent();
+  Script& start_tls(TlsContext context = TlsContext::server());
+  Script& cut_tls_handshake(TlsContext context, std::size_t most);
+  Script& read_tls_record();
+  Script& end_tls();
+  Script& close();
+  Script& close_without_notify();
+  Script& half_close();
+  Script& close_now();
+  Script& reset();
+  Script& relay_to(std::uint16_t port);
+
+  void operator()(Connection& connection) const;
+
+ private:
+  std::vector<ConnectionScript> steps_;
+};
+
+class ScriptRunner;  // the threads and records behind peers and clients
+
+// What peers and clients have in common: looking at what happened. All may be called at any time from
+// the test's thread, the waiting ones also from scripts of other peers.
+class ScriptedEnd {
+ public:
+  ScriptedEnd(const ScriptedEnd&) = delete;
+  ScriptedEnd& operator=(const ScriptedEnd&) = delete;
+
+  // Everything that connection number `index` has received so far: application bytes once TLS is up.
+  // When a write was the client's last act, call finish() or wait_for_scripts() first.
+  [[nodiscard]] std::string received(std::size_t index = 0) const;
+  [[nodiscard]] std::size_t received_count(std::size_t index = 0) const;
+  [[nodiscard]] TlsInfo tls(std::size_t index = 0) const;
+  [[nodiscard]] Ending client_ending(std::size_t index = 0) const;
+  [[nodiscard]] std::string transcript(std::size_t index = 0) const;
+
+  // Each is false when the time is over before it happens.
+  [[nodiscard]] bool wait_for_scripts(milliseconds patience = kPatience) const;  // all have come and ended
+  [[nodiscard]] bool wait_for_received(std::string_view text, std::size_t index = 0,
+                                       milliseconds patience = kPatience) const;
+
+  // Lets all scripts run to their end, ends silences, closes everything and reports what went wrong as
+  // failures of the running test. The destructor does the same; a second call does nothing.
+  void finish();
+
+  // Finishes, and returns what went wrong instead of reporting it (empty: nothing).
+  [[nodiscard]] std::string take_failures();
+
+ protected:
+  explicit ScriptedEnd(milliseconds step_patience);
+  ~ScriptedEnd();
+  std::unique_ptr<ScriptRunner> runner_;
+};
+
+// A server: a listener on a free loopback port. Connections run side by side, each in its own thread.
+class ScriptedPeer : public ScriptedEnd {
+ public:
+  struct Options {
+    std::string address = "127.0.0.1";
+    std::uint16_t port = 0;     // 0: a free one
+    bool all_must_come = true;  // a script whose connection never comes is a failure
+    int receive_buffer = 0;     // bytes; small, for a client that shall get stuck. 0: the system's
+    milliseconds step_patience = Connection::kStepPatience;
+  };
+
+  // Exactly one connection, or one for each script in the order of their arrival. Any further one is
+  // reset and reported.
+  explicit ScriptedPeer(ConnectionScript script) : ScriptedPeer(std::move(script), Options()) {}
+  ScriptedPeer(ConnectionScript script, const Options& options);
+  explicit ScriptedPeer(std::vector<ConnectionScript> in_order) : ScriptedPeer(std::move(in_order), Options()) {}
+  ScriptedPeer(std::vector<ConnectionScript> in_order, const Options& options);
+  // Any number of connections, none included, with the same script.
+  static ScriptedPeer for_every_connection(ConnectionScript script) {
+    return for_every_connection(std::move(script), Options());
+  }
+  static ScriptedPeer for_every_connection(ConnectionScript script, const Options& options);
+  ~ScriptedPeer() = default;
+
+  [[nodiscard]] std::uint16_t port() const { return port_; }
+  [[nodiscard]] std::string target() const;  // "127.0.0.1:12345"
+  [[nodiscard]] std::string url(std::string_view path = "/", std::string_view scheme = "http") const;
+
+  [[nodiscard]] std::size_t connection_count() const;
+  [[nodiscard]] bool wait_for_connections(std::size_t count, milliseconds patience = kPatience) const;
+
+ private:
+  enum class Mode { in_order, every };
+  ScriptedPeer(Mode mode, std::vector<ConnectionScript> scripts, const Options& options);
+  std::uint16_t port_ = 0;
+  std::string host_;
+};
+
+// A client: connects to a port of this machine and runs one script, in a thread of its own.
+class ScriptedClient : public ScriptedEnd {
+ public:
+  ScriptedClient(std::uint16_t port, ConnectionScript script, const std::string& address = "127.0.0.1");
+  ~ScriptedClient() = default;
+};
+
+}  // namespace yinet::test

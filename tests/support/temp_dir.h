@@ -1,0 +1,38 @@
+// Private folders and whole-file helpers.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace yinet::test {
+
+// A new folder of mode 0700 below the system's folder for temporary files ($TMPDIR). The destructor
+// removes it with all its content, read-only sub-folders included; what can't be removed is left
+// behind silently. Not thread-safe.
+class TempDir {
+ public:
+  explicit TempDir(std::string_view name = "test");  // throws std::system_error
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  ~TempDir();
+
+  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+  [[nodiscard]] std::filesystem::path operator/(std::string_view name) const { return path_ / name; }
+
+  // Both make missing folders on the way and return the full path.
+  std::filesystem::path write(std::string_view name, std::string_view content) const;
+  std::filesystem::path make_folder(std::string_view name) const;
+
+  // Makes the folder readable for daemons that drop root for another user.
+  void open_to_everybody() const;
+
+ private:
+  std::filesystem::path path_;
+};
+
+// Byte for byte; throw std::system_error when the file can't be read or written.
+std::string read_file(const std::filesystem::path& file);
+void write_file(const std::filesystem::path& file, std::string_view content);
+
+}  // namespace yinet::test
