@@ -1,7 +1,8 @@
 # What run and test share; sourced by them with $root set to the repository. Everything that is said goes to standard
 # error: standard output belongs to the program.
 
-readonly exit_not_installed=3  # packages are missing and could not be installed
+readonly exit_not_installed=3                   # packages are missing and could not be installed
+readonly service_policy=/usr/sbin/policy-rc.d  # package scripts ask it before they start a service; 101 means no
 
 say() { printf '%s\n' "$*" >&2; }
 
@@ -59,13 +60,11 @@ install_packages() {
 
 # Runs in a subshell: the exit trap takes back the policy file however apt ends.
 apt_install() {
-  local policy=/usr/sbin/policy-rc.d
-  if ! [ -e "$policy" ]; then
-    # Package scripts ask this file before they start a service; 101 means no.
-    trap '"${as_root[@]}" rm -f "$policy"' EXIT
+  if ! [ -e "$service_policy" ]; then
+    trap '"${as_root[@]}" rm -f "$service_policy"' EXIT
     trap 'exit 1' INT TERM
-    printf '#!/bin/sh\nexit 101\n' | "${as_root[@]}" tee "$policy" >/dev/null
-    "${as_root[@]}" chmod 755 "$policy"
+    printf '#!/bin/sh\nexit 101\n' | "${as_root[@]}" tee "$service_policy" >/dev/null
+    "${as_root[@]}" chmod 755 "$service_policy"
   fi
   local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=300)
   # One unreachable source need not matter: the installation tells.

@@ -18,8 +18,11 @@ expect_version() { # FILE COMMAND...: the command's output ends with the version
 mv "$work/first" "$work/prefix"
 expect_version "$work/prefix/bin/yinet" --version
 
-"$cmake" -S "$here/consumer" -B "$work/with_cmake" -DCMAKE_PREFIX_PATH="$work/prefix" -DCMAKE_CXX_COMPILER="$compiler" \
-  >"$work/log" 2>&1 && "$cmake" --build "$work/with_cmake" >>"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+{
+  "$cmake" -G Ninja -S "$here/consumer" -B "$work/with_cmake" \
+    -DCMAKE_PREFIX_PATH="$work/prefix" -DCMAKE_CXX_COMPILER="$compiler" &&
+    "$cmake" --build "$work/with_cmake"
+} >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
 expect_version "$work/with_cmake/consumer"
 
 libdir=$(dirname "$(find "$work/prefix" -name libyinet.so)")
