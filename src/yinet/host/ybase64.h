@@ -12,8 +12,9 @@ class YINET_API YBase64 {
  public:
   static YString Encode(const YString& text);
   static YString Encode(const void* bytes, long count);
-  // False, and an empty target, when the text is no base64: a character outside the alphabet, padding in the middle, or
-  // a last group of one character. Blanks (space, tab, CR, LF) are passed over; missing padding at the end is accepted.
+  // False, and an empty target, when the text is no base64: a character outside the alphabet, padding in the middle,
+  // more padding than the last group needs, or a last group of one character. Blanks (space, tab, CR, LF) are passed
+  // over; missing padding at the end is accepted.
   static bool Decode(const YString& text, YString& out);
   static bool Decode(const YString& text, YBuffer& out);
 };

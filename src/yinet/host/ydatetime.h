@@ -18,8 +18,8 @@ class YINET_API YDate {
   [[nodiscard]] int Year() const { return year_; }
   [[nodiscard]] int Month() const { return month_; }  // 1 to 12
   [[nodiscard]] int Day() const { return day_; }      // 1 to 31
-  [[nodiscard]] int Weekday() const;                  // Monday 0 to Sunday 6
-  void AddDays(int days);
+  [[nodiscard]] int Weekday() const;                  // Monday 0 to Sunday 6; -1 when not set
+  void AddDays(int days);                            // a date outside the years 1 to 9999 unsets
   friend bool operator==(const YDate&, const YDate&) = default;
   friend auto operator<=>(const YDate&, const YDate&) = default;
 
@@ -34,7 +34,7 @@ class YINET_API YTime {
  public:
   YTime() = default;
   YTime(int hour, int minute, int second, int millisecond = 0) { Set(hour, minute, second, millisecond); }
-  bool Set(int hour, int minute, int second, int millisecond = 0);
+  bool Set(int hour, int minute, int second, int millisecond = 0);  // false, and midnight, for no time of the day
   [[nodiscard]] int Hour() const { return hour_; }
   [[nodiscard]] int Minute() const { return minute_; }
   [[nodiscard]] int Second() const { return second_; }
@@ -59,9 +59,13 @@ class YINET_API YDateAndTime {
 
   YDateAndTime() = default;
   // kNow sets the current local date and time. Any other number counts days since 30 December 1899, local time, the
-  // fraction being the time of day; a number that is not finite or out of the years 1 to 9999 unsets.
+  // fraction being the time of day, in negative numbers too (-1.25 is 06:00 of 29 December); a number that is not
+  // finite or out of the years 1 to 9999 unsets.
   void Set(double value);
-  void Set(const YDate& date, const YTime& time);  // local; the earlier instant where the clock is set back
+  // Local: the earlier instant where the clock is set back; a time that it skips counts as if it had not been moved
+  // yet. A date that is not set unsets.
+  void Set(const YDate& date, const YTime& time);
+  // Unsets when the local date lies outside the years 1 to 9999.
   void SetEpochMilliseconds(std::int64_t milliseconds);
   void Clear() { instant_.reset(); }
   [[nodiscard]] bool IsSet() const { return instant_.has_value(); }
@@ -72,7 +76,8 @@ class YINET_API YDateAndTime {
 
   // "2026-11-21T10:00:00+01:00", with ".mmm" when there are milliseconds; empty when not set.
   [[nodiscard]] YString toIso() const;
-  // Reads what toIso writes, "Z" as well; a text without zone is local time. False, and unchanged, otherwise.
+  // Reads what toIso writes, "Z" and fractions of any length as well (digits behind the third are dropped); a text
+  // without zone is local time. False, and unchanged, otherwise.
   bool SetIso(std::string_view text);
 
   friend bool operator==(const YDateAndTime&, const YDateAndTime&) = default;

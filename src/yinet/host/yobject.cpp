@@ -119,6 +119,79 @@ std::int32_t RecordValue::as_integer() const {
 
 bool RecordValue::as_bool() const { return as_integer() != 0; }
 
+namespace {
+
+// FNV-1a over the lower-case form, its high bits mixed into the low ones that choose the place.
+std::uint64_t key_hash(std::string_view key) {
+  std::uint64_t hash = 14695981039346656037U;
+  for (const char c : key) hash = (hash ^ kLowerCase[static_cast<unsigned char>(c)]) * 1099511628211U;
+  return hash ^ (hash >> 32);
+}
+
+// Finds nodes by their `key`. Open addressing with the hash beside each pointer, so that neither growing nor walking
+// over neighbours touches the nodes themselves: that keeps look-ups flat up to millions of keys.
+template <typename Node>
+class KeyIndex {
+ public:
+  [[nodiscard]] bool empty() const { return count_ == 0; }
+
+  [[nodiscard]] Node* find(std::uint64_t hash, std::string_view key) const {
+    for (std::size_t at = home(hash); slots_[at].node != nullptr; at = next(at)) {
+      if (slots_[at].hash == hash && equal_ignoring_case(slots_[at].node->key, key)) return slots_[at].node;
+    }
+    return nullptr;
+  }
+
+  void add(std::uint64_t hash, Node* node) {
+    if ((count_ + 1) * 4 > slots_.size() * 3) grow();
+    place(hash, node);
+    ++count_;
+  }
+
+  void remove(std::uint64_t hash, const Node* node) {
+    std::size_t hole = home(hash);
+    while (slots_[hole].node != node) hole = next(hole);
+    // Entries behind the hole move back unless they would land before their home.
+    for (std::size_t at = next(hole); slots_[at].node != nullptr; at = next(at)) {
+      const std::size_t from_home = (at - home(slots_[at].hash)) & mask();
+      if (from_home < ((at - hole) & mask())) continue;
+      slots_[hole] = slots_[at];
+      hole = at;
+    }
+    slots_[hole].node = nullptr;
+    --count_;
+  }
+
+ private:
+  struct Slot {
+    std::uint64_t hash = 0;
+    Node* node = nullptr;
+  };
+
+  [[nodiscard]] std::size_t mask() const { return slots_.size() - 1; }
+  [[nodiscard]] std::size_t home(std::uint64_t hash) const { return static_cast<std::size_t>(hash) & mask(); }
+  [[nodiscard]] std::size_t next(std::size_t at) const { return (at + 1) & mask(); }
+
+  void place(std::uint64_t hash, Node* node) {
+    std::size_t at = home(hash);
+    while (slots_[at].node != nullptr) at = next(at);
+    slots_[at] = {hash, node};
+  }
+
+  void grow() {
+    std::vector<Slot> old(std::max<std::size_t>(32, slots_.size() * 2));
+    old.swap(slots_);
+    for (const Slot& slot : old) {
+      if (slot.node != nullptr) place(slot.hash, slot.node);
+    }
+  }
+
+  std::vector<Slot> slots_;  // a power of two
+  std::size_t count_ = 0;
+};
+
+}  // namespace
+
 // The entries of one record.
 //
 // String-keyed entries are nodes of their own, so that their addresses stay. `order_` holds them in order of arrival.
@@ -138,7 +211,7 @@ class RecordEntries {
   RecordEntries& operator=(const RecordEntries&) = delete;
 
   [[nodiscard]] RecordValue* find(std::string_view key) const {
-    Node* node = find_node(key);
+    Node* node = find_node(key, index_.empty() ? 0 : key_hash(key));
     return node == nullptr ? nullptr : &node->value;
   }
   [[nodiscard]] RecordValue* find(int key) const {
@@ -147,7 +220,8 @@ class RecordEntries {
   }
   RecordValue& get_or_add(int key) { return numbered_[key]; }
   RecordValue& get_or_add(std::string_view key) {
-    if (Node* node = find_node(key)) return node->value;
+    const std::uint64_t hash = index_.empty() ? 0 : key_hash(key);
+    if (Node* node = find_node(key, hash)) return node->value;
     order_.push_back(std::make_unique<Node>(key, order_.size()));
     Node* node = order_.back().get();
     if (packed_ + 1 == order_.size()) {
@@ -155,23 +229,23 @@ class RecordEntries {
       scan_ = order_.size();
     }
     ++count_;
-    if (!index_.empty()) index_.emplace(node->key, node);
+    if (!index_.empty()) index_.add(hash, node);
     else if (count_ > kLinearLimit) build_index();
     return node->value;
   }
 
   bool erase(int key) { return numbered_.erase(key) > 0; }
   bool erase(std::string_view key) {
-    Node* node = find_node(key);
+    const std::uint64_t hash = index_.empty() ? 0 : key_hash(key);
+    Node* node = find_node(key, hash);
     if (node == nullptr) return false;
-    if (!index_.empty()) index_.erase(node->key);
+    if (!index_.empty()) index_.remove(hash, node);
     const std::size_t slot = node->slot;
     order_[slot].reset();
     --count_;
     if (slot < packed_) {
-      // Slots between the hole and the old end of the packed part are still in order; only the start of the walk moves.
+      if (slot + 1 < packed_) scan_ = slot + 1;  // the packed entries behind the hole move down when they are asked for
       packed_ = slot;
-      scan_ = slot + 1;
     }
     while (!order_.empty() && order_.back() == nullptr) order_.pop_back();
     packed_ = std::min(packed_, order_.size());
@@ -197,27 +271,14 @@ class RecordEntries {
  private:
   static constexpr std::size_t kLinearLimit = 12;  // below it a walk beats a hash table
 
-  struct Hash {
-    std::size_t operator()(std::string_view key) const {
-      std::uint64_t hash = 14695981039346656037U;  // FNV-1a over the lower-case form
-      for (const char c : key) hash = (hash ^ kLowerCase[static_cast<unsigned char>(c)]) * 1099511628211U;
-      return hash ^ (hash >> 29);
-    }
-  };
-  struct Equal {
-    bool operator()(std::string_view a, std::string_view b) const { return equal_ignoring_case(a, b); }
-  };
-
   static void copy_value(const RecordValue& from, RecordValue& to) {
     to.assign(from.code(), const_cast<RecordValue&>(from).address());
     to.flags = from.flags;
   }
 
-  [[nodiscard]] Node* find_node(std::string_view key) const {
-    if (!index_.empty()) {
-      const auto found = index_.find(key);
-      return found == index_.end() ? nullptr : found->second;
-    }
+  // `hash` counts only while there is an index.
+  [[nodiscard]] Node* find_node(std::string_view key, std::uint64_t hash) const {
+    if (!index_.empty()) return index_.find(hash, key);
     for (const auto& node : order_) {
       if (node != nullptr && equal_ignoring_case(node->key, key)) return node.get();
     }
@@ -226,7 +287,7 @@ class RecordEntries {
 
   void build_index() {
     for (const auto& node : order_) {
-      if (node != nullptr) index_.emplace(node->key, node.get());
+      if (node != nullptr) index_.add(key_hash(node->key), node.get());
     }
   }
 
@@ -250,7 +311,7 @@ class RecordEntries {
   std::size_t packed_ = 0;  // slots before it hold entries, without holes
   std::size_t scan_ = 0;    // where the next entry behind the packed part is looked for
   std::size_t count_ = 0;
-  std::unordered_map<std::string_view, Node*, Hash, Equal> index_;  // views into the nodes; empty for small records
+  KeyIndex<Node> index_;    // empty for small records
   std::map<int, RecordValue> numbered_;
 };
 

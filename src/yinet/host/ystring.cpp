@@ -110,35 +110,46 @@ YString YString::FormatAll(const YString* values, std::size_t count) const {
   return YString(yinet::format_placeholders(text_, views.data(), count));
 }
 
+const YString::ItemRules& YString::rules() const {
+  static const ItemRules usual;
+  return rules_ == nullptr ? usual : *rules_;
+}
+
+void YString::change_rules(ItemRules rules) { rules_ = std::make_shared<const ItemRules>(std::move(rules)); }
+
+void YString::ItemDelimiter(std::string_view delimiters) { change_rules({std::string(delimiters), rules().trim}); }
+
+void YString::ItemDeleteBlanks(bool on) { change_rules({rules().delimiters, on}); }
+
 int YString::GetItemCount() const {
   if (text_.empty()) return 0;
-  if (delimiters_.size() == 1) {
-    return 1 + static_cast<int>(std::count(text_.begin(), text_.end(), delimiters_.front()));
-  }
-  return static_cast<int>(yinet::split(text_, delimiters_).size());
+  const std::string& delimiters = rules().delimiters;
+  if (delimiters.size() == 1) return 1 + static_cast<int>(std::count(text_.begin(), text_.end(), delimiters.front()));
+  return static_cast<int>(yinet::split(text_, delimiters).size());
 }
 
 YString YString::GetItem(int index) const {
   if (index < 0) return {};
+  const std::string& delimiters = rules().delimiters;
   std::size_t start = 0;
   for (; index > 0; --index) {
-    start = text_.find_first_of(delimiters_, start);
+    start = text_.find_first_of(delimiters, start);
     if (start == std::string::npos) return {};
     ++start;
   }
-  const std::size_t end = text_.find_first_of(delimiters_, start);
+  const std::size_t end = text_.find_first_of(delimiters, start);
   const std::string_view item = std::string_view(text_).substr(start, end == std::string::npos ? end : end - start);
-  return YString(trim_items_ ? yinet::trimmed(item) : item);
+  return YString(rules().trim ? yinet::trimmed(item) : item);
 }
 
 void YString::AddItem(std::string_view item) {
-  if (!text_.empty()) text_ += delimiters_.empty() ? kItemDelimiter : delimiters_.front();
+  if (!text_.empty()) text_ += rules().delimiters.empty() ? kItemDelimiter : rules().delimiters.front();
   text_ += item;
 }
 
 std::vector<std::string_view> YString::Items() const {
-  auto items = yinet::split(text_, delimiters_);
-  if (trim_items_) {
+  auto items = yinet::split(text_, rules().delimiters);
+  if (rules().trim) {
     for (auto& item : items) item = yinet::trimmed(item);
   }
   return items;

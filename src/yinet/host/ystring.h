@@ -1,6 +1,7 @@
 #pragma once
 
 #include <concepts>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -96,9 +97,9 @@ class YINET_API YString {
     return FormatAll(texts, sizeof...(Values));
   }
 
-  void ItemDelimiter(std::string_view delimiters) { delimiters_ = delimiters; }  // a set of characters
-  [[nodiscard]] const std::string& ItemDelimiter() const { return delimiters_; }
-  void ItemDeleteBlanks(bool on) { trim_items_ = on; }  // GetItem and Items give trimmed items
+  void ItemDelimiter(std::string_view delimiters);  // a set of characters
+  [[nodiscard]] const std::string& ItemDelimiter() const { return rules().delimiters; }
+  void ItemDeleteBlanks(bool on);  // GetItem and Items give trimmed items
   [[nodiscard]] int GetItemCount() const;
   [[nodiscard]] YString GetItem(int index) const;  // empty outside the list
   void AddItem(std::string_view item);             // no leading delimiter in an empty list
@@ -112,7 +113,13 @@ class YINET_API YString {
   }
   [[nodiscard]] YString FormatAll(const YString* values, std::size_t count) const;
 
+  struct ItemRules {
+    std::string delimiters = std::string(1, kItemDelimiter);
+    bool trim = false;
+  };
+  [[nodiscard]] const ItemRules& rules() const;
+  void change_rules(ItemRules rules);
+
   std::string text_;
-  std::string delimiters_ = std::string(1, kItemDelimiter);
-  bool trim_items_ = false;
+  std::shared_ptr<const ItemRules> rules_;  // null for the usual ones, which most texts never change
 };
