@@ -1,0 +1,89 @@
+#include "yinet/host/messages.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <set>
+#include <stdexcept>
+
+#include "yinet/host/settings.h"
+#include "yinet/host/text.h"
+#include "yinet/host/ytextmanager.h"
+
+namespace yinet {
+namespace {
+
+class MessagesTest : public testing::Test {
+ protected:
+  void TearDown() override {
+    set_message_catalogue(nullptr);
+    set_message_language(std::nullopt);
+    set_setting("System", "Sprache", std::nullopt);
+  }
+};
+
+// The placeholders of a text, padded forms by their number.
+std::set<char> placeholders(std::string_view text) {
+  std::set<char> found;
+  for (std::size_t i = 0; i + 2 < text.size(); ++i)
+    if (text[i] == '$' && is_digit(text[i + 1]) && (text[i + 2] == '$' || text[i + 2] == ':'))
+      found.insert(text[i + 1]);
+  return found;
+}
+
+TEST_F(MessagesTest, EveryNumberHasARowAndEveryRowANumber) {
+  std::vector<int> rows;
+  for (const auto& message : all_messages()) rows.push_back(message.number);
+  EXPECT_THAT(rows, testing::ElementsAreArray(message::kAllNumbers)) << "both lists are ascending and without doubles";
+  EXPECT_EQ(std::adjacent_find(rows.begin(), rows.end(), std::greater_equal<>()), rows.end());
+}
+
+TEST_F(MessagesTest, EveryRowIsComplete) {
+  for (const auto& message : all_messages()) {
+    EXPECT_THAT(message.level, testing::AnyOf(0, 2, 5, 6, 8)) << message.number;
+    EXPECT_FALSE(message.german.empty() || message.english.empty()) << message.number;
+    EXPECT_EQ(message.cure.empty(), message.level == 0) << message.number;
+    EXPECT_EQ(placeholders(message.german), placeholders(message.english)) << message.number;
+    const std::set<char> used = placeholders(message.english);
+    EXPECT_TRUE(used.empty() || *used.rbegin() - '0' == static_cast<int>(used.size()))
+        << message.number << " has a gap";
+    EXPECT_EQ(std::string(message.german), printable(message.german)) << message.number;
+    EXPECT_TRUE(std::all_of(message.english.begin(), message.english.end(), [](char c) {
+      return c >= ' ' && c <= '~';
+    })) << message.number;
+  }
+}
+
+TEST_F(MessagesTest, LanguageFollowsTheSettingUnlessSet) {
+  EXPECT_EQ(YTextManager.GetYText(message::kHttpConnectFailed, "h"), "The HTTP connection to h failed.");
+  set_setting("System", "Sprache", "DE");
+  EXPECT_EQ(YTextManager.GetYText(message::kHttpConnectFailed, "h"), "Die HTTP-Verbindung zu h ist fehlgeschlagen.");
+  EXPECT_EQ(YTextManager.GetYText(message::kTemporaryFolderUnusable, "a", "b"),
+            "Das tempor\xE4re Verzeichnis a ist nicht benutzbar: b");
+  set_message_language(Language::english);
+  EXPECT_EQ(YTextManager.GetYText(message::kHttpConnectFailed, "h"), "The HTTP connection to h failed.");
+}
+
+TEST_F(MessagesTest, APluggedCatalogueComesFirstAndMayFail) {
+  set_message_catalogue([](int number) -> std::optional<std::string> {
+    if (number == message::kHttpSendFailed) throw std::runtime_error("no");
+    if (number == message::kHttpConnectFailed) return "nix mit $1$";
+    return std::nullopt;
+  });
+  EXPECT_EQ(YTextManager.GetYText(message::kHttpConnectFailed, "h"), "nix mit h");
+  EXPECT_EQ(YTextManager.GetYText(message::kHttpSendFailed), "The HTTP request could not be sent.");
+  EXPECT_EQ(YTextManager.GetYText(message::kDnsQueryFailed, "n", "9003"), "The DNS query for n failed (status 9003).");
+}
+
+TEST_F(MessagesTest, AnUnknownNumberShowsItsParameters) {
+  EXPECT_EQ(find_message(1), nullptr);
+  EXPECT_THAT(std::string(YTextManager.GetYText(1, "a", "b", "", "", "", "", "", "", "i")),
+              testing::MatchesRegex("Message 1 a b +i"));
+}
+
+TEST_F(MessagesTest, PlaceholdersInParametersStay) {
+  EXPECT_EQ(YTextManager.GetYText(message::kHttpConnectFailed, "$2$", "x"), "The HTTP connection to $2$ failed.");
+}
+
+}  // namespace
+}  // namespace yinet

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <algorithm>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "yinet/host/ylog.h"
+
+// Collects everything that is logged while it lives, from all threads, and gives the log back to the default sink at its
+// end. One at a time.
+class LogCapture {
+ public:
+  LogCapture() {
+    yinet::set_log_sink([this](const yinet::LogRecord& record) {
+      const std::lock_guard guard(mutex_);
+      records_.push_back(record);
+    });
+  }
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+  // A thread of the test that still logs must have ended before.
+  ~LogCapture() { yinet::set_log_sink(nullptr); }
+
+  // What was logged up to now, oldest first.
+  [[nodiscard]] std::vector<yinet::LogRecord> records() const {
+    const std::lock_guard guard(mutex_);
+    return records_;
+  }
+  // Numbers of the events and errors, oldest first; traces are left out.
+  [[nodiscard]] std::vector<int> numbers() const {
+    std::vector<int> numbers;
+    for (const yinet::LogRecord& record : records())
+      if (record.kind == yinet::LogKind::event || record.kind == yinet::LogKind::error)
+        numbers.push_back(record.number);
+    return numbers;
+  }
+  // The last record with this number; an empty one (number 0) when there is none.
+  [[nodiscard]] yinet::LogRecord last(int number) const {
+    const auto all = records();
+    const auto found =
+        std::find_if(all.rbegin(), all.rend(), [&](const auto& record) { return record.number == number; });
+    return found == all.rend() ? yinet::LogRecord{} : *found;
+  }
+  void clear() {
+    const std::lock_guard guard(mutex_);
+    records_.clear();
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<yinet::LogRecord> records_;
+};
