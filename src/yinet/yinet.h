@@ -23,6 +23,7 @@
 #include "yinet/host/yscript.h"
 #include "yinet/host/ystring.h"
 #include "yinet/host/ytextmanager.h"
+#include "yinet/http/http.h"
 #include "yinet/net/secure_socket.h"
 #include "yinet/script/function_table.h"
 #include "yinet/script/functions.h"

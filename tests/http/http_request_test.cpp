@@ -1,0 +1,100 @@
+// URLs in, request heads out.
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+
+#include "yinet/host/yobject.h"
+#include "yinet/http/http_request.h"
+#include "yinet/http/http_url.h"
+
+namespace yinet {
+namespace {
+
+using namespace std::string_view_literals;
+
+TEST(HttpUrl, IsReadByCounting) {
+  const struct {
+    std::string_view url, host;
+    unsigned port;
+    std::string_view path;
+    bool tls;
+  } kCases[] = {
+      {"http://h", "h", 80, "", false},
+      {"https://h", "h", 443, "", true},
+      {"HTTPS://H:8443/a?b=1", "H", 8443, "/a?b=1", true},
+      {"hTtP://h/x:y//z", "h", 80, "/x:y//z", false},
+      {"httpXYZh/", "h", 80, "/", false},
+      {"httpSXYZh/", "h", 443, "/", true},
+      {"h:81/a", "h", 81, "/a", false},
+      {"/a", "", 80, "/a", false},
+      {"ftp://h/x", "ftp", 0, "//h/x", false},
+      {"http://h?q=/x", "h?q=", 80, "/x", false},
+      {"http://h:/", "h", 0, "/", false},
+      {"http://h:70000", "h", 70000, "", false},
+      {"http://h:-1", "h", 4294967295U, "", false},
+      {"http://h:99999999999", "h", 2147483647, "", false},
+      {"http://h:8x:9", "h", 8, "", false},
+      {"http://[::1]:80/", "[", 0, "/", false},
+      {"", "", 80, "", false},
+      {"http", "", 80, "", false},
+      {"https:/", "", 443, "", true},
+  };
+  for (const auto& expected : kCases) {
+    const HttpUrl got = parse_http_url(expected.url);
+    EXPECT_EQ(got.host, expected.host) << expected.url;
+    EXPECT_EQ(got.port, expected.port) << expected.url;
+    EXPECT_EQ(got.path, expected.path) << expected.url;
+    EXPECT_EQ(got.tls, expected.tls) << expected.url;
+  }
+}
+
+TEST(HttpUrl, WithoutSSchemeKeepsTheFlagButCountsSeven) {
+  const HttpUrl got = parse_http_url("http://h", true);
+  EXPECT_EQ(got.host, "h");
+  EXPECT_EQ(got.port, 443U);
+  EXPECT_TRUE(parse_http_url("h", true).tls);
+}
+
+constexpr std::chrono::sys_seconds kTime{std::chrono::seconds(784111777)};
+
+TEST(RequestHead, OfGetHasExactlyTheseBytes) {
+  YObject cookies;
+  cookies.Ensure<YObject>("b").StoreText("VALUE", "2=$1$");
+  cookies.StoreText("no record", "x");
+  cookies.Ensure<YObject>("A").StoreText("VALUE", "1");
+  const char* const german = std::setlocale(LC_ALL, "de_DE.UTF-8");  // where it is installed
+  EXPECT_EQ(request_head_text({.host = "h", .path = "", .user_agent = "$2$", .time = kTime, .cookies = &cookies}),
+            "GET / HTTP/1.1\r\nHOST:h\r\nUSER-AGENT:$2$\r\nCache-Control: no-cache\r\n"
+            "Date:Sun, 06 Nov 1994 08:49:37 GMT\r\nAccept:*/*\r\nCOOKIE: b=2=$1$\r\nCOOKIE: A=1\r\n\r\n")
+      << "locale " << (german ? german : "C");
+  std::setlocale(LC_ALL, "C");
+}
+
+TEST(RequestHead, OfPostEndsWithLengthAndType) {
+  const std::string head = request_head_text({.method = kMethodPost, .host = "h", .path = "/p q", .time = kTime});
+  EXPECT_TRUE(head.starts_with("POST /p q HTTP/1.1\r\nHOST:h\r\n")) << head;
+  EXPECT_TRUE(head.ends_with("Accept:*/*\r\nContent-Length:0\r\nContent-Type:text/plain\r\n\r\n")) << head;
+  EXPECT_TRUE(request_head_text({.method = kMethodPost, .content_length = 2147483647, .content_type = "a/b"})
+                  .ends_with("\r\nContent-Length:2147483647\r\nContent-Type:a/b\r\n\r\n"));
+  EXPECT_TRUE(request_head_text({.method = 3}).starts_with(" / HTTP/1.1\r\n"));
+}
+
+TEST(RequestHead, NamesTheValueThatWouldBreakALine) {
+  for (const std::string_view bad : {"a\rb"sv, "\n"sv, "a\0"sv}) {
+    YObject by_name;
+    by_name.Ensure<YObject>(bad).StoreText("VALUE", "v");
+    YObject by_value;
+    by_value.Ensure<YObject>("n").StoreText("VALUE", bad);
+    EXPECT_EQ(line_breaking_value({.host = bad}), bad);
+    EXPECT_EQ(line_breaking_value({.path = bad}), bad);
+    EXPECT_EQ(line_breaking_value({.user_agent = bad}), bad);
+    EXPECT_EQ(line_breaking_value({.method = kMethodPost, .content_type = bad}), bad);
+    EXPECT_EQ(line_breaking_value({.cookies = &by_name}), bad);
+    EXPECT_EQ(line_breaking_value({.cookies = &by_value}), "n");
+  }
+  EXPECT_EQ(line_breaking_value({.host = "\xE4 h", .path = "/ \t", .user_agent = "\x01"}), std::nullopt);
+}
+
+}  // namespace
+}  // namespace yinet

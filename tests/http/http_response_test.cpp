@@ -1,0 +1,211 @@
+// Header blocks, chunked bodies and the exact reader. The literal reader's own test is literal_reader_model_test.cpp.
+
+#include "yinet/http/http_response.h"
+
+#include <gtest/gtest.h>
+
+#include "yinet/host/yobject.h"
+
+namespace yinet {
+namespace {
+
+using namespace std::string_literals;
+
+constexpr ReplyLimits kLimits{.header_bytes = 8 << 20, .body_bytes = 0, .cookies = 300};
+
+std::string dump(const YObject& record) {  // name=value|name={name=value|}|
+  std::string text;
+  for (int i = 0; i < record.GetStringKeyCount(); ++i) {
+    const auto* nested = record.FindAt<YObject>(i);
+    text += record.GetStringKey(i).str() + "=";
+    text += nested ? "{" + dump(*nested) + "}" : record.FindAt<YString>(i)->str();
+    text += "|";
+  }
+  return text;
+}
+
+TEST(HeaderBlock, Cases) {
+  const struct {
+    std::string block, status;
+    int code;
+    std::string header;
+  } kCases[] = {
+      {"HTTP/1.1 404 Not Found", "404 Not Found", 404, ""},
+      {"HTTP/1.1 200", "200", 200, ""},
+      {"\r\n\r\nHTTP/1.1 200 OK\r\n\r\nA:b", "200 OK", 200, "A=b|"},
+      {"HTTP/1.1  200 OK", " 200 OK", 0, ""},
+      {"200", "200", 0, ""},
+      {"HTTP/1.1 OK 200", "OK 200", 0, ""},
+      {"", "", 0, ""},
+      {"x 1\r\nLocation: http://h/x", "1", 1, "Location=http|"},
+      {"x 1\r\n a \t: b :c\r\nA:2\r\nlone\r\n:v", "1", 1, "a=2|lone=|=v|"},
+      {"x 1\r\nk:\xE4\0\x01z"s, "1", 1, "k=\xE4\0\x01z|"s},
+      {"x 1\r\nSet-Cookie: a=1; path=/\r\nSET-COOKIE:A = 2=3;x\r\nset-cookie:b", "1", 1,
+       "COOKIES={a={VALUE=2=3|}|b={VALUE=|}|}|"},
+      {"x 1\r\nSet-Cookie:a=\x01\r\nSet-Cookie:\x7F=1\r\nSet-Cookie:n=\0"s, "1", 1, "COOKIES={}|"},
+      {"x 1\r\nCOOKIES: x\r\nSet-Cookie: a=b", "1", 1, "COOKIES={a={VALUE=b|}|}|"},
+      {"x 1\r\nSet-Cookie: a=b\r\nCOOKIES: x", "1", 1, "COOKIES=x|"},
+  };
+  for (const auto& expected : kCases) {
+    YObject header;
+    YString status("before");
+    EXPECT_EQ(parse_header_block(expected.block, 300, header, status), expected.code) << expected.block;
+    EXPECT_EQ(status, expected.status.c_str()) << expected.block;
+    EXPECT_EQ(dump(header), expected.header) << expected.block;
+  }
+}
+
+// Anything but linear cost would run into the time limit of the test.
+TEST(HeaderBlock, HostileAmountsCostLinearTimeAndKeepFewCookies) {
+  std::string cookies = "HTTP/1.1 200 OK\r\n";
+  std::string equal_names = cookies;
+  for (int i = 0; i < 1000000; ++i) {
+    cookies += "Set-Cookie: c" + std::to_string(i) + "=v\r\n";
+    equal_names += "N: " + std::to_string(i) + "\r\n";
+  }
+  YObject header;
+  YString status;
+  parse_header_block(cookies + "Set-Cookie: c299=w\r\n", 300, header, status);
+  const auto* kept = header.Find<YObject>(kCookies);
+  EXPECT_EQ(kept->GetStringKeyCount(), 300);
+  EXPECT_EQ(kept->Find<YObject>("c299")->GetString("VALUE"), "w");
+  parse_header_block(equal_names, 300, header, status);
+  EXPECT_EQ(header.GetString("n"), "999999");
+
+  LiteralReplyReader reader(kLimits, header, status);
+  std::size_t fed = 0;
+  while (reader.feed("x") == ReplyProgress::more) ++fed;
+  EXPECT_EQ(fed, kLimits.header_bytes);
+}
+
+TEST(ChunkedBody, Cases) {
+  const std::string many_digits(17, '1');
+  const struct {
+    std::string raw, content;
+  } kCases[] = {
+      {"5\r\nhello\r\n1;x=y\r\n \r\n0\r\n\r\n", "hello "},
+      {" \t\n5\r\nhelloXX05\r\nworld\r\n0\r\n", "helloworld"},  // the two bytes behind the data are not looked at
+      {"a\r\n0\r\n\r\n45678\r\n0\r\n\r\n", "0\r\n\r\n45678"},
+      {"3\r\nabc\r\n-5\r\nhello\r\n", "abc"},
+      {"3\r\nabc\r\n+5\r\nhello\r\n", "abc"},
+      {"0x10\r\nhello", ""},
+      {"\r\nhello", ""},
+      {";x\r\nhello", ""},
+      {"5 hello", ""},
+      {"7fffffff\r\n0123456789", "0123456789"},
+      {"80000000\r\n0123456789", "0123456789"},
+      {"ffffffffffffffff\r\n0123456789", "0123456789"},
+      {"0000000000000000000003\r\nabcdef", "abc"},
+      {many_digits + "\r\n0123456789", ""},
+      {"3\r\nabc", "abc"},
+      {"3\r\nab", "ab"},
+      {"", ""},
+  };
+  for (const auto& expected : kCases) {
+    std::string bytes = expected.raw;
+    bytes.resize(decode_chunks_in_place(bytes.data(), bytes.size()));
+    EXPECT_EQ(bytes, expected.content) << expected.raw;
+  }
+}
+
+TEST(ChunkedBody, CutAnywhereGivesTheBeginningOfTheContent) {
+  const std::string raw = "5\r\nhello\r\nA;e=1\r\n0\r\n\r\nworld\r\n0\r\n\r\n";
+  const std::string content = "hello0\r\n\r\nworld";
+  for (std::size_t kept = 0; kept <= raw.size(); ++kept) {
+    std::string bytes = raw.substr(0, kept);
+    bytes.resize(decode_chunks_in_place(bytes.data(), bytes.size()));
+    EXPECT_EQ(bytes, content.substr(0, bytes.size())) << kept;
+    EXPECT_GE(bytes.size() + 25, kept);
+  }
+}
+
+// --- The exact reader -----------------------------------------------------------------------------------------------
+
+struct Reply {
+  ReplyProgress progress;
+  int code;
+  std::string body;
+  bool operator==(const Reply&) const = default;
+};
+void PrintTo(const Reply& reply, std::ostream* out) {
+  *out << "progress " << static_cast<int>(reply.progress) << ", code " << reply.code << ", body " << reply.body;
+}
+
+// Reads of `size` bytes, the first one cut short to `first`.
+Reply read_exactly(std::string_view wire, std::size_t first, std::size_t size, const ReplyLimits& limits = kLimits) {
+  YObject header;
+  YString status;
+  const auto reader = make_reply_reader(true, limits, header, status);
+  ReplyProgress progress = ReplyProgress::more;
+  for (std::size_t next = first; !wire.empty() && progress == ReplyProgress::more; next = size) {
+    if (next != 0) progress = reader->feed(wire.substr(0, next));
+    wire.remove_prefix(std::min(next, wire.size()));
+  }
+  if (progress == ReplyProgress::more) progress = reader->feed_end();
+  return {progress, reader->status_code(), progress == ReplyProgress::complete ? reader->take_body().toString().str() : ""};
+}
+
+TEST(ExactReader, GivesTheSameForEveryCut) {
+  using enum ReplyProgress;
+  const struct {
+    std::string wire;
+    Reply expected;
+  } kCases[] = {
+      {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhelloTOO MUCH", {complete, 200, "hello"}},
+      {"HTTP/1.1 200 OK\r\n\r\nup to the end", {complete, 200, "up to the end"}},
+      {"HTTP/1.1 100 Go on\r\n\r\nHTTP/1.1 103 x\r\nContent-Length:9\r\n\r\nHTTP/1.1 404 No\r\ncontent-length:0,0\r\n\r\n",
+       {complete, 404, ""}},
+      {"HTTP/1.1 200 OK\r\nContent-Length:3\r\nTransfer-Encoding: gzip, Chunked\r\n\r\n"
+       "8 ;e=\"0\"\r\n0\r\n\r\nabc\r\n 01\r\nd\r\n0\r\nTrailer: 0\r\n\r\nX",
+       {complete, 200, "0\r\n\r\nabcd"}},
+      {"HTTP/1.1 204 None\r\nContent-Length: 5\r\n\r\n", {complete, 204, ""}},
+      {"HTTP/1.1 200 OK\r\nContent-Length: 99999999999999999999999\r\n\r\nabc", {cut, 200, ""}},
+      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nffffffffffffffff\r\nabc", {cut, 200, ""}},
+      {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n", {cut, 0, ""}},
+      {"", {cut, 0, ""}},
+  };
+  for (const auto& [wire, expected] : kCases) {
+    for (std::size_t first = 0; first <= wire.size(); ++first)
+      for (const std::size_t size : {std::size_t{1}, std::size_t{7}, wire.size()})
+        ASSERT_EQ(read_exactly(wire, first, size), expected) << first << "+" << size << " of " << wire;
+  }
+}
+
+TEST(ExactReader, RefusesWhatHasNoOneMeaning) {
+  const std::string ok = "HTTP/1.1 200 OK\r\n";
+  const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n";
+  for (const std::string& wire :
+       {ok + "Content-Length: -5\r\n\r\n", ok + "Content-Length: +5\r\n\r\n", ok + "Content-Length:\r\n\r\n",
+        ok + "Content-Length: 5\r\nContent-Length: 6\r\n\r\n", ok + "Content-Length: 5, 6\r\n\r\n", chunked + "-5\r\n",
+        chunked + "0x10\r\n", chunked + "\r\n", chunked + "5\nhello", chunked + "1\r\nabc\r\n",
+        chunked + std::string(17, '1') + "\r\n"})
+    EXPECT_EQ(read_exactly(wire, 0, 1).progress, ReplyProgress::malformed) << wire;
+}
+
+TEST(ExactReader, KeepsTheLimits) {
+  const ReplyLimits limits{.header_bytes = 100, .body_bytes = 10, .cookies = 1};
+  const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+  std::string interim;
+  std::string trailers;
+  while (interim.size() < 200) {
+    interim += "HTTP/1.1 100 x\r\n\r\n";
+    trailers += "Trailer: x\r\n";
+  }
+  const struct {
+    std::string wire;
+    ReplyProgress expected;
+  } kCases[] = {
+      {std::string(101, 'x'), ReplyProgress::header_too_long},
+      {interim, ReplyProgress::header_too_long},
+      {"HTTP/1.1 200 OK\r\n\r\n12345678901", ReplyProgress::body_too_long},
+      {chunked + "b\r\n12345678901", ReplyProgress::body_too_long},
+      {chunked + "1;" + std::string(99, 'x'), ReplyProgress::malformed},
+      {chunked + "0\r\n" + trailers, ReplyProgress::malformed},
+  };
+  for (const auto& [wire, expected] : kCases)
+    for (const std::size_t size : {std::size_t{1}, wire.size()})
+      EXPECT_EQ(read_exactly(wire, size, size, limits).progress, expected) << wire;
+}
+
+}  // namespace
+}  // namespace yinet
