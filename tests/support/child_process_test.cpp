@@ -78,6 +78,7 @@ TEST(ChildProcess, ItDiesWithTheTestProcess) {
   const TempDir folder;
   const pid_t test_process = ::fork();
   if (test_process == 0) {
+    ::setenv("TMPDIR", folder.path().c_str(), 1);  // so that what it can't remove goes with our own
     auto* child = new ChildProcess(shell("echo $$; exec sleep 600"));
     if (!child->wait_for_output("\n")) ::_exit(1);
     write_file(folder / "pid", child->output());
