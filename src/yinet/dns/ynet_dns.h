@@ -1,12 +1,16 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
-#include <string>
+#include <memory>
 
 #include "yinet/host/export.h"
 #include "yinet/host/yobject.h"
 #include "yinet/host/ystring.h"
+
+namespace yinet {
+struct DnsRecords;
+enum class RecordType : unsigned short;
+}  // namespace yinet
 
 // Finds the IPv4 address of a host and the mail servers of a domain. Every lookup asks a server, never a cache; which
 // servers, how often and how long is the business of the settings "DNS"/... (yinet/host/setting_table.h).
@@ -26,7 +30,7 @@ class YINET_API YnetDNS_Class {
   YObjectArray GetMailServerForDomain(const YString& domain) const noexcept;
 
  private:
-  // The bytes of a server's answer to one question, record type 1 (A) or 15 (MX). Failures have been raised.
-  static std::optional<std::string> GetServerForDomain(const YString& domain, unsigned short type);
+  // The records of the answer; null after a failure, which has been raised.
+  static std::unique_ptr<yinet::DnsRecords> GetServerForDomain(const YString& domain, yinet::RecordType type);
 };
 YINET_API extern YnetDNS_Class YInetDNS;
