@@ -25,6 +25,8 @@
 #include "yinet/host/ytextmanager.h"
 #include "yinet/http/http.h"
 #include "yinet/net/secure_socket.h"
+#include "yinet/script/call_function.h"
 #include "yinet/script/function_table.h"
 #include "yinet/script/functions.h"
 #include "yinet/script/parameter_keys.h"
+#include "yinet/script/suggestions.h"

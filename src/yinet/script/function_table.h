@@ -17,23 +17,23 @@ enum class Direction { in, out, in_out };
 
 struct ScriptParameter {
   std::string_view key;
-  std::uint8_t type;                // code of the value (kTypeString ...)
+  std::uint8_t type;  // code of the value (kTypeString ...)
   Direction direction;
-  std::string_view default_value;   // what an absent parameter counts as, as text; empty for empty text, objects, outputs
-  std::string_view meaning;         // one English sentence
-  std::uint8_t other_type = 0;      // a second type that is taken as well, 0 for none
+  std::string_view default_value;  // what an absent input counts as, as text; empty for empty text and for outputs
+  std::string_view meaning;        // one English sentence
+  std::uint8_t other_type = 0;     // a second type that is taken as well, 0 for none
 };
 
 struct ScriptFunction {
   std::string_view name;
   void (*entry)(YObject* arguments);
-  std::string_view family;                       // heading for lists: "HTTP", "TLS", ...
-  std::string_view summary;                      // one English sentence
-  std::span<const ScriptParameter> parameters;   // without "_RETV"
-  std::uint8_t result_type;                      // code of "_RETV", kTypeAny when the function stores none
+  std::string_view family;                      // heading for lists: "HTTP", "TLS", ...
+  std::string_view summary;                     // one English sentence
+  std::span<const ScriptParameter> parameters;  // without "_RETV"
+  std::uint8_t result_type;                     // code of "_RETV", kTypeAny when the function stores none
   std::string_view result_meaning;
-  std::span<const int> messages;                 // numbers that a call may raise or log, ascending
-  std::span<const std::string_view> example;     // arguments of an example call: "pUrl=https://www.example.com/"
+  std::span<const int> messages;              // numbers that a call may raise or log, ascending
+  std::span<const std::string_view> example;  // arguments of an example call: "pUrl=https://www.example.com/"
 };
 
 // All functions, families in the order of the table.

@@ -19,6 +19,9 @@ namespace yinet {
 // function table gives for `name` (false, 0 or the empty text).
 void run_script_function(std::string_view name, YObject* arguments, void (*body)(YObject& parameters)) noexcept;
 
+// The outer half of that frame, for a function that needs no parameters: message 21001 when `body` throws.
+void run_guarded(std::string_view name, void (*body)()) noexcept;
+
 // The live value of an output parameter: the text the script supplied, or a new empty one when the entry is absent or has
 // another type. Valid until the entry is deleted or stored with another type.
 YString& live_text(YObject& parameters, std::string_view key);
