@@ -1,0 +1,264 @@
+// Lookups through real sockets: a real DNS server, and one that does what real ones won't.
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "support/dns_server.h"
+#include "support/log_capture.h"
+#include "support/ports.h"
+#include "support/requirements.h"
+#include "support/resource_check.h"
+#include "yinet/dns/ynet_dns.h"
+#include "yinet/host/messages.h"
+#include "yinet/host/setting_table.h"
+
+namespace yinet {
+namespace {
+
+using test::DnsMessage;
+using test::DnsQuery;
+using test::DnsReply;
+using test::KnotServer;
+using test::ScriptedDnsServer;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using namespace std::string_literals;
+
+class Lookup : public testing::Test {
+ protected:
+  ~Lookup() override {
+    for (const Setting* setting : {&settings::kDnsServers, &settings::kDnsTimeout, &settings::kDnsTries})
+      set_setting(setting->section, setting->name, std::nullopt);
+  }
+
+  static void set(const Setting& setting, const std::string& value) {
+    set_setting(setting.section, setting.name, value);
+  }
+  static void use_servers(const std::string& servers) { set(settings::kDnsServers, servers); }
+
+  static std::string address_of(const YString& name) {
+    const in_addr address{YInetDNS.GetIPAdressForDomain(name)};
+    std::array<char, INET_ADDRSTRLEN> text{};
+    return address.s_addr ? inet_ntop(AF_INET, &address, text.data(), text.size()) : "";
+  }
+  static std::vector<std::string> mail_servers_of(const YString& name) {
+    std::vector<std::string> lines;
+    const YObjectArray servers = YInetDNS.GetMailServerForDomain(name);
+    for (int i = 0; i < servers.Count(); ++i) {
+      EXPECT_EQ(servers.ItemPtr(i)->GetType("SERVER"), kTypeString);
+      EXPECT_EQ(servers.ItemPtr(i)->GetType("PRIO"), kTypeInteger);
+      lines.push_back(servers.ItemPtr(i)->GetString("PRIO").str() + " " +
+                      servers.ItemPtr(i)->GetString("SERVER").str());
+    }
+    return lines;
+  }
+  // The status in the one message that a failed lookup raises.
+  std::string failure_of(const YString& name) {
+    log_.clear();
+    EXPECT_EQ(address_of(name), "");
+    EXPECT_THAT(log_.numbers(), ElementsAre(message::kDnsQueryFailed));
+    const LogRecord record = log_.last(message::kDnsQueryFailed);
+    EXPECT_EQ(record.level, 6);
+    const std::size_t at = record.text.rfind("status ");
+    return at == std::string::npos ? record.text : record.text.substr(at + 7, record.text.find(')', at) - at - 7);
+  }
+
+  LogCapture log_;
+};
+
+ScriptedDnsServer answering(std::string address) {
+  return ScriptedDnsServer(ScriptedDnsServer::always(
+      [address](const DnsQuery& query) { return DnsMessage::reply_to(query).a(query.name, address); }));
+}
+
+ScriptedDnsServer answering_code(unsigned code) {
+  return ScriptedDnsServer(
+      ScriptedDnsServer::always([code](const DnsQuery& query) { return DnsMessage::reply_to(query).code(code); }));
+}
+
+TEST_F(Lookup, ARealServerAnswers) {
+  YINET_REQUIRE_PROGRAM("knotd");
+  const KnotServer knot({{"x.test",
+                          "www CNAME one\none CNAME two\ntwo A 192.0.2.1\ntwo A 192.0.2.9\ntext TXT \"t\"\n"
+                          "loop CNAME pool\npool CNAME loop\nlost CNAME nowhere\n@ MX 20 slow\n@ MX 10 fast\n"
+                          "none MX 0 .\n"},
+                         {"broken.test", std::nullopt}});
+  use_servers(knot.target());
+  EXPECT_EQ(address_of("www.x.test"), "192.0.2.9");
+  EXPECT_EQ(address_of("WWW.X.test."), "192.0.2.9");
+  EXPECT_THAT(mail_servers_of("x.test"), ElementsAre("10 fast.x.test", "20 slow.x.test"));
+  EXPECT_THAT(mail_servers_of("none.x.test"), ElementsAre("0 "));
+  EXPECT_THAT(log_.numbers(), IsEmpty());
+
+  EXPECT_EQ(failure_of("nosuch.x.test"), "9003");
+  EXPECT_EQ(failure_of("lost.x.test"), "9003");
+  EXPECT_EQ(failure_of("text.x.test"), "9501");
+  EXPECT_EQ(failure_of("loop.x.test"), "9501");
+  EXPECT_EQ(failure_of("www.broken.test"), "9002");
+  EXPECT_EQ(failure_of("www.elsewhere.test"), "9005");
+  log_.clear();
+  EXPECT_THAT(mail_servers_of("nosuch.x.test"), IsEmpty());
+  EXPECT_THAT(log_.last(message::kDnsQueryFailed).text, HasSubstr("nosuch.x.test"));
+}
+
+TEST_F(Lookup, AddressesAndLocalhostAskNobody) {
+  ScriptedDnsServer server = answering("192.0.2.1");
+  use_servers(server.target());
+  EXPECT_EQ(address_of("198.51.100.7"), "198.51.100.7");
+  EXPECT_EQ(address_of("localhost"), "127.0.0.1");
+  EXPECT_EQ(address_of("LocalHost."), "127.0.0.1");
+  EXPECT_THAT(server.queries(), IsEmpty());
+}
+
+TEST_F(Lookup, NothingIsRemembered) {
+  ScriptedDnsServer server = answering("192.0.2.1");
+  use_servers(server.target());
+  for (std::size_t count = 1; count <= 3; ++count) {
+    EXPECT_EQ(address_of("same.test"), "192.0.2.1");
+    EXPECT_EQ(server.queries().size(), count);
+  }
+}
+
+TEST_F(Lookup, EqualPreferencesKeepTheOrderOfTheAnswer) {
+  ScriptedDnsServer server(ScriptedDnsServer::always([](const DnsQuery& query) {
+    return DnsMessage::reply_to(query)
+        .mx(query.name, 20, "z.test")
+        .mx(query.name, 9, "c.test")
+        .mx(query.name, 20, "a.test")
+        .mx(query.name, 100, "b.test");
+  }));
+  use_servers(server.target());
+  EXPECT_THAT(mail_servers_of("x.test"), ElementsAre("9 c.test", "20 z.test", "20 a.test", "100 b.test"));
+}
+
+TEST_F(Lookup, HostileNamesAreRefusedWithoutAQuery) {
+  ScriptedDnsServer server = answering("192.0.2.1");
+  use_servers(server.target());
+  for (const std::string& name : {""s, "."s, "a..b"s, "a b.test"s, "a\0b.test"s, "a\r\nb"s, "a\\.test"s,
+                                  std::string(300, 'a'), std::string(64, 'a') + ".test", "1.2.3.4\0"s})
+    EXPECT_EQ(failure_of(YString(name)), "123") << name;
+  EXPECT_THAT(server.queries(), IsEmpty());
+}
+
+TEST_F(Lookup, NamesGoOutAsUtf8) {
+  ScriptedDnsServer server = answering("192.0.2.1");
+  use_servers(server.target());
+  EXPECT_EQ(address_of("m\xFCller.test"), "192.0.2.1");
+  EXPECT_EQ(server.queries().at(0).name, "m\xC3\xBCller.test");
+}
+
+TEST_F(Lookup, ASilentServerIsRepeatedWithinTheLimit) {
+  ScriptedDnsServer server{ScriptedDnsServer::silent()};
+  use_servers(server.target());
+  set(settings::kDnsTimeout, "400");
+  set(settings::kDnsTries, "3");
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(failure_of("x.test"), "1460");
+  const auto passed = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(passed, std::chrono::milliseconds(390));
+  EXPECT_LT(passed, std::chrono::milliseconds(4000));
+  EXPECT_EQ(server.queries().size(), 3U);
+}
+
+TEST_F(Lookup, LiesEndInAStatus) {
+  set(settings::kDnsTimeout, "300");
+  struct Case {
+    test::DnsHandler handler;
+    std::string status;
+  };
+  const DnsMessage other = DnsMessage::reply_to({.bytes = {}, .id = 0, .name = "other.test", .type = test::kDnsA})
+                               .a("other.test", "192.0.2.1");
+  for (const Case& lie : {
+           Case{ScriptedDnsServer::wrong_id(), "1460"},
+           Case{ScriptedDnsServer::cut(5), "1460"},  // not even a whole header: never taken for an answer
+           Case{ScriptedDnsServer::cut(40), "9002"},
+           Case{ScriptedDnsServer::cname_loop(), "9501"},
+           Case{ScriptedDnsServer::cname_only(), "9501"},
+           Case{ScriptedDnsServer::always([&](const DnsQuery& query) { return DnsMessage(other).id(query.id); }),
+                "1460"},
+           Case{[](const DnsQuery& query) {
+                  DnsReply reply{query.over_tcp ? "" : DnsMessage::reply_to(query).truncated().bytes()};
+                  reply.then_close = true;
+                  return std::vector{reply};
+                },
+                "9002"},
+       }) {
+    ScriptedDnsServer server(lie.handler);
+    use_servers(server.target());
+    EXPECT_EQ(failure_of("x.test"), lie.status);
+  }
+}
+
+TEST_F(Lookup, ATruncatedAnswerIsFetchedOverTcp) {
+  ScriptedDnsServer server{ScriptedDnsServer::truncated_on_udp()};
+  use_servers(server.target());
+  EXPECT_EQ(address_of("x.test"), "192.0.2.7");
+  EXPECT_TRUE(server.queries().back().over_tcp);
+}
+
+TEST_F(Lookup, TheNextServerIsAskedUntilOneKnows) {
+  ScriptedDnsServer silent{ScriptedDnsServer::silent()};
+  ScriptedDnsServer refusing = answering_code(5);
+  ScriptedDnsServer failing = answering_code(2);
+  ScriptedDnsServer denying = answering_code(3);
+  ScriptedDnsServer knowing = answering("192.0.2.5");
+  set(settings::kDnsTimeout, "2000");
+  const std::string closed = "127.0.0.1:" + std::to_string(test::refused_port());
+  use_servers(closed + "," + silent.target() + "," + refusing.target() + "," + failing.target() + "," +
+              knowing.target());
+  EXPECT_EQ(address_of("x.test"), "192.0.2.5");
+  EXPECT_THAT(log_.numbers(), IsEmpty());
+  use_servers(denying.target() + "," + knowing.target());  // that there is no such name is knowledge, too
+  EXPECT_EQ(failure_of("x.test"), "9003");
+  set(settings::kDnsTimeout, "300");
+  use_servers(silent.target() + "," + refusing.target());
+  EXPECT_EQ(failure_of("x.test"), "9005");
+  EXPECT_EQ(refusing.queries().size(), 2U);  // one for each lookup: who has answered is not asked again
+  use_servers(closed);
+  EXPECT_EQ(failure_of("x.test"), "9002");
+}
+
+TEST_F(Lookup, AServerListThatCannotBeReadIsASetUpFailure) {
+  use_servers("nobody knows");
+  EXPECT_EQ(address_of("x.test"), "");
+  EXPECT_THAT(mail_servers_of("x.test"), IsEmpty());
+  EXPECT_THAT(log_.numbers(), ElementsAre(message::kDnsLibraryFailed, message::kDnsLibraryFailed));
+}
+
+TEST_F(Lookup, LeavesNothingOpen) {
+  ScriptedDnsServer server{ScriptedDnsServer::truncated_on_udp()};
+  ScriptedDnsServer silent{ScriptedDnsServer::silent()};
+  const test::ResourceCheck check;
+  set(settings::kDnsTimeout, "50");
+  use_servers(server.target());
+  EXPECT_EQ(address_of("x.test"), "192.0.2.7");
+  use_servers(silent.target());
+  EXPECT_EQ(failure_of("x.test"), "1460");
+}
+
+TEST_F(Lookup, ManyThreadsMayAskAtOnce) {
+  ScriptedDnsServer server(ScriptedDnsServer::always([](const DnsQuery& query) {
+    return DnsMessage::reply_to(query).a(query.name, "192.0.2." + query.name.substr(0, query.name.find('.')));
+  }));
+  use_servers(server.target());
+  std::array<int, 8> right{};
+  {
+    std::vector<std::jthread> threads;
+    for (std::size_t t = 0; t < right.size(); ++t)
+      threads.emplace_back([&, t] {
+        const std::string number = std::to_string(t + 1);
+        for (int i = 0; i < 25; ++i) right[t] += address_of(YString(number + ".test")) == "192.0.2." + number;
+      });
+  }
+  EXPECT_THAT(right, testing::Each(25));
+}
+
+}  // namespace
+}  // namespace yinet
