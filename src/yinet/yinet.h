@@ -1,6 +1,7 @@
 // Everything that libyinet.so offers, in one include. Programs that want to compile faster include the single headers.
 #pragma once
 
+#include "yinet/charset/charset.h"
 #include "yinet/dns/ynet_dns.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/export.h"
@@ -24,6 +25,9 @@
 #include "yinet/host/ystring.h"
 #include "yinet/host/ytextmanager.h"
 #include "yinet/http/http.h"
+#include "yinet/mime/content_agents.h"
+#include "yinet/mime/mail_parser.h"
+#include "yinet/mime/ymime_message.h"
 #include "yinet/net/secure_socket.h"
 #include "yinet/script/call_function.h"
 #include "yinet/script/function_table.h"

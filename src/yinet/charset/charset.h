@@ -36,11 +36,10 @@ class YINET_API charset_class {
   YString get_converter_name(int code) const noexcept;
 
  private:
-  void _get_convert_charset_as_keys();
-  void set_converter_names();
+  // What ICU lists. The same for all objects, and made at the first use: it takes ICU tens of milliseconds, which loading
+  // the library shall not cost.
+  static const YObject& m_ConverterKeys();
 
   YString m_ANSIName;
-  YObject m_ConverterKeys;
-  YObject m_ConverterNames;
 };
 YINET_API extern charset_class charset;

@@ -1,0 +1,16 @@
+#pragma once
+
+// What mails call their charsets. Safe to call from several threads.
+
+#include <string>
+#include <string_view>
+
+namespace yinet {
+
+// The converter to use for the charset label of a mail: the name that ICU lists where it knows the label as an alias
+// ("iso-8859-15", "koi8-r", "gb2312", "utf8"), and Windows-1252 for "iso-8859-1" and "us-ascii". A label that ICU does not
+// know, holds a comma or is longer than any charset's name comes back as it is, and so does every label while the setting
+// kMailCharsetAliases is off.
+std::string converter_for_label(std::string_view label);
+
+}  // namespace yinet
