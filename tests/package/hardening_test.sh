@@ -17,4 +17,7 @@ for file in "$library" "$program"; do
 done
 expect "$program" "position-independent program" 'FLAGS_1.*PIE' readelf -dW
 expect "$library" "stack protector" '__stack_chk_fail' nm -D
+if [ "$build_type" = Release ]; then
+  expect "$library" "fortified calls" '__[a-z]+_chk(@|$)' nm -D
+fi
 exit $failed
