@@ -24,8 +24,10 @@ std::span<const MessageText> host_messages() {
       {kTemporaryFolderUnusable, 6, "Das tempor\xE4re Verzeichnis $1$ ist nicht benutzbar: $2$",
        "The temporary folder $1$ cannot be used: $2$",
        "Remove what stands in its place, or name a folder of your own in \"Dateien\"/\"TempVerzeichnis\"."},
-      {kFileNameRefused, 6, "Der Dateiname $1$ enth\xE4lt ein Nullzeichen und wird nicht benutzt.",
-       "The file name $1$ holds a NUL character and is not used.",
+      {kFileNameRefused, 6,
+       "Der Dateiname $1$ enth\xE4lt ein Nullzeichen oder f\xFChrt aus dem tempor\xE4ren Verzeichnis heraus und "
+       "wird nicht benutzt.",
+       "The file name $1$ holds a NUL character or leads out of the temporary folder, and is not used.",
        "Correct the name where it is made; it may come from outside."},
       {kSettingsFileFailed, 6, "Die Einstellungsdatei $1$ wird nicht benutzt: $2$",
        "The settings file $1$ is not used: $2$",

@@ -11,7 +11,10 @@
 // Files by logical name. Names are Windows-1252 text, may begin with a logical prefix ("TEMP:", without regard to
 // case), and take "\" and "/" alike as separators; on disk they are UTF-8 (see yinet::name_to_utf8). A drive letter
 // ("C:\") is mapped to a folder by the setting "Dateien"/"Laufwerk<letter>"; without it the open fails and the log says
-// so. A name with a NUL byte is refused.
+// so. A name with a NUL byte is refused, and a "TEMP:" name whose ".." would lead out of the temporary folder.
+//
+// Nothing in the temporary folder is reached through a link, the folders on the way included, whether its name begins
+// with "TEMP:" or is the path that "TEMP:" was resolved to.
 
 namespace yinet {
 
@@ -44,8 +47,9 @@ class YINET_API YFile {
   void SetName(const YString& name) { name_ = name; }
   [[nodiscard]] const YString& GetName() const { return name_; }
 
-  // Opens the named file. New files in "TEMP:" are created with mode 0600, exclusively and without following links;
-  // new files elsewhere follow the process's umask. False when the system refuses; LastError tells why.
+  // Opens the named file; an open one is closed first. New files in "TEMP:" have mode 0600, and what is there must be a
+  // plain file; new files elsewhere follow the process's umask. Folders can't be opened. False when the system refuses
+  // or the values make no sense together; LastError tells why.
   bool Open(int creation, std::uint32_t access, std::uint32_t share = yinet::kShareRead,
             std::uint32_t attributes = yinet::kAttributeNormal);
   [[nodiscard]] bool IsOpen() const { return descriptor_ >= 0; }
@@ -64,8 +68,10 @@ class YINET_API YFile {
   // Reads the whole open file from the current position; false on failure.
   bool ReadAll(std::string& target);
 
-  static bool Exist(const YString& name);  // a file of any kind that is no folder
-  static bool Delete(const YString& name);
+  // For these three errno tells why they failed.
+  static bool Exist(const YString& name);   // a file of any kind that is no folder, or a link that leads nowhere
+  static bool Delete(const YString& name);  // never a folder; of a link, the link itself
+  // Fails, and changes nothing, when both names mean one file. When the copying itself fails, no half file is left.
   static bool Copy(const YString& from, const YString& to, bool overwrite = true);
 
   // Parts of a name, without touching the disk. The extension begins with its dot: "C:\a\b.txt" has the path "C:\a\",
@@ -76,6 +82,8 @@ class YINET_API YFile {
   static YString ExtractNameAndExtension(const YString& path);
 
  private:
+  bool failed();  // keeps errno; always false
+
   YString name_;
   int descriptor_ = -1;
   int last_error_ = 0;
@@ -84,15 +92,16 @@ class YINET_API YFile {
 // Resolves logical names. Stateless towards its callers; safe from several threads.
 class YINET_API YFileManager_class {
  public:
-  // The real path of a logical name, absolute, in the text form of the library (Windows-1252 where it can). Empty when
-  // it cannot be resolved (a NUL byte, a drive letter without a folder, no usable temporary folder), which is logged.
+  // The real path of a logical name, absolute, in the text form of the library (Windows-1252 where it can). A separator
+  // at the end stays, and "TEMP:" has one, so that a name can be put behind it. Empty when it cannot be resolved (a
+  // refused name, a drive letter without a folder, no usable temporary folder), which is logged, and for an empty name.
   YString ResolvePath(const YString& name) const;
   // The same as bytes for the system's calls (UTF-8).
   std::string ResolveSystemPath(std::string_view name) const;
   bool FolderExists(const YString& name) const;
   bool CreateFolder(const YString& name) const;  // with all missing folders above it; true when it is there afterwards
-  // Deletes files and sub-folders in a folder, never through links; the folder stays and must belong to the caller's
-  // user. False when something could not be deleted.
+  // Deletes files and sub-folders in a folder, never through links; the folder stays, must belong to the caller's user
+  // and may be no link itself. False when something could not be deleted; its sub-folders may have moved up then.
   bool EmptyFolder(const YString& name) const;
   // Names of the entries of a folder, "." and ".." left out, as library text; unsorted.
   std::vector<YString> ListFolder(const YString& name) const;
