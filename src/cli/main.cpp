@@ -1,10 +1,86 @@
 #include <CLI/CLI.hpp>
 
-#include "yinet/host/version.h"
+#include <algorithm>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "command.h"
+#include "global_options.h"
+#include "terminal.h"
+#include "yinet/script/suggestions.h"
+
+namespace {
+
+using yinet::cli::Command;
+
+constexpr const char* kExamples = R"(Examples:
+  yinet call HTTP_GET pUrl=https://www.example.com/
+  yinet functions HTTP_POST
+  yinet dns mx example.com
+  yinet --language de --trace call HTTP_GET pUrl=http://127.0.0.1:8080/
+
+"yinet COMMAND --help" tells more about a command.)";
+
+const Command* parsed_command(const std::vector<Command>& commands) {
+  const auto found = std::ranges::find_if(commands, [](const Command& command) { return command.app->parsed(); });
+  return found == commands.end() ? nullptr : &*found;
+}
+
+int run(const std::vector<Command>& commands) {
+  const Command* command = parsed_command(commands);
+  return command ? command->run() : yinet::cli::kWrongCall;
+}
+
+// What the parser says, with the way out.
+int refuse(const CLI::App& app, const std::vector<Command>& commands, const CLI::ParseError& error) {
+  const std::vector<std::string> extras = app.remaining(true);
+  const Command* command = parsed_command(commands);
+  if (!command && !extras.empty() && !extras.front().starts_with('-')) {
+    std::vector<std::string> names;
+    for (const Command& known : commands) names.push_back(known.app->get_name());
+    const std::vector<std::string_view> known(names.begin(), names.end());
+    return yinet::cli::wrong_call("there is no command \"" + extras.front() + "\"; did you mean " +
+                                  yinet::listed_with_or(yinet::nearest_names(extras.front(), known, 2)) + "?");
+  }
+  return yinet::cli::wrong_call(std::string(error.what()) + "; \"yinet " +
+                                (command ? command->app->get_name() + " " : "") + "--help\" shows how to call it");
+}
+
+int program(int argc, char** argv) {
+  CLI::App app("YInet: network, mail and security functions on the command line.", "yinet");
+  app.footer(kExamples);
+  app.fallthrough();  // global options may stand after the command as well
+  app.require_subcommand(0, 1);
+  yinet::cli::GlobalOptions options;
+  options.add_to(app);
+  const std::vector<Command> commands = {yinet::cli::add_call_command(app), yinet::cli::add_functions_command(app),
+                                         yinet::cli::add_dns_command(app), yinet::cli::add_settings_command(app),
+                                         yinet::cli::add_messages_command(app)};
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& help) {
+    return app.exit(help);  // prints help or version
+  } catch (const CLI::ParseError& error) {
+    return refuse(app, commands, error);
+  }
+  if (app.get_subcommands().empty()) {
+    yinet::cli::print(app.help());
+    return yinet::cli::kSucceeded;
+  }
+  const int wrong = options.apply();
+  return wrong ? wrong : run(commands);
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("YInet: network, mail and security functions on the command line.", "yinet");
-  app.set_version_flag("--version", yinet_version());
-  CLI11_PARSE(app, argc, argv);
-  return 0;
+  try {
+    const int code = program(argc, argv);
+    return yinet::cli::finish_output() ? code : yinet::cli::kFailed;
+  } catch (const std::exception& error) {
+    yinet::cli::remark(std::string("failed: ") + error.what());
+    return yinet::cli::kFailed;
+  }
 }

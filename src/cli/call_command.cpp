@@ -1,0 +1,134 @@
+#include <CLI/CLI.hpp>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "command.h"
+#include "terminal.h"
+#include "yinet/host/codepage.h"
+#include "yinet/host/text.h"
+#include "yinet/host/yfile.h"
+#include "yinet/host/yjson.h"
+#include "yinet/script/call_function.h"
+#include "yinet/script/parameter_keys.h"
+
+namespace yinet::cli {
+namespace {
+
+constexpr const char* kExamples = R"(Parameters:
+  KEY=TEXT     a text; integers and truth values are read from it where the function wants them
+  KEY:=JSON    any JSON value: 5, true, "text", {"$base64": "AQID"}, {"key": "value"}
+  KEY=@FILE    the bytes of a file, of standard input for "-"; write KEY=@@x for the text "@x"
+
+Examples:
+  yinet call HTTP_GET pUrl=https://www.example.com/
+  yinet call HTTP_POST pUrl=http://127.0.0.1:8080/ pContentType=text/xml pContent=@order.xml
+  echo '{"pUrl": "http://127.0.0.1:8080/"}' | yinet call HTTP_GET --json -
+
+Exit status: 0 when "_RETV" says success or is absent, 1 when it says failure, 2 for a wrong call.)";
+
+constexpr std::string_view kTemporaryPrefix = "TEMP:";
+
+struct Arguments {
+  std::string function;
+  std::vector<std::string> parameters;
+  std::string json_file;
+};
+
+// Each reader adds to the record, or says what is wrong.
+using Problem = std::optional<std::string>;
+
+Problem take_json(std::string_view json, YObject& record, const std::string& key) {
+  JsonNotes notes;
+  const auto error = key.empty() ? YJSON::Parse(json, record, &notes) : YJSON::ParseValue(json, key, record, &notes);
+  if (error) return error->reason + " at byte " + std::to_string(error->position);
+  for (const std::string& path : notes.kept_as_utf8) remark(kept_as_utf8_text(path));
+  return std::nullopt;
+}
+
+Problem take_text(std::string_view text, YObject& record, const std::string& key) {
+  TextArgument taken = text_from_argument(text);
+  if (taken.kept_as_utf8) remark(kept_as_utf8_text(key));
+  record.Store<YString>(key, YString(std::move(taken.text)));
+  return std::nullopt;
+}
+
+// As a buffer: where the function wants a text, the bytes become one as they are.
+Problem take_file(std::string_view name, YObject& record, const std::string& key) {
+  std::string problem;
+  const auto bytes = read_file(std::string(name), problem);
+  if (!bytes) return problem;
+  record.Store<YBuffer>(key, YBuffer(*bytes));
+  return std::nullopt;
+}
+
+Problem take_parameter(const std::string& argument, YObject& record) {
+  const std::size_t equals = argument.find('=');
+  if (equals == std::string::npos || equals == 0) return "write KEY=TEXT, KEY:=JSON or KEY=@FILE";
+  const bool is_json = argument[equals - 1] == ':';
+  const std::string key = text_from_argument(argument.substr(0, equals - (is_json ? 1 : 0))).text;
+  const std::string_view value = std::string_view(argument).substr(equals + 1);
+  if (key.empty()) return "write the parameter's name before \":=\"";
+  if (is_json) return take_json(value, record, key);
+  if (value.starts_with("@@")) return take_text(value.substr(1), record, key);
+  if (value.starts_with('@')) return take_file(value.substr(1), record, key);
+  return take_text(value, record, key);
+}
+
+Problem take_all(const Arguments& arguments, YObject& record) {
+  if (!arguments.json_file.empty()) {
+    std::string problem;
+    const auto json = read_file(arguments.json_file, problem);
+    if (!json) return "--json: " + problem;
+    if (const auto wrong = take_json(*json, record, {})) return "--json " + arguments.json_file + ": " + *wrong;
+  }
+  for (const std::string& argument : arguments.parameters)
+    if (const auto problem = take_parameter(argument, record)) return argument + ": " + *problem;
+  return std::nullopt;
+}
+
+// A result that lies in the temporary folder is of little use without the folder's name.
+void remark_temporary_files(const YObject& record) {
+  for (int i = 0; i < record.GetStringKeyCount(); ++i) {
+    const YString* text = record.FindAt<YString>(i);
+    if (!text || !starts_with_ignoring_case(*text, kTemporaryPrefix) || !YFile::Exist(*text)) continue;
+    remark(utf8_from_ansi(record.GetStringKey(i)) + " is the file " + YFileManager.ResolveSystemPath(*text));
+  }
+}
+
+void remark_failure(const std::string& function, const YObject& record) {
+  const YString status = record.GetString(key::kStatus);
+  remark(function + " failed" + (status.IsEmpty() ? "" : ": " + utf8_from_ansi(printable(status))));
+}
+
+int call(const Arguments& arguments) {
+  const ScriptFunction* function = find_script_function(arguments.function);
+  if (!function) return wrong_call(unknown_function_text(arguments.function) + " \"yinet functions\" lists them all.");
+  YObject record;
+  if (const auto problem = take_all(arguments, record)) return wrong_call(*problem);
+  const CallOutcome outcome = call_function(function->name, record);
+  if (outcome.status == CallStatus::wrong_call)
+    return wrong_call(outcome.problem + " \"yinet functions " + std::string(function->name) + "\" explains them.");
+  print(YJSON::Write(record, 2) + "\n");
+  remark_temporary_files(record);
+  if (outcome.status == CallStatus::succeeded) return kSucceeded;
+  remark_failure(std::string(function->name), record);
+  return kFailed;
+}
+
+}  // namespace
+
+Command add_call_command(CLI::App& program) {
+  const auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = program.add_subcommand("call", "Run a script function and print its parameters as JSON");
+  command->footer(kExamples);
+  command->add_option("FUNCTION", arguments->function, "Name of the function")->required()->type_name("");
+  command->add_option("PARAMETER", arguments->parameters, "KEY=TEXT, KEY:=JSON or KEY=@FILE")->type_name("");
+  command
+      ->add_option("--json", arguments->json_file, "Read parameters from a JSON file first, \"-\" for standard input")
+      ->type_name("FILE");
+  return {command, [arguments] { return call(*arguments); }};
+}
+
+}  // namespace yinet::cli

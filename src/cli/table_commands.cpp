@@ -1,0 +1,71 @@
+// The library's other two tables, for people: its settings and its messages.
+
+#include <CLI/CLI.hpp>
+
+#include <memory>
+#include <string>
+
+#include "command.h"
+#include "terminal.h"
+#include "yinet/host/codepage.h"
+#include "yinet/host/messages.h"
+#include "yinet/host/settings.h"
+#include "yinet/host/text.h"
+
+namespace yinet::cli {
+namespace {
+
+std::string_view unit_name(SettingUnit unit) {
+  switch (unit) {
+    case SettingUnit::text: return "text";
+    case SettingUnit::boolean: return "0 or 1";
+    case SettingUnit::milliseconds: return "ms";
+    case SettingUnit::seconds: return "s";
+    case SettingUnit::bytes: return "bytes";
+    case SettingUnit::count: return "count";
+    case SettingUnit::percent: return "%";
+  }
+  return "";
+}
+
+int list_settings() {
+  for (const Setting& setting : all_settings()) {
+    const std::string path = std::string(setting.section) + "/" + std::string(setting.name);
+    print(utf8_from_ansi(path + " = " + printable(setting_text(setting))) + "\n    " + std::string(setting.meaning) +
+          " (" + std::string(unit_name(setting.unit)) + "; default \"" + utf8_from_ansi(setting.default_value) +
+          "\"; environment " + environment_name(setting.section, setting.name) + ")\n");
+  }
+  return kSucceeded;
+}
+
+void print_message(const MessageText& message) {
+  print(std::to_string(message.number) + "  " + utf8_from_ansi(message_template(message.number)) + "\n");
+}
+
+int list_messages(int number) {
+  for (const MessageText& message : all_messages())
+    if (number == 0 || message.number == number) print_message(message);
+  if (number == 0) return kSucceeded;
+  const MessageText* message = find_message(number);
+  if (!message) return wrong_call("there is no message " + std::to_string(number) + "; \"yinet messages\" lists all");
+  if (!message->cure.empty()) print("       " + std::string(message->cure) + "\n");
+  return kSucceeded;
+}
+
+}  // namespace
+
+Command add_settings_command(CLI::App& program) {
+  CLI::App* command = program.add_subcommand("settings", "List the settings with their values, defaults and units");
+  command->footer("Examples:\n  yinet settings\n  yinet --settings my.ini settings");
+  return {command, list_settings};
+}
+
+Command add_messages_command(CLI::App& program) {
+  const auto number = std::make_shared<int>(0);
+  CLI::App* command = program.add_subcommand("messages", "List the messages, or explain one");
+  command->footer("Examples:\n  yinet messages\n  yinet --language de messages 21410");
+  command->add_option("NUMBER", *number, "Message to explain")->type_name("")->check(CLI::Range(1, 99999));
+  return {command, [number] { return list_messages(*number); }};
+}
+
+}  // namespace yinet::cli

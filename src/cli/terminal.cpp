@@ -1,0 +1,88 @@
+#include "terminal.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+#include "command.h"
+#include "yinet/host/codepage.h"
+
+namespace yinet::cli {
+namespace {
+
+bool g_remarks_as_json = false;
+
+class InputFile {
+ public:
+  explicit InputFile(const std::string& name)
+      : owned_(name != "-"), descriptor_(owned_ ? open(name.c_str(), O_RDONLY | O_CLOEXEC) : STDIN_FILENO) {}
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
+  ~InputFile() {
+    if (owned_ && descriptor_ >= 0) close(descriptor_);
+  }
+
+  // False after a failure of the system, which errno names.
+  bool read_all(std::string& bytes) const {
+    if (descriptor_ < 0) return false;
+    std::array<char, 65536> piece{};
+    while (true) {
+      const ssize_t count = read(descriptor_, piece.data(), piece.size());
+      if (count == 0) return true;
+      if (count > 0)
+        bytes.append(piece.data(), static_cast<std::size_t>(count));
+      else if (errno != EINTR)
+        return false;
+    }
+  }
+
+ private:
+  bool owned_;
+  int descriptor_;
+};
+
+}  // namespace
+
+void print(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+
+bool finish_output() {
+  if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return true;
+  remark("standard output could not be written: " + std::string(std::strerror(errno)));
+  return false;
+}
+
+void remark(std::string_view text) {
+  std::string line = "yinet: " + std::string(text);
+  if (g_remarks_as_json) {
+    const nlohmann::ordered_json object = {{"kind", "remark"}, {"text", text}};
+    line = object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+  }
+  line += '\n';
+  std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+void remarks_as_json(bool on) { g_remarks_as_json = on; }
+
+int wrong_call(std::string_view text) {
+  remark(text);
+  return kWrongCall;
+}
+
+TextArgument text_from_argument(std::string_view argument) {
+  if (auto text = ansi_from_utf8(argument)) return {std::move(*text), false};
+  return {std::string(argument), true};
+}
+
+std::optional<std::string> read_file(const std::string& name, std::string& problem) {
+  std::string bytes;
+  if (InputFile(name).read_all(bytes)) return bytes;
+  problem = (name == "-" ? std::string("standard input") : name) + " cannot be read: " + std::strerror(errno);
+  return std::nullopt;
+}
+
+}  // namespace yinet::cli
