@@ -64,7 +64,7 @@ class YINET_API YMIMEMessage {
     void RegisterMIMEType(Agent* agent) {
       if (agent) append(std::shared_ptr<YMIMEContentAgent>(agent));
     }
-    // The same for an agent whose own type is not known here: it is never destroyed, its memory is kept to the end.
+    // The same for an agent whose own type is not known here: its memory is freed in the end, its destructor not run.
     void RegisterMIMEType(YMIMEContentAgent* agent);
 
     // The first agent with this code, otherwise the one registered last; null only when there is none. Valid as long as
@@ -127,7 +127,7 @@ class YINET_API YMIMEMessage {
   void insert_message_end(YString& text);
   void m_AddMultipleRecipients(YString& list, int kind);
   void m_AddRecipient(YString& address, YString& name, int kind);
-  YString m_CheckAttachments(YObject* mail);  // item list of the paths to attach
+  YString m_CheckAttachments(YObject* mail);  // item list, separated by "|", of the paths to attach
   YString m_EncodeHeaderLine(const YString& text);
   bool m_IsDateInDST(YDate& date);
   YString m_MakeAttachFileName(const YString& name);
@@ -176,7 +176,7 @@ class YINET_API YMIMEMessage {
   // As CMIMEPart::m_AddMIMEPart, for the top-level list; gives the new part.
   CMIMEPart* m_AddMIMEPart(YString& content, eMIMETypeCode type, YString parameters, eMIMEEncodingCode encoding,
                            bool isFile);
-  static YString FoldLines(const YString& text);
+  void m_AddAttachments(const YString& paths, YString& plainText, bool& isHTML);
 
   // Temporary files of the attachments that m_CheckAttachments listed and that have no part yet, in the list's order.
   std::vector<std::shared_ptr<const yinet::AttachmentFile>> attachment_files_;

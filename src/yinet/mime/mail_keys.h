@@ -1,0 +1,30 @@
+#pragma once
+
+// Keys of the mail record that composing reads, and of a recipient. Umlauts are Windows-1252.
+
+#include <string_view>
+
+namespace yinet {
+
+namespace mail_key {
+inline constexpr std::string_view kSender = "ABSENDER";
+inline constexpr std::string_view kSenderName = "ABSENDERNAME";
+inline constexpr std::string_view kSubject = "BETREFF";
+inline constexpr std::string_view kText = "NACHRICHT";  // of an HTML mail: its plain alternative
+inline constexpr std::string_view kTo = "EMPF\xC4NGER";
+inline constexpr std::string_view kCc = "KOPIE";
+inline constexpr std::string_view kBcc = "BLINDKOPIE";
+inline constexpr std::string_view kMailId = "MAILID";
+inline constexpr std::string_view kAttachments = "ANLAGEN";
+inline constexpr std::string_view kProfile = "PROFIL";
+inline constexpr std::string_view kError = "_Error_";  // written
+
+inline constexpr std::string_view kEmailAddress = "EmailAddress";
+inline constexpr std::string_view kFriendlyName = "FriendlyName";
+}  // namespace mail_key
+
+inline constexpr int kRecipientTo = 0;
+inline constexpr int kRecipientCc = 1;
+inline constexpr int kRecipientBcc = 2;
+
+}  // namespace yinet
