@@ -24,6 +24,7 @@
 #include "yinet/host/yscript.h"
 #include "yinet/host/ystring.h"
 #include "yinet/host/ytextmanager.h"
+#include "yinet/host/yxml.h"
 #include "yinet/http/http.h"
 #include "yinet/mime/content_agents.h"
 #include "yinet/mime/mail_parser.h"
