@@ -58,8 +58,8 @@ TEST_F(MessagesTest, LanguageFollowsTheSettingUnlessSet) {
   EXPECT_EQ(YTextManager.GetYText(message::kHttpConnectFailed, "h"), "The HTTP connection to h failed.");
   set_setting("System", "Sprache", "DE");
   EXPECT_EQ(YTextManager.GetYText(message::kHttpConnectFailed, "h"), "Die HTTP-Verbindung zu h ist fehlgeschlagen.");
-  EXPECT_EQ(YTextManager.GetYText(message::kTemporaryFolderUnusable, "a", "b"),
-            "Das tempor\xE4re Verzeichnis a ist nicht benutzbar: b");
+  EXPECT_EQ(YTextManager.GetYText(message::kDriveNotMapped, "a"),
+            "Der Datei a fehlt ein Verzeichnis f\xFCr ihren Laufwerksbuchstaben.");
   set_message_language(Language::english);
   EXPECT_EQ(YTextManager.GetYText(message::kHttpConnectFailed, "h"), "The HTTP connection to h failed.");
 }
@@ -71,7 +71,7 @@ TEST_F(MessagesTest, APluggedCatalogueComesFirstAndMayFail) {
     return std::nullopt;
   });
   EXPECT_EQ(YTextManager.GetYText(message::kHttpConnectFailed, "h"), "nix mit h");
-  EXPECT_EQ(YTextManager.GetYText(message::kHttpSendFailed), "The HTTP request could not be sent.");
+  EXPECT_EQ(YTextManager.GetYText(message::kHttpSendFailed, "h"), "The HTTP request to h could not be sent.");
   EXPECT_EQ(YTextManager.GetYText(message::kDnsQueryFailed, "n", "9003"), "The DNS query for n failed (status 9003).");
 }
 

@@ -21,8 +21,8 @@ std::span<const MessageText> host_messages() {
       {kDriveNotMapped, 6, "Der Datei $1$ fehlt ein Verzeichnis f\xFCr ihren Laufwerksbuchstaben.",
        "There is no folder for the drive letter of the file $1$.",
        "Set \"Dateien\"/\"LaufwerkC\" (or the letter in question) to the folder that the drive stands for."},
-      {kTemporaryFolderUnusable, 6, "Das tempor\xE4re Verzeichnis $1$ ist nicht benutzbar: $2$",
-       "The temporary folder $1$ cannot be used: $2$",
+      {kTemporaryFolderUnusable, 6, "Das tempor\xE4re Verzeichnis $1$ ist nicht benutzbar: $2$. Ersatz: \"$3$\"",
+       "The temporary folder $1$ cannot be used: $2$. In its place: \"$3$\"",
        "Remove what stands in its place, or name a folder of your own in \"Dateien\"/\"TempVerzeichnis\"."},
       {kFileNameRefused, 6,
        "Der Dateiname $1$ enth\xE4lt ein Nullzeichen oder f\xFChrt aus dem tempor\xE4ren Verzeichnis heraus und "

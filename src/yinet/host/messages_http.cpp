@@ -11,7 +11,8 @@ std::span<const MessageText> http_messages() {
   static constexpr auto kRows = std::to_array<MessageText>({
       {kHttpConnectFailed, 6, "Die HTTP-Verbindung zu $1$ ist fehlgeschlagen.", "The HTTP connection to $1$ failed.",
        "Check the URL; the message of the socket before this one has the cause."},
-      {kHttpSendFailed, 6, "Die HTTP-Anfrage konnte nicht gesendet werden.", "The HTTP request could not be sent.",
+      {kHttpSendFailed, 6, "Die HTTP-Anfrage an $1$ konnte nicht gesendet werden.",
+       "The HTTP request to $1$ could not be sent.",
        "The server closed the connection before it had the request. Try again; check its limits for uploads."},
       {kHttpReceiveFailed, 6, "Die HTTP-Antwort konnte nicht empfangen werden.",
        "The HTTP reply could not be received.",
