@@ -62,7 +62,8 @@ class YINET_API SecureSocket {
   void Close();  // keeps the TLS context
 
   // --- Transfer -------------------------------------------------------------------------------------------------------
-  // True when the whole content was taken. A false result leaves open how much the peer got; nothing is sent twice.
+  // True when the whole content was taken; a non-blocking object waits for a slow peer, up to kIdleLimit without a byte
+  // taken. After false, bytes_sent() tells how much was taken. Without a connection or content: false, nothing logged.
   bool Send(const YBuffer& data);
   bool Send(const YString& data);
   // Sizes the target to exactly `size` bytes and reads once: what arrived stands at the front, zeros behind it.
@@ -122,6 +123,9 @@ class YINET_API SecureSocket {
   void read_ahead(bool on);
   // Bytes of the last Send that the connection has taken, complete or not.
   [[nodiscard]] std::size_t bytes_sent() const;
+  // Goes on with the content of a failed Send at the first byte not yet taken. Over TLS nothing else may be sent then:
+  // the record that stands half-sent must be finished with the same bytes.
+  bool send_rest(const YBuffer& data);
 
  protected:
   // A connection made elsewhere (accepted); takes over `connection`.
@@ -166,5 +170,11 @@ class YINET_API SecureSocket {
   YObject info;  // what is known of the peer
 
  private:
+  int ConnectTls();
+  // 0, -1 for an unfinished handshake or -2 for a rejected certificate, each reported under its number.
+  int JudgePeer(bool verify, int unfinished_message, int rejected_message, int level);
+  bool MakeServerContext(const YString& certificate_file, const YString& key_file, const YString& key_password,
+                         const YString& client_authorities, bool require_client_certificate);
+
   std::unique_ptr<yinet::SocketState> state_;  // never null
 };

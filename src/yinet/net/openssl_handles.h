@@ -1,0 +1,25 @@
+#pragma once
+
+// Owners for what OpenSSL hands out. For .cpp files of this folder.
+
+#include <openssl/bio.h>
+#include <openssl/ssl.h>
+#include <openssl/x509.h>
+
+#include <memory>
+
+namespace yinet {
+
+struct OpensslFree {
+  void operator()(SSL* session) const noexcept { SSL_free(session); }
+  void operator()(SSL_CTX* context) const noexcept { SSL_CTX_free(context); }
+  void operator()(X509* certificate) const noexcept { X509_free(certificate); }
+  void operator()(BIO* bio) const noexcept { BIO_free(bio); }  // one link, not the chain
+};
+
+using SessionHandle = std::unique_ptr<SSL, OpensslFree>;
+using ContextHandle = std::unique_ptr<SSL_CTX, OpensslFree>;
+using CertificateHandle = std::unique_ptr<X509, OpensslFree>;
+using BioHandle = std::unique_ptr<BIO, OpensslFree>;
+
+}  // namespace yinet

@@ -1,0 +1,44 @@
+#pragma once
+
+// What a SecureSocket knows of its connection besides its exported members. Owned by the SecureSocket.
+
+#include <poll.h>
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+namespace yinet {
+
+struct SocketState {
+  // Whom the connection is for: the last Connect's host and port, behind a proxy the final ones. Named towards a TLS
+  // server and looked for in its certificate.
+  std::string host;
+  std::string refusal;  // why the last target must not be connected to; empty when it may
+
+  // --- The connection that stands; reset() with every new one ---
+  std::size_t sent = 0;          // bytes of the last Send that were taken
+  bool send_unfinished = false;  // TLS holds part of a record: the next bytes must be the rest of the same content
+  bool wrote_last = false;       // nothing was read after the last write
+  bool broken = false;           // a read or write failed: no orderly end is possible
+  short input_event = POLLIN;    // what the last read waits for (TLS may have to write first)
+  bool input_drained = false;    // the last read found nothing: only the system can tell of more
+
+  // --- Read-ahead: bytes [begin, end) of `ahead` belong to the next reads ---
+  bool read_ahead = false;
+  std::unique_ptr<char[]> ahead;
+  std::size_t ahead_capacity = 0;
+  std::size_t begin = 0;
+  std::size_t end = 0;
+
+  [[nodiscard]] std::size_t buffered() const { return end - begin; }
+  void drop_buffered() { begin = end = 0; }
+  void reset() {
+    sent = 0;
+    send_unfinished = wrote_last = broken = input_drained = false;
+    input_event = POLLIN;
+    drop_buffered();
+  }
+};
+
+}  // namespace yinet
