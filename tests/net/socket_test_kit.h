@@ -1,0 +1,119 @@
+#pragma once
+
+// Vocabulary of the socket tests.
+
+#include <dirent.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/log_capture.h"
+#include "support/scripted_peer.h"
+#include "yinet/host/message_numbers.h"
+#include "yinet/host/setting_table.h"
+#include "yinet/net/secure_socket.h"
+
+namespace yinet::test {
+
+// A socket whose workers and fields a test can reach.
+class OpenSocket : public SecureSocket {
+ public:
+  OpenSocket() = default;
+  OpenSocket(BIO* connection, bool blocking_mode) : SecureSocket(connection, blocking_mode) {}
+
+  using SecureSocket::bio;
+  using SecureSocket::connectTarget;
+  using SecureSocket::GetBinaryFromReceive;
+  using SecureSocket::GetZertifikatInfo;
+  using SecureSocket::keyText;
+  using SecureSocket::openSSL_Lock;
+  using SecureSocket::password_cb;
+  using SecureSocket::ReceiveBlocking;
+  using SecureSocket::socksTargetAddress;
+  using SecureSocket::socksTargetPort;
+  using SecureSocket::sslContext;
+  using SecureSocket::tlsActive;
+};
+
+enum class Mode { blocking, polling };
+inline bool is_blocking(Mode mode) { return mode == Mode::blocking; }
+inline std::string name_of(Mode mode) { return is_blocking(mode) ? "blocking" : "non-blocking"; }
+inline constexpr Mode kBothModes[] = {Mode::blocking, Mode::polling};
+
+// Changes a setting for as long as it lives.
+class SettingChange {
+ public:
+  SettingChange(const Setting& setting, std::string value) : setting_(setting) {
+    set_setting(setting.section, setting.name, std::move(value));
+  }
+  SettingChange(const SettingChange&) = delete;
+  SettingChange& operator=(const SettingChange&) = delete;
+  ~SettingChange() { set_setting(setting_.section, setting_.name, std::nullopt); }
+
+ private:
+  const Setting& setting_;
+};
+
+// Every socket test logs into memory and does without the pause after a connect.
+class SocketTest : public testing::Test {
+ protected:
+  LogCapture log;
+  SettingChange no_pause{settings::kConnectPause, "0"};
+};
+
+inline int connect_to(SecureSocket& socket, const ScriptedPeer& peer, Mode mode = Mode::polling,
+                      const char* host = "127.0.0.1") {
+  return socket.Connect(host, peer.port(), is_blocking(mode));
+}
+
+// The next piece that arrives, at most `size` bytes; "" when the connection has ended.
+inline std::string receive_piece(SecureSocket& socket, int size = 4096) {
+  YBuffer target;
+  for (;;) {
+    const int count = socket.Receive(target, size, true);
+    if (count < 0) return {};
+    if (count > 0) return std::string(target.view().substr(0, static_cast<std::size_t>(count)));
+    if (!socket.wait_for_input(static_cast<int>(kPatience.count()))) {
+      ADD_FAILURE() << "nothing came";
+      return {};
+    }
+  }
+}
+
+inline std::string receive_exactly(SecureSocket& socket, std::size_t size) {
+  std::string all;
+  while (all.size() < size) {
+    const std::string piece = receive_piece(socket, static_cast<int>(size - all.size()));
+    if (piece.empty()) break;
+    all += piece;
+  }
+  return all;
+}
+
+inline std::string receive_all(SecureSocket& socket) {
+  std::string all;
+  for (std::string piece = receive_piece(socket); !piece.empty(); piece = receive_piece(socket)) all += piece;
+  return all;
+}
+
+inline std::chrono::milliseconds time_of(const std::function<void()>& work) {
+  const auto start = std::chrono::steady_clock::now();
+  work();
+  return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+}
+
+inline int open_descriptors() {
+  int count = 0;
+  DIR* const folder = opendir("/proc/self/fd");
+  while (readdir(folder) != nullptr) ++count;
+  closedir(folder);
+  return count;
+}
+
+}  // namespace yinet::test
