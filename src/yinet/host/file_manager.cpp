@@ -23,14 +23,17 @@ struct CloseStream {
   void operator()(DIR* stream) const { closedir(stream); }
 };
 
-// The entries of an open folder without "." and "..", in the system's order; nothing on failure.
-std::optional<std::vector<std::string>> entries(int folder) {
+constexpr std::size_t kAllEntries = static_cast<std::size_t>(-1);
+
+// The entries of an open folder without "." and "..", `limit` of them at most, in the system's order; nothing on failure.
+std::optional<std::vector<std::string>> entries(int folder, std::size_t limit = kAllEntries) {
   Descriptor own(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   const std::unique_ptr<DIR, CloseStream> stream(own.is_open() ? fdopendir(own.get()) : nullptr);
   if (stream == nullptr) return std::nullopt;
   static_cast<void>(own.release());
   std::vector<std::string> names;
-  for (;;) {
+  errno = 0;
+  while (names.size() < limit) {
     errno = 0;
     const dirent* entry = readdir(stream.get());
     if (entry == nullptr) break;
@@ -167,11 +170,12 @@ bool YFileManager_class::EmptyFolder(const YString& name) const {
   return Emptying(folder.get()).run();
 }
 
-std::vector<YString> YFileManager_class::ListFolder(const YString& name) const {
+std::vector<YString> YFileManager_class::ListFolder(const YString& name, int limit) const {
   std::vector<YString> result;
   const std::optional<Place> place = folder_place(name);
   const Descriptor folder = place ? open_folder(*place, place->temporary() ? O_NOFOLLOW : 0) : Descriptor();
-  const auto names = folder.is_open() ? entries(folder.get()) : std::nullopt;
+  const std::size_t most = limit < 0 ? kAllEntries : static_cast<std::size_t>(limit);
+  const auto names = folder.is_open() ? entries(folder.get(), most) : std::nullopt;
   if (!names) return result;
   result.reserve(names->size());
   for (const std::string& entry : *names) result.emplace_back(yinet::name_from_utf8(entry));

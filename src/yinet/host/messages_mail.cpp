@@ -32,6 +32,12 @@ std::span<const MessageText> mail_messages() {
        "Der Text der Mail \"$3$\" an $2$ (Profil $1$) ist mit $4$ KB zu gro\xDF; die Mail geht ohne Anlagen.",
        "The text of the mail \"$3$\" to $2$ (profile $1$) is too large ($4$ KB); the mail goes without attachments.",
        "Shorten the text, or raise the largest mail size of the sending profile."},
+      {kMailAttachmentNotWritten, 6, "Die Anlage $1$ einer empfangenen Mail kann nicht gespeichert werden: $2$",
+       "The attachment $1$ of a received mail cannot be written: $2$",
+       "Check free space and rights in the mail's folder and in the temporary one, then decode the mail again."},
+      {kMailFileTooLarge, 6, "Die Maildatei $1$ ist gr\xF6\xDF"
+       "er als 2 GB.", "The mail file $1$ is larger than 2 GB.",
+       "Mails of this size cannot be decoded; ask the sender for another way."},
       {kCharsetUnknown, 2, "Der Zeichensatz $1$ ist unbekannt.", "The charset $1$ is unknown.",
        "Use one of the identifiers that \"yinet charset list\" shows."},
       {kMailNameParameter, 0, "Parameter $1$ von Content-Type: $2$", "Parameter $1$ of Content-Type: $2$", ""},

@@ -103,8 +103,9 @@ class YINET_API YFileManager_class {
   // Deletes files and sub-folders in a folder, never through links; the folder stays, must belong to the caller's user
   // and may be no link itself. False when something could not be deleted; its sub-folders may have moved up then.
   bool EmptyFolder(const YString& name) const;
-  // Names of the entries of a folder, "." and ".." left out, as library text; unsorted.
-  std::vector<YString> ListFolder(const YString& name) const;
+  // Names of the entries of a folder, "." and ".." left out, as library text; unsorted, and no more than
+  // `limit` of them unless it is negative.
+  std::vector<YString> ListFolder(const YString& name, int limit = -1) const;
 };
 YINET_API extern YFileManager_class YFileManager;
 

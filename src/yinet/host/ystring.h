@@ -50,6 +50,7 @@ class YINET_API YString {
   operator std::string_view() const { return text_; }  // NOLINT(google-explicit-constructor)
 
   YString& operator+=(std::string_view text) { text_.append(text); return *this; }
+  YString& operator+=(const std::string& text) { text_.append(text); return *this; }
   YString& operator+=(const YString& text) { text_.append(text.text_); return *this; }
   YString& operator+=(const char* text) { text_.append(text); return *this; }
   YString& operator+=(char character) { text_.push_back(character); return *this; }

@@ -1,6 +1,6 @@
 #pragma once
 
-// Keys of the mail record that composing reads, and of a recipient. Umlauts are Windows-1252.
+// Keys of the mail record that composing reads and decoding writes, and of a recipient. Umlauts are Windows-1252.
 
 #include <string_view>
 
@@ -17,6 +17,14 @@ inline constexpr std::string_view kBcc = "BLINDKOPIE";
 inline constexpr std::string_view kMailId = "MAILID";
 inline constexpr std::string_view kAttachments = "ANLAGEN";
 inline constexpr std::string_view kProfile = "PROFIL";
+// Only decoding writes these.
+inline constexpr std::string_view kOriginalRecipients = "ORIGEMPF\xC4NGER";
+inline constexpr std::string_view kReplyAddress = "AntwortAdresse";
+inline constexpr std::string_view kSent = "GESENDET";
+inline constexpr std::string_view kArchiveId = "MAILARCHIVID";
+inline constexpr std::string_view kHeader = "Header";
+inline constexpr std::string_view kPartInformation = "PARTINFORMATION";
+
 inline constexpr std::string_view kError = "_Error_";  // written
 
 inline constexpr std::string_view kEmailAddress = "EmailAddress";

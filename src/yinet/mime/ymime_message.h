@@ -14,6 +14,7 @@
 
 namespace yinet {
 class AttachmentFile;    // a temporary file of a composed mail; removed with its last owner
+struct AttachmentName;
 struct MailDecodeState;  // what one decode keeps besides the described fields
 }  // namespace yinet
 
@@ -177,6 +178,22 @@ class YINET_API YMIMEMessage {
   CMIMEPart* m_AddMIMEPart(YString& content, eMIMETypeCode type, YString parameters, eMIMEEncodingCode encoding,
                            bool isFile);
   void m_AddAttachments(const YString& paths, YString& plainText, bool& isHTML);
+
+  // Steps of m_DecodePart. Positions are offsets into m_MailText, -1 as an end stands for the end of the text.
+  bool m_DecodeMultipart(YObject* part, int bodyStart, unsigned long flags, YObject* partInformation);
+  void m_DecodeLeaf(YObject* part, int start, int end, bool topLevel, bool inMultipart, bool information,
+                    YObject* partInformation);
+  void m_DecodeEmbedded(int start, int end);
+  void m_TakeEnvelope();  // subject, sender and recipients from the root's fields
+  [[nodiscard]] std::string_view m_Content(int start, int end) const;
+  bool m_DecodeInlineText(YObject* part, std::string_view content, bool topLevel);
+  void m_DecodeToFile(YObject* part, std::string_view content, const YString& name);
+  YString m_WriteNewFile(const yinet::AttachmentName& name, std::string_view bytes);
+  void m_StoreEnvelope(YObject* result, unsigned long flags);
+  void m_StoreText(YObject* result);
+  void m_StoreNestedText(YObject* result);
+  void m_StorePartText(const YString& text, const YString& subtype, YObject* result);
+  bool m_TakeFile(const YString& path, YObject* result);
 
   // Temporary files of the attachments that m_CheckAttachments listed and that have no part yet, in the list's order.
   std::vector<std::shared_ptr<const yinet::AttachmentFile>> attachment_files_;

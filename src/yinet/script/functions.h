@@ -16,6 +16,9 @@ extern "C" {
 YINET_API void HTTP_GET(YObject* arguments);
 YINET_API void HTTP_POST(YObject* arguments);
 
+// Mail
+YINET_API void MIME_DEKODIERE(YObject* arguments);
+
 // TLS start-up: prepares the TLS library for several threads. Works with any block, null included, and sets nothing.
 YINET_API void SECURESOCKETGLOBALSSLINIT(YObject* arguments);
 

@@ -14,4 +14,9 @@ inline constexpr std::string_view kResponseFile = "pResponseFile";
 inline constexpr std::string_view kContent = "pContent";
 inline constexpr std::string_view kContentType = "pContentType";
 
+// Mail
+inline constexpr std::string_view kMailFile = "pEMLDatei";
+inline constexpr std::string_view kMail = "pMail";
+inline constexpr std::string_view kOptions = "pOptionen";
+
 }  // namespace yinet::key

@@ -1,0 +1,22 @@
+#pragma once
+
+// Writes a decoded mail out as files for scripts that work with files: the attachments and the text, in one folder under
+// the temporary one that always holds the last mail only. Calls of one process wait for each other, so that none empties
+// the folder while another fills it.
+
+#include <string>
+#include <string_view>
+
+#include "yinet/host/yobject.h"
+
+namespace yinet {
+
+// Moves the members that "ANLAGEN" lists, and "NACHRICHT", from the record into files. The list of names stays. A file
+// that cannot be written is passed over; its member goes all the same, the text stays. False when there is no such folder
+// and it cannot be made, which is raised as message 21072.
+bool write_mail_files(YObject& record);
+
+// The name of the text's file, from the subject: its first 20 characters, of which letters, digits and a few others stay.
+std::string mail_text_file_name(std::string_view subject);
+
+}  // namespace yinet
