@@ -309,16 +309,20 @@ TEST_F(FileManager, WhatCantBeDeletedIsReportedAndTheRestGoes) {
   for (const char* name : {"a", "locked/inner/stays", "open/b", "open/locked/inner/stays", "z"}) {
     folder.write("mixed/" + std::string(name), "x");
   }
+  const fs::path shut = folder.write("shut/stays", "x").parent_path();
   const bool root = geteuid() == 0;
-  for (const char* name : {"locked", "open/locked"}) {
-    chmod((mixed / name / "inner").c_str(), 0500);
-    chmod((mixed / name).c_str(), 0500);
+  for (const char* name :
+       {"mixed/locked/inner", "mixed/locked", "mixed/open/locked/inner", "mixed/open/locked", "shut"}) {
+    chmod((folder / name).c_str(), 0500);
   }
   if (root) {  // root may delete anything: be somebody else for a moment
-    for (const fs::path& path : {folder.path(), mixed, mixed / "open"}) ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+    for (const fs::path& path : {folder.path(), mixed, mixed / "open", shut}) {
+      ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+    }
     ASSERT_EQ(seteuid(65534), 0);
   }
   EXPECT_FALSE(YFileManager.EmptyFolder(YString(mixed.string())));
+  EXPECT_FALSE(YFileManager.EmptyFolder(YString(shut.string())));
   if (root) {
     ASSERT_EQ(seteuid(0), 0);
   }
