@@ -17,7 +17,7 @@ constexpr int kFirstYear = 1;
 constexpr int kLastYear = 9999;
 constexpr std::int64_t kMillisecondsPerSecond = 1000;
 constexpr std::int64_t kMillisecondsPerMinute = 60 * kMillisecondsPerSecond;
-constexpr std::int64_t kSecondsPerDay = 24 * 60 * 60;
+constexpr std::int64_t kSecondsPerDay = std::int64_t{24} * 60 * 60;
 constexpr std::int64_t kMillisecondsPerDay = kSecondsPerDay * kMillisecondsPerSecond;
 
 // Days since 1970-01-01 of the day that date numbers count from, 1899-12-30, and of the ends of the calendar.

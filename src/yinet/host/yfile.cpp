@@ -20,8 +20,8 @@ using yinet::Place;
 
 constexpr mode_t kPrivateFile = 0600;
 constexpr mode_t kFollowingTheMask = 0666;
-constexpr std::size_t kCopyPiece = 256 * 1024;
-constexpr std::size_t kReadAhead = 64 * 1024;  // first read of a file that can't tell its size
+constexpr std::size_t kCopyPiece = std::size_t{256} * 1024;
+constexpr std::size_t kReadAhead = std::size_t{64} * 1024;  // first read of a file that can't tell its size
 
 // Flags for the system, or nothing for values that don't make sense together.
 std::optional<int> open_flags(int creation, std::uint32_t access, bool temporary) {
