@@ -1,0 +1,117 @@
+#include "yinet/script/call_function.h"
+
+#include <gmock/gmock.h>
+
+#include "yinet/host/yjson.h"
+
+namespace yinet {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr ScriptParameter kParameters[] = {
+    {.key = "pText", .type = kTypeString, .direction = Direction::in, .default_value = {}, .meaning = {}},
+    {.key = "pNumber", .type = kTypeInteger, .direction = Direction::in, .default_value = {}, .meaning = {}},
+    {.key = "pFlag", .type = kTypeBool, .direction = Direction::in, .default_value = {}, .meaning = {}},
+    {.key = "pBytes", .type = kTypeBuffer, .direction = Direction::in, .default_value = {}, .meaning = {}},
+    {.key = "pDate", .type = kTypeDateTime, .direction = Direction::in, .default_value = {}, .meaning = {}},
+    {.key = "pRecord", .type = kTypeObject, .direction = Direction::in, .default_value = {}, .meaning = {}},
+    {.key = "pRecords", .type = kTypeObjectArray, .direction = Direction::in, .default_value = {}, .meaning = {}},
+    {.key = "pEither",
+     .type = kTypeString,
+     .direction = Direction::in,
+     .default_value = {},
+     .meaning = {},
+     .other_type = kTypeBuffer},
+};
+
+ScriptFunction test_function() {
+  return {.name = "TEST",
+          .entry = nullptr,
+          .family = {},
+          .summary = {},
+          .parameters = kParameters,
+          .result_type = kTypeBool,
+          .result_meaning = {},
+          .messages = {},
+          .example = {}};
+}
+
+// The record after it was fitted, as JSON; the problem instead when there is one.
+std::string fitted(std::string_view json) {
+  YObject record;
+  if (const auto error = YJSON::Parse(json, record)) return error->reason;
+  if (const auto problem = fit_parameters(test_function(), record)) return *problem;
+  return YJSON::Write(record);
+}
+
+TEST(FitParameters, ValuesBecomeWhatTheTableSays) {
+  struct Case {
+    std::string_view given, fitted;
+  };
+  for (const auto& [given, expected] : {
+           Case{R"({"pNumber":"-42"})", R"({"pNumber":-42})"},
+           Case{R"({"pNumber":" +7 "})", R"({"pNumber":7})"},
+           Case{R"({"pNumber":true})", R"({"pNumber":1})"},
+           Case{R"({"pFlag":"Ja"})", R"({"pFlag":true})"},
+           Case{R"({"pFlag":0})", R"({"pFlag":false})"},
+           Case{R"({"pText":12})", R"({"pText":"12"})"},
+           Case{R"({"pText":{"$base64":"AAE="}})", R"({"pText":"\u0000\u0001"})"},
+           Case{R"({"pBytes":"abc"})", R"({"pBytes":{"$base64":"YWJj"}})"},
+           Case{R"({"pEither":{"$base64":"YWJj"}})", R"({"pEither":{"$base64":"YWJj"}})"},
+           Case{R"({"pEither":5})", R"({"pEither":"5"})"},
+           Case{R"({"pRecords":[]})", R"({"pRecords":[]})"},
+           Case{R"({"pRecord":{"a":"b"}})", R"({"pRecord":{"a":"b"}})"},
+           Case{R"({"pText":null})", R"({"pText":null})"},
+           Case{R"({"PTEXT":"x","_RETV":5})", R"({"PTEXT":"x","_RETV":5})"},
+       })
+    EXPECT_EQ(fitted(given), expected);
+}
+
+TEST(FitParameters, WhatCannotBeThatIsToldWithItsValue) {
+  struct Case {
+    std::string_view given, problem;
+  };
+  for (const auto& [given, expected] : {
+           Case{R"({"pNumber":"12x"})", R"(pNumber needs an integer, not "12x")"},
+           Case{R"({"pNumber":"99999999999"})", R"(pNumber needs an integer, not "99999999999")"},
+           Case{R"({"pNumber":"+-5"})", R"(pNumber needs an integer, not "+-5")"},
+           Case{R"({"pNumber":""})", "pNumber needs an integer, not a text"},
+           Case{R"({"pFlag":2})", R"(pFlag needs a bool, not "2")"},
+           Case{R"({"pText":{"a":"b"}})", "pText needs a text, not a record"},
+           Case{R"({"pBytes":5})", R"(pBytes needs a buffer, not "5")"},
+           Case{R"({"pDate":"gestern"})", R"(pDate needs a date-time, not "gestern")"},
+           Case{R"({"pRecord":"x"})", R"(pRecord needs a record, not "x")"},
+           Case{R"({"pTxt":"x"})", R"(TEST has no parameter "pTxt"; did you mean pText?)"},
+       })
+    EXPECT_EQ(fitted(given), expected);
+}
+
+TEST(CallFunction, UnknownNamesGetTheNearestKnownOnes) {
+  YObject record;
+  const CallOutcome function = call_function("SecureSocketGlobalSllInit", record);
+  EXPECT_EQ(function.status, CallStatus::wrong_call);
+  EXPECT_THAT(function.problem, HasSubstr("did you mean SECURESOCKETGLOBALSSLINIT?"));
+  record.StoreText("pUrl", "x");
+  const CallOutcome parameter = call_function("SECURESOCKETGLOBALSSLINIT", record);
+  EXPECT_EQ(parameter.status, CallStatus::wrong_call);
+  EXPECT_THAT(parameter.problem, HasSubstr("has no parameter \"pUrl\"; it takes none"));
+}
+
+TEST(CallFunction, BrokenJsonIsAWrongCallWithItsPosition) {
+  const JsonCallOutcome outcome = call_function_json("SECURESOCKETGLOBALSSLINIT", "{\"a\":");
+  EXPECT_EQ(outcome.status, CallStatus::wrong_call);
+  EXPECT_THAT(outcome.problem, HasSubstr("at byte"));
+  EXPECT_EQ(outcome.json, "");
+}
+
+TEST(CallFunction, AFunctionWithoutResultSucceeds) {
+  for (const std::string_view json : {"", "{}", R"({"_RETV":false})"}) {
+    const JsonCallOutcome outcome = call_function_json("SecureSocketGlobalSSLInit", json);
+    EXPECT_EQ(outcome.status, CallStatus::succeeded);
+    EXPECT_EQ(outcome.json, "{}");
+  }
+}
+
+}  // namespace
+}  // namespace yinet
