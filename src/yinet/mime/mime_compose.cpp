@@ -1,5 +1,6 @@
 // Composing a mail: from the record to header and body.
 
+#include <algorithm>
 #include <exception>
 #include <limits>
 #include <stdexcept>
@@ -173,6 +174,8 @@ void YMIMEMessage::prepare_body(bool isHTML) {
     CMIMEPart* const container = m_AddMIMEPart(none, kMimeAlternative, YString(), kMimeEncodingContainer, false);
     container->m_AddMIMEPart(m_Body, kMimeTextHtml, kTextCharset, kMimeEncodingQuotedPrintable, false);
     container->m_AddMIMEPart(m_PlainBody, kMimeTextPlain, kTextCharset, kMimeEncoding8Bit, false);
+    // It was added behind the attachments; what a reader shall see first comes first.
+    std::rotate(m_Parts.begin(), m_Parts.end() - 1, m_Parts.end());
   } else if (isHTML) {
     m_AddMIMEPart(m_Body, kMimeTextHtml, kTextCharset, kMimeEncodingQuotedPrintable, false);
   } else {
