@@ -56,7 +56,8 @@ int program(int argc, char** argv) {
   yinet::cli::GlobalOptions options;
   options.add_to(app);
   const std::vector<Command> commands = {yinet::cli::add_call_command(app), yinet::cli::add_functions_command(app),
-                                         yinet::cli::add_dns_command(app), yinet::cli::add_settings_command(app),
+                                         yinet::cli::add_dns_command(app), yinet::cli::add_mail_command(app),
+                                         yinet::cli::add_settings_command(app),
                                          yinet::cli::add_messages_command(app)};
   try {
     app.parse(argc, argv);

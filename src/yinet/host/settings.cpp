@@ -143,6 +143,7 @@ class Registry {
         if (auto value = (*source)(section, name)) return value;
       } catch (...) {  // counts as no value
       }
+      const std::shared_lock guard(mutex_);
       return default_of(key);
     }
     const std::shared_lock guard(mutex_);
@@ -157,6 +158,13 @@ class Registry {
       overrides_.insert_or_assign(key, std::move(*value));
     else
       overrides_.erase(key);
+    if (const auto row = rows_by_key_.find(key); row != rows_by_key_.end()) resolve(row->second);
+  }
+
+  void change_default(std::string_view section, std::string_view name, std::string value) {
+    const std::string key = key_of(section, name);
+    const std::unique_lock guard(mutex_);
+    defaults_.insert_or_assign(key, std::move(value));
     if (const auto row = rows_by_key_.find(key); row != rows_by_key_.end()) resolve(row->second);
   }
 
@@ -184,6 +192,7 @@ class Registry {
   }
 
   std::optional<std::string> default_of(const std::string& key) const {
+    if (const auto found = defaults_.find(key); found != defaults_.end()) return found->second;
     const auto row = rows_by_key_.find(key);
     if (row == rows_by_key_.end()) return std::nullopt;
     return std::string(all_settings()[row->second].default_value);
@@ -203,7 +212,8 @@ class Registry {
     std::optional<std::string> text;
     if (const auto found = overrides_.find(key); found != overrides_.end()) text = found->second;
     if (!text) text = below_source(key, setting.section, setting.name);
-    rows_[row] = value_of(setting, std::move(text).value_or(std::string(setting.default_value)));
+    if (!text) text = default_of(key);
+    rows_[row] = value_of(setting, *text);
   }
 
   void resolve_all() {
@@ -217,6 +227,7 @@ class Registry {
   mutable std::shared_mutex mutex_;                           // guards what follows
   Values overrides_;
   Values file_;
+  Values defaults_;
   std::vector<Value> rows_;
   std::pair<std::string, std::string> file_problem_;  // path, reason
   std::atomic<bool> has_file_problem_ = false;
@@ -262,6 +273,10 @@ std::optional<std::string> find_setting(std::string_view section, std::string_vi
 
 void set_setting(std::string_view section, std::string_view name, std::optional<std::string> value) {
   registry().override_value(section, name, std::move(value));
+}
+
+void set_setting_default(std::string_view section, std::string_view name, std::string value) {
+  registry().change_default(section, name, std::move(value));
 }
 
 void set_settings_source(SettingsSource source) { registry().plug(std::move(source)); }

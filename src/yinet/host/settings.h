@@ -47,6 +47,10 @@ YINET_API std::optional<std::string> find_setting(std::string_view section, std:
 // Override for this process; nullopt takes it back.
 YINET_API void set_setting(std::string_view section, std::string_view name, std::optional<std::string> value);
 
+// Takes the place of the table's default in this process: for programs whose users want another one. Anything that sets
+// the value goes before it.
+YINET_API void set_setting_default(std::string_view section, std::string_view name, std::string value);
+
 // Replaces environment and file; null restores them. The source is called from any thread, at every look-up; what it
 // throws counts as no value.
 using SettingsSource = std::function<std::optional<std::string>(std::string_view section, std::string_view name)>;

@@ -1,6 +1,8 @@
 #include "yinet/mime/mail_files.h"
 
+#include <cerrno>
 #include <mutex>
+#include <system_error>
 
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/text.h"
@@ -33,6 +35,43 @@ std::string mail_text_file_name(std::string_view subject) {
     if (is_alphanumeric(c) || kKept.find(c) != std::string_view::npos) name += c;
   }
   return (name.empty() ? "Betreff" : name) + ".mail.txt";
+}
+
+namespace {
+
+SavedMailFile save_file(const YString& folder, std::string_view name, std::string_view bytes) {
+  const YString base = YFile::ExtractName(YString(name));
+  const YString extension = YFile::ExtractExtension(YString(name));
+  SavedMailFile saved{.name = std::string(name), .path = {}, .error = {}};
+  for (int counter = 1;; ++counter) {
+    const std::string free_name =
+        counter == 1 ? saved.name : formatted("$1$_$2$$3$", base, std::to_string(counter), extension);
+    YFile file(folder + YString(free_name));
+    const bool opened = file.Open(kCreateNew, kAccessRead | kAccessWrite);
+    if (!opened && file.LastError() == EEXIST) continue;
+    if (opened && file.Write(bytes) && file.Close()) saved.path = file.GetName().str();
+    else saved.error = std::generic_category().message(file.LastError());
+    return saved;
+  }
+}
+
+}  // namespace
+
+std::vector<SavedMailFile> save_mail_files(const YObject& record, const YString& folder) {
+  std::vector<SavedMailFile> saved;
+  YString path = YFileManager.ResolvePath(folder);
+  YFileManager.CreateFolder(path);
+  if (!path.EndsWith("/")) path += '/';
+  const YString text = record.GetString(mail_key::kText);
+  if (!text.IsEmpty()) {
+    saved.push_back(save_file(path, mail_text_file_name(record.GetString(mail_key::kSubject)), text));
+  }
+  const YString names = record.GetString(mail_key::kAttachments);
+  for (const std::string_view name : names.Items()) {
+    if (!stays_in_folder(name)) continue;
+    if (const auto* bytes = record.Find<YBuffer>(name)) saved.push_back(save_file(path, name, bytes->view()));
+  }
+  return saved;
 }
 
 bool write_mail_files(YObject& record) {

@@ -6,7 +6,9 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "yinet/host/export.h"
 #include "yinet/host/yobject.h"
 
 namespace yinet {
@@ -15,6 +17,15 @@ namespace yinet {
 // that cannot be written is passed over; its member goes all the same, the text stays. False when there is no such folder
 // and it cannot be made, which is raised as message 21072.
 bool write_mail_files(YObject& record);
+
+struct SavedMailFile {
+  std::string name;   // as the record has it; of the text: the name made from the subject
+  std::string path;   // where it went, with "_2", "_3" ... when the name was in use; empty when it could not be written
+  std::string error;  // the system's reason then
+};
+// Writes attachments and text of a decoded mail into any folder, which is made when it is missing. Existing files are left
+// alone. The record stays as it is.
+YINET_API std::vector<SavedMailFile> save_mail_files(const YObject& record, const YString& folder);
 
 // The name of the text's file, from the subject: its first 20 characters, of which letters, digits and a few others stay.
 std::string mail_text_file_name(std::string_view subject);

@@ -15,6 +15,7 @@
 namespace yinet {
 class AttachmentFile;    // a temporary file of a composed mail; removed with its last owner
 struct AttachmentName;
+class MailPartLister;
 struct MailDecodeState;  // what one decode keeps besides the described fields
 }  // namespace yinet
 
@@ -27,6 +28,8 @@ struct MailDecodeState;  // what one decode keeps besides the described fields
 // One thread at a time may use an object (or copies that share parts); different objects may be used on different
 // threads. Nothing is thrown; failures are messages 21070 to 21079.
 class YINET_API YMIMEMessage {
+  friend class yinet::MailPartLister;
+
  public:
   using eMIMETypeCode = ::eMIMETypeCode;
   using eMIMEEncodingCode = ::eMIMEEncodingCode;
