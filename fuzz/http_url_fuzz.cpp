@@ -25,8 +25,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(url.ends_with(parts.path));
   require(url.find(parts.host) != std::string_view::npos);
 
-  const yinet::RequestHead head{.method = yinet::kMethodPost, .host = parts.host, .path = parts.path,
-                                .content_type = parts.path};
+  const yinet::RequestHead head{
+      .method = yinet::kMethodPost, .host = parts.host, .path = parts.path, .content_type = parts.path};
   if (line_breaking_value(head)) return 0;
   const std::string text = request_head_text(head);
   constexpr int kLines = 9;  // the empty one included

@@ -42,15 +42,12 @@ void ChunkDecoder::decode(std::string_view& in, YBuffer& body) {
 
 ChunkDecoder::Await ChunkDecoder::step(std::string_view& in, YBuffer& body) {
   switch (await_) {
-    case Await::data:
-      return take_data(in, body);
+    case Await::data: return take_data(in, body);
     case Await::size_line:
     case Await::data_end:
-    case Await::trailer_line:
-      return on_line(in);
+    case Await::trailer_line: return on_line(in);
     case Await::nothing:
-    case Await::nothing_after_fault:
-      return await_;
+    case Await::nothing_after_fault: return await_;
   }
   return Await::nothing_after_fault;
 }
@@ -75,9 +72,12 @@ ChunkDecoder::Await ChunkDecoder::on_line(std::string_view& in) {
   line_.resize(line_.size() - kLineEnd.size());
 
   Await next = Await::nothing_after_fault;
-  if (await_ == Await::size_line) next = after_size_line();
-  else if (await_ == Await::data_end) next = line_.empty() ? Await::size_line : Await::nothing_after_fault;
-  else next = line_.empty() ? Await::nothing : Await::trailer_line;
+  if (await_ == Await::size_line)
+    next = after_size_line();
+  else if (await_ == Await::data_end)
+    next = line_.empty() ? Await::size_line : Await::nothing_after_fault;
+  else
+    next = line_.empty() ? Await::nothing : Await::trailer_line;
   line_.clear();
   if (next != Await::trailer_line) line_bytes_ = 0;
   return next;
@@ -139,7 +139,8 @@ ExactReplyReader::Framing ExactReplyReader::framing_of(std::string_view block) {
   if (status_code_ == kNoContent || status_code_ == kNotModified) return Framing::no_body;
   Framing framing = Framing::until_end;
   bool coded = false;
-  for (std::size_t line_end = 0; !block.empty(); block.remove_prefix(std::min(line_end + kLineEnd.size(), block.size()))) {
+  for (std::size_t line_end = 0; !block.empty();
+       block.remove_prefix(std::min(line_end + kLineEnd.size(), block.size()))) {
     line_end = std::min(block.find(kLineEnd), block.size());
     const std::string_view line = block.substr(0, line_end);
     const std::size_t colon = line.find(':');
@@ -165,27 +166,20 @@ ExactReplyReader::Framing ExactReplyReader::framing_of(std::string_view block) {
 ReplyProgress ExactReplyReader::feed_body(std::string_view bytes) {
   switch (framing_) {
     case Framing::unknown:
-    case Framing::invalid:
-      return ReplyProgress::malformed;
-    case Framing::no_body:
-      return ReplyProgress::complete;
+    case Framing::invalid: return ReplyProgress::malformed;
+    case Framing::no_body: return ReplyProgress::complete;
     case Framing::counted: {
       const std::size_t count = body_left_ < bytes.size() ? static_cast<std::size_t>(body_left_) : bytes.size();
       body_.Add(bytes.substr(0, count));
       body_left_ -= count;
       break;
     }
-    case Framing::chunked:
-      chunks_.decode(bytes, body_);
-      break;
-    case Framing::until_end:
-      body_.Add(bytes);
-      break;
+    case Framing::chunked: chunks_.decode(bytes, body_); break;
+    case Framing::until_end: body_.Add(bytes); break;
   }
   if (body_too_long()) return ReplyProgress::body_too_long;
   if (chunks_.bad()) return ReplyProgress::malformed;
-  const bool complete = framing_ == Framing::chunked ? chunks_.done()
-                                                     : framing_ == Framing::counted && body_left_ == 0;
+  const bool complete = framing_ == Framing::chunked ? chunks_.done() : framing_ == Framing::counted && body_left_ == 0;
   return complete ? ReplyProgress::complete : ReplyProgress::more;
 }
 

@@ -28,8 +28,8 @@ class ChunkDecoder {
 
   const std::size_t line_limit_;
   Await await_ = Await::size_line;
-  std::string line_;             // begun, not yet ended
-  std::size_t line_bytes_ = 0;   // towards the limit
+  std::string line_;            // begun, not yet ended
+  std::size_t line_bytes_ = 0;  // towards the limit
   std::uint64_t data_left_ = 0;
 };
 
@@ -48,9 +48,9 @@ class ExactReplyReader final : public ReplyReader {
   Framing framing_of(std::string_view block);
 
   std::string header_text_;
-  std::size_t interim_bytes_ = 0;   // of 1xx replies passed over
+  std::size_t interim_bytes_ = 0;  // of 1xx replies passed over
   Framing framing_ = Framing::unknown;
-  std::uint64_t body_left_ = 0;     // counted only
+  std::uint64_t body_left_ = 0;  // counted only
   ChunkDecoder chunks_;
 };
 

@@ -41,8 +41,10 @@ bool guarded(std::string_view operation, Body body) noexcept {
 
 void trace_end(bool done, const YString& status, const YBuffer& response) {
   if (!yinet::debug_traces()) return;
-  if (done) YLog.DebugEnd(kTraceChannel, message::kHttpGetTrace, status);
-  else YLog.DebugEnd(kTraceChannel, message::kHttpGetTrace, yinet::formatted("$1$\r\n$2$", status, response.view()));
+  if (done)
+    YLog.DebugEnd(kTraceChannel, message::kHttpGetTrace, status);
+  else
+    YLog.DebugEnd(kTraceChannel, message::kHttpGetTrace, yinet::formatted("$1$\r\n$2$", status, response.view()));
 }
 
 std::size_t size_setting(const yinet::Setting& setting) { return static_cast<std::size_t>(setting_number(setting)); }
@@ -113,8 +115,7 @@ void log_failure(ReplyProgress failure, const yinet::ReplyLimits& limits) {
       return log_failure(message::kHttpReceiveFailed, "length or chunks of the body can't be read");
     case ReplyProgress::cut:
     case ReplyProgress::more:
-    case ReplyProgress::complete:
-      return YLog.Event(kFailureLevel, message::kHttpReceiveFailed);
+    case ReplyProgress::complete: return YLog.Event(kFailureLevel, message::kHttpReceiveFailed);
   }
 }
 
@@ -179,15 +180,14 @@ void HTTP::ParseUrl(const YString& url, YString& host, unsigned& port, YString& 
 YString HTTP::GenarateHeader(const EREQUST_TYPE& type, const YString& host, const YString& path,
                              const int* contentLength, const YString* contentType) const {
   const std::string user_agent = setting_text(settings::kSystemName);
-  const yinet::RequestHead head{
-      .method = static_cast<int>(type),
-      .host = host,
-      .path = path,
-      .user_agent = user_agent,
-      .time = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()),
-      .cookies = cookies_.Find<YObject>(host),
-      .content_length = contentLength ? *contentLength : 0,
-      .content_type = contentType ? std::string_view(*contentType) : std::string_view()};
+  const yinet::RequestHead head{.method = static_cast<int>(type),
+                                .host = host,
+                                .path = path,
+                                .user_agent = user_agent,
+                                .time = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()),
+                                .cookies = cookies_.Find<YObject>(host),
+                                .content_length = contentLength ? *contentLength : 0,
+                                .content_type = contentType ? std::string_view(*contentType) : std::string_view()};
   if (const auto value = line_breaking_value(head)) {
     YLog.Event(kFailureLevel, message::kHttpLineBreakRefused, *value);
     return {};
@@ -195,11 +195,13 @@ YString HTTP::GenarateHeader(const EREQUST_TYPE& type, const YString& host, cons
   return request_head_text(head);
 }
 
-bool HTTP::DoRequest(const YString& host, const unsigned& port, YBuffer& request, const bool& useTls,
-                     YBuffer& response, YString& contentType, YString& status) {
+bool HTTP::DoRequest(const YString& host, const unsigned& port, YBuffer& request, const bool& useTls, YBuffer& response,
+                     YString& contentType, YString& status) {
   SecureSocket socket;
   if (useTls) socket.InitSSLClientContext(YString(), false, true);
-  if (socket.Connect(host, port, false) != 0) {
+  // Without its context the socket would send in clear what was meant for TLS.
+  const bool ready = !useTls || socket.GetSSLContext() != nullptr;
+  if (!ready || socket.Connect(host, port, false) != 0) {
     YLog.Event(kFailureLevel, message::kHttpConnectFailed, host);
     return false;
   }
@@ -211,9 +213,8 @@ bool HTTP::DoRequest(const YString& host, const unsigned& port, YBuffer& request
   }
   YObject header;
   const bool done = ReceiveResponse(socket, response, header, status);
-  if (const auto* set_by_reply = header.Find<YObject>(yinet::kCookies)) {
+  if (const auto* set_by_reply = header.Find<YObject>(yinet::kCookies))
     merge_cookies(*set_by_reply, count_setting(settings::kHttpCookieLimit), cookies_.Ensure<YObject>(host));
-  }
   socket.Close();
   contentType = header.GetString("Content-Type");
   return done;
@@ -260,8 +261,7 @@ bool HTTP::isResponseContentComplete(const YBuffer& body, const bool& chunked, c
 
 void HTTP::ProcessChunkedContent(YBuffer& in, YBuffer& out) {
   out.Move(in);
-  out.SetSize(static_cast<long>(
-      yinet::decode_chunks_in_place(reinterpret_cast<char*>(out.Ptr()), out.view().size())));
+  out.SetSize(static_cast<long>(yinet::decode_chunks_in_place(reinterpret_cast<char*>(out.Ptr()), out.view().size())));
 }
 
 void HTTP::getChunkedContentLength(YBuffer& buffer, const int& start, int& size, int& dataStart) {

@@ -19,12 +19,11 @@ std::string http_date(std::chrono::sys_seconds time) {
   const std::chrono::year_month_day date(day);
   const std::chrono::hh_mm_ss clock(time - day);
   std::array<char, 128> text{};
-  const int length = std::snprintf(
-      text.data(), text.size(), "%s, %02u %s %04d %02d:%02d:%02d GMT",
-      kWeekdays[std::chrono::weekday(day).c_encoding()], static_cast<unsigned>(date.day()),
-      kMonths[static_cast<unsigned>(date.month()) - 1], static_cast<int>(date.year()),
-      static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
-      static_cast<int>(clock.seconds().count()));
+  const int length = std::snprintf(text.data(), text.size(), "%s, %02u %s %04d %02d:%02d:%02d GMT",
+                                   kWeekdays[std::chrono::weekday(day).c_encoding()], static_cast<unsigned>(date.day()),
+                                   kMonths[static_cast<unsigned>(date.month()) - 1], static_cast<int>(date.year()),
+                                   static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
+                                   static_cast<int>(clock.seconds().count()));
   return {text.data(), static_cast<std::size_t>(length)};
 }
 
@@ -39,7 +38,8 @@ void for_each_cookie(const YObject* cookies, Visit visit) {
   if (!cookies) return;
   const int count = cookies->GetStringKeyCount();
   for (int i = 0; i < count; ++i)
-    if (const auto* cookie = cookies->FindAt<YObject>(i)) visit(cookies->GetStringKey(i), cookie->GetString(kCookieValue));
+    if (const auto* cookie = cookies->FindAt<YObject>(i))
+      visit(cookies->GetStringKey(i), cookie->GetString(kCookieValue));
 }
 
 }  // namespace

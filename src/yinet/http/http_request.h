@@ -17,14 +17,14 @@ inline constexpr int kMethodPost = 2;
 
 // Everything must stay alive while the head is made.
 struct RequestHead {
-  int method = kMethodGet;               // any other number gives a request line without a method word
-  std::string_view host = {};            // without the port
-  std::string_view path = {};            // empty stands for "/"
+  int method = kMethodGet;     // any other number gives a request line without a method word
+  std::string_view host = {};  // without the port
+  std::string_view path = {};  // empty stands for "/"
   std::string_view user_agent = {};
   std::chrono::sys_seconds time = {};
-  const YObject* cookies = nullptr;      // of this host: records with the text "VALUE" under the cookie's name
-  std::int64_t content_length = 0;       // these two for POST only
-  std::string_view content_type = {};    // empty stands for "text/plain"
+  const YObject* cookies = nullptr;    // of this host: records with the text "VALUE" under the cookie's name
+  std::int64_t content_length = 0;     // these two for POST only
+  std::string_view content_type = {};  // empty stands for "text/plain"
 };
 
 // The request line and all header lines with the empty line that closes them. English names in the date whatever the

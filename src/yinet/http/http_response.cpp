@@ -42,7 +42,8 @@ int take_status(std::string_view line, YString& status) {
 }
 
 bool has_control_character(std::string_view text) {
-  return std::any_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; });
+  return std::any_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; });
 }
 
 void take_cookie(std::string_view field, int cookie_limit, YObject& header) {
@@ -74,8 +75,10 @@ int parse_header_block(std::string_view block, int cookie_limit, YObject& header
     // A value with a colon of its own is cut there, dates and addresses too: scripts know them in that form.
     std::string_view value = line.substr(std::min(colon + 1, line.size()));
     value = trimmed(value.substr(0, value.find(':')));
-    if (equal_ignoring_case(name, "SET-COOKIE")) take_cookie(value, cookie_limit, header);
-    else header.StoreText(name, value);
+    if (equal_ignoring_case(name, "SET-COOKIE"))
+      take_cookie(value, cookie_limit, header);
+    else
+      header.StoreText(name, value);
   }
   return code;
 }
@@ -156,7 +159,8 @@ ReplyProgress LiteralReplyReader::feed_body(std::string_view bytes) {
   return ReplyProgress::complete;
 }
 
-std::unique_ptr<ReplyReader> make_reply_reader(bool exact, const ReplyLimits& limits, YObject& header, YString& status) {
+std::unique_ptr<ReplyReader> make_reply_reader(bool exact, const ReplyLimits& limits, YObject& header,
+                                               YString& status) {
   if (exact) return std::make_unique<ExactReplyReader>(limits, header, status);
   return std::make_unique<LiteralReplyReader>(limits, header, status);
 }

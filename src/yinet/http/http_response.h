@@ -21,8 +21,8 @@ class YString;
 namespace yinet {
 
 // Keys of the header record beside the field names.
-inline constexpr std::string_view kCookies = "COOKIES";     // record of cookies by name ...
-inline constexpr std::string_view kCookieValue = "VALUE";   // ... each a record with this text
+inline constexpr std::string_view kCookies = "COOKIES";    // record of cookies by name ...
+inline constexpr std::string_view kCookieValue = "VALUE";  // ... each a record with this text
 
 // --- Header block ---------------------------------------------------------------------------------------------------
 
@@ -42,8 +42,8 @@ int header_block_code(std::string_view block);
 bool body_is_complete(std::string_view body, bool chunked, std::int64_t content_length);
 
 struct ChunkStart {
-  std::uint64_t size = 0;       // of the data, as announced
-  std::size_t data_start = 0;   // position of the first data byte
+  std::uint64_t size = 0;      // of the data, as announced
+  std::size_t data_start = 0;  // position of the first data byte
 };
 // The size line that begins at `start`: hexadecimal digits after optional blanks, whatever follows them up to CR LF being
 // ignored. Empty when there is no CR LF, no digit, or a number of more than 64 bits.
@@ -62,12 +62,12 @@ struct ReplyLimits {
 };
 
 enum class ReplyProgress {
-  more,             // bytes are missing
+  more,  // bytes are missing
   complete,
-  cut,              // the connection ended too early
+  cut,  // the connection ended too early
   header_too_long,
   body_too_long,
-  malformed,        // exact reader only
+  malformed,  // exact reader only
 };
 
 // One reply. Header record and status text belong to the caller, stay alive with the reader and are filled as soon as the

@@ -7,9 +7,9 @@
 namespace yinet {
 
 struct HttpUrl {
-  std::string_view host;   // all views point into the text that was read
-  unsigned port = 0;       // not checked: 0 and numbers above 65535 fail when it comes to connecting
-  std::string_view path;   // from the first "/" on, query included; empty when there is none
+  std::string_view host;  // all views point into the text that was read
+  unsigned port = 0;      // not checked: 0 and numbers above 65535 fail when it comes to connecting
+  std::string_view path;  // from the first "/" on, query included; empty when there is none
   bool tls = false;
 };
 

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "yinet/host/message_numbers.h"
 #include "yinet/host/ybuffer.h"
 #include "yinet/host/yobject.h"
 #include "yinet/http/http.h"
@@ -46,41 +47,69 @@ void http_post(YObject& parameters) {
 }
 
 constexpr ScriptParameter kUrlParameter{
-    .key = key::kUrl, .type = kTypeString, .direction = Direction::in, .default_value = "",
+    .key = key::kUrl,
+    .type = kTypeString,
+    .direction = Direction::in,
+    .default_value = "",
     .meaning = "The address, http:// or https://; without a scheme it is read as one of plain HTTP."};
 constexpr ScriptParameter kStatusParameter{
-    .key = key::kStatus, .type = kTypeString, .direction = Direction::out, .default_value = "",
+    .key = key::kStatus,
+    .type = kTypeString,
+    .direction = Direction::out,
+    .default_value = "",
     .meaning = "Status line of the reply without its first word, such as \"404 Not Found\"."};
 constexpr ScriptParameter kResponseFileParameter{
-    .key = key::kResponseFile, .type = kTypeString, .direction = Direction::out, .default_value = "",
+    .key = key::kResponseFile,
+    .type = kTypeString,
+    .direction = Direction::out,
+    .default_value = "",
     .meaning = "Name of a new temporary file with the body of the reply; stored on success only."};
 
 constexpr std::array kGetParameters = {kUrlParameter, kStatusParameter, kResponseFileParameter};
-constexpr std::array kPostParameters = {
-    kUrlParameter,
-    ScriptParameter{.key = key::kContent, .type = kTypeString, .direction = Direction::in, .default_value = "",
-                    .meaning = "The body to send, as text or as a buffer of bytes.", .other_type = kTypeBuffer},
-    ScriptParameter{.key = key::kContentType, .type = kTypeString, .direction = Direction::in,
-                    .default_value = "text/plain", .meaning = "Media type of the body that is sent."},
-    kStatusParameter,
-    kResponseFileParameter};
+constexpr std::array kPostParameters = {kUrlParameter,
+                                        ScriptParameter{.key = key::kContent,
+                                                        .type = kTypeString,
+                                                        .direction = Direction::in,
+                                                        .default_value = "",
+                                                        .meaning = "The body to send, as text or as a buffer of bytes.",
+                                                        .other_type = kTypeBuffer},
+                                        ScriptParameter{.key = key::kContentType,
+                                                        .type = kTypeString,
+                                                        .direction = Direction::in,
+                                                        .default_value = "text/plain",
+                                                        .meaning = "Media type of the body that is sent."},
+                                        kStatusParameter, kResponseFileParameter};
 
 constexpr std::string_view kResultMeaning = "True when the server answered with status 200.";
-constexpr std::array<int, 23> kMessages = {
-    21001, 21404, 21405, 21410, 21414, 21415, 21435, 21442, 21443, 21448, 21457, 21471,
-    21500, 21502, 21901, 21902, 21903, 21904, 21905, 21906, 21907, 21921, 21922};
+constexpr std::array kMessages = {
+    message::kScriptFunctionFailed, message::kTemporaryFolderUnusable, message::kConnectFailed,
+    message::kHandshakeStepFailed,  message::kCertificateRejected,     message::kTlsContextFailed,
+    message::kTlsConnectFailed,     message::kConnectTlsFailed,        message::kReceiveBufferFailed,
+    message::kSendBufferFailed,     message::kSendBufferGaveUp,        message::kHttpConnectFailed,
+    message::kHttpSendFailed,       message::kHttpReceiveFailed,       message::kHttpServerSilent,
+    message::kHttpLineBreakRefused, message::kHttpResponseFileFailed,  message::kHttpReplyTooLarge};
 constexpr std::array<std::string_view, 1> kGetExample = {"pUrl=https://www.example.com/"};
 constexpr std::array<std::string_view, 3> kPostExample = {"pUrl=https://www.example.com/form", "pContent=name=value",
                                                           "pContentType=application/x-www-form-urlencoded"};
 constexpr std::array kFunctions = {
-    ScriptFunction{.name = "HTTP_GET", .entry = &HTTP_GET, .family = "HTTP",
+    ScriptFunction{.name = "HTTP_GET",
+                   .entry = &HTTP_GET,
+                   .family = "HTTP",
                    .summary = "Fetches a document by HTTP or HTTPS into a temporary file.",
-                   .parameters = kGetParameters, .result_type = kTypeBool, .result_meaning = kResultMeaning,
-                   .messages = kMessages, .example = kGetExample},
-    ScriptFunction{.name = "HTTP_POST", .entry = &HTTP_POST, .family = "HTTP",
+                   .parameters = kGetParameters,
+                   .result_type = kTypeBool,
+                   .result_meaning = kResultMeaning,
+                   .messages = kMessages,
+                   .example = kGetExample},
+    ScriptFunction{.name = "HTTP_POST",
+                   .entry = &HTTP_POST,
+                   .family = "HTTP",
                    .summary = "Sends content by HTTP or HTTPS and keeps the reply in a temporary file.",
-                   .parameters = kPostParameters, .result_type = kTypeBool, .result_meaning = kResultMeaning,
-                   .messages = kMessages, .example = kPostExample}};
+                   .parameters = kPostParameters,
+                   .result_type = kTypeBool,
+                   .result_meaning = kResultMeaning,
+                   .messages = kMessages,
+                   .example = kPostExample}};
 
 }  // namespace
 

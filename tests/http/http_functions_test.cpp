@@ -1,0 +1,165 @@
+// HTTP_GET and HTTP_POST from end to end: against nginx, into a file.
+
+#include <sys/resource.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "http/http_fixture.h"
+#include "support/bytes.h"
+#include "support/nginx_server.h"
+#include "support/requirements.h"
+#include "support/temp_dir.h"
+#include "yinet/host/yfile.h"
+#include "yinet/http/http_body_file.h"
+#include "yinet/script/functions.h"
+
+namespace yinet::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+
+class HttpFunctions : public HttpTest {
+ protected:
+  HttpFunctions() { set_temporary_folder(folder_.path().string()); }
+  ~HttpFunctions() override { set_temporary_folder(""); }
+
+  YObject& call(void (*function)(YObject*), const std::string& url) {
+    parameters().StoreText("pUrl", url);
+    function(&block_);
+    return parameters();
+  }
+  YObject& parameters() { return block_.Ensure<YObject>("block"); }
+  std::string response() { return read_file(YFileManager.ResolveSystemPath(parameters().GetString("pResponseFile"))); }
+  [[nodiscard]] std::size_t files() const {
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder_.path()), {}));
+  }
+
+  TempDir folder_;
+  YObject block_;
+};
+
+class HttpFunctionsWithNginx : public HttpFunctions {
+ protected:
+  void SetUp() override {
+    YINET_REQUIRE_PROGRAM("nginx");
+    if (!NginxServer::has_echo()) GTEST_SKIP() << "nginx has no echo module: install libnginx-mod-http-echo";
+    nginx_.emplace();
+  }
+  std::optional<NginxServer> nginx_;
+};
+
+TEST_F(HttpFunctionsWithNginx, FetchDocuments) {
+  const std::string big = pattern_bytes(5000011);
+  nginx_->add_document("big.bin", big);
+  const struct {
+    const char* path;
+    std::string_view status;
+    std::optional<std::string_view> body;  // absent: a failure, without a file
+  } kCases[] = {
+      {"/", "200 OK", NginxServer::kIndex},
+      {"/big.bin", "200 OK", big},
+      {"/chunked/big.bin", "200 OK", big},
+      {"/chunked/hello.txt", "200 OK", NginxServer::kHello},
+      {"/empty", "200 OK", ""},
+      {"/missing", "404 Not Found", std::nullopt},
+      {"/status/500", "500 Internal Server Error", std::nullopt},
+      {"/redirect/301", "301 Moved Permanently", std::nullopt},
+  };
+  std::size_t made = 0;
+  for (const bool tls : {false, true}) {
+    for (const auto& wanted : kCases) {
+      const std::string url = tls ? nginx_->tls_url(wanted.path) : nginx_->url(wanted.path);
+      block_.Clear();
+      const YObject& result = call(HTTP_GET, url);
+      EXPECT_EQ(result.GetType("_RETV"), kTypeBool) << url;
+      EXPECT_EQ(result.GetBool("_RETV"), wanted.body.has_value()) << url;
+      EXPECT_TRUE(result.GetString("pStatus").Equals(wanted.status)) << url;
+      EXPECT_EQ(result.Exist("pResponseFile"), wanted.body.has_value()) << url;
+      if (!wanted.body) continue;
+      EXPECT_EQ(files(), ++made) << url;
+      EXPECT_THAT(result.GetString("pResponseFile").str(), MatchesRegex("TEMP:[0-9]+\\.tmp"));
+      EXPECT_TRUE(response() == *wanted.body) << url;
+    }
+  }
+  EXPECT_THAT(log_.numbers(), IsEmpty());
+}
+
+TEST_F(HttpFunctionsWithNginx, PostTextAndBytes) {
+  parameters().StoreText("pContent",
+                         "Gr\xFC\xDF"
+                         "e");
+  EXPECT_TRUE(call(HTTP_POST, nginx_->url("/echo")).GetBool("_RETV"));
+  EXPECT_EQ(response(),
+            "Gr\xFC\xDF"
+            "e");
+  const std::string bytes = pattern_bytes(300000);
+  parameters().Store<YBuffer>("pContent", YBuffer(bytes));
+  EXPECT_TRUE(call(HTTP_POST, nginx_->tls_url("/echo")).GetBool("_RETV"));
+  EXPECT_TRUE(response() == bytes);
+}
+
+TEST_F(HttpFunctionsWithNginx, CookiesComeBack) {
+  EXPECT_TRUE(get(nginx_->url("/cookies")));
+  EXPECT_TRUE(get(nginx_->url("/request")));
+  EXPECT_THAT(std::string(body()),
+              testing::HasSubstr("COOKIE: session=abc123\r\nCOOKIE: lang=de\r\nCOOKIE: empty=\r\n"));
+}
+
+TEST_F(HttpFunctions, FailureTouchesOnlyResultAndStatus) {
+  auto peer = ScriptedPeer::for_every_connection(after_request().send("HTTP/1.1 404 Not Found\r\n\r\n"));
+  parameters().StoreText("pResponseFile", "before");
+  call(HTTP_GET, peer.url());
+  EXPECT_EQ(parameters().GetType("_RETV"), kTypeBool);
+  EXPECT_FALSE(parameters().GetBool("_RETV"));
+  EXPECT_EQ(parameters().GetString("pStatus"), "404 Not Found");
+  EXPECT_EQ(parameters().GetString("pResponseFile"), "before");
+  call(HTTP_GET, "");
+  EXPECT_EQ(parameters().GetString("pStatus"), "404 Not Found");  // not cleared: the worker wrote none
+  call(HTTP_POST, peer.url());
+  EXPECT_TRUE(peer.wait_for_received("Content-Length:0\r\n", 1));
+  EXPECT_EQ(files(), 0U);
+}
+
+TEST_F(HttpFunctions, FullDiskLeavesNoFileAndTheResultTrue) {
+  ScriptedPeer peer(
+      after_request().send(std::string(kOk) + "Content-Length: 100000\r\n\r\n" + std::string(100000, 'x')));
+  std::signal(SIGXFSZ, SIG_IGN);  // the write then fails in the middle, as on a full disk
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit small{.rlim_cur = 5000, .rlim_max = before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &small);
+  call(HTTP_GET, peer.url());
+  setrlimit(RLIMIT_FSIZE, &before);
+  EXPECT_TRUE(parameters().GetBool("_RETV"));
+  EXPECT_FALSE(parameters().Exist("pResponseFile"));
+  EXPECT_EQ(files(), 0U);
+  EXPECT_THAT(log_.numbers(), ElementsAre(21906));
+  EXPECT_THAT(log_.last(21906).text, testing::HasSubstr("File too large"));
+}
+
+TEST_F(HttpFunctions, BodyFileCountsOnOverFilesAndLinks) {
+  folder_.write("8.tmp", "taken");
+  std::filesystem::create_symlink(folder_ / "victim", folder_ / "9.tmp");
+  folder_.write("999999.tmp", "taken");
+  folder_.make_folder("0.tmp");
+  EXPECT_EQ(write_body_file("a", 7), YString("TEMP:10.tmp"));
+  EXPECT_EQ(write_body_file("b", 999998), YString("TEMP:1.tmp"));
+  EXPECT_EQ(write_body_file("c", 6), YString("TEMP:7.tmp"));
+  EXPECT_EQ(read_file(folder_ / "10.tmp"), "a");
+  EXPECT_EQ(read_file(folder_ / "8.tmp"), "taken");
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "victim"));
+  const auto rights = std::filesystem::status(folder_ / "10.tmp").permissions();
+  EXPECT_EQ(rights, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+
+  std::filesystem::remove_all(folder_.path());
+  write_file(folder_.path(), "no folder");
+  log_.clear();
+  EXPECT_EQ(write_body_file("d", 1), std::nullopt);
+  EXPECT_THAT(log_.numbers(), testing::Contains(21906));
+}
+
+}  // namespace
+}  // namespace yinet::test
