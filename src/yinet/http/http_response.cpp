@@ -143,7 +143,7 @@ ReplyProgress LiteralReplyReader::feed_header(std::string_view bytes) {
   header_complete_ = true;
   const std::string text = std::move(header_text_);
   status_code_ = parse_header_block(std::string_view(text).substr(0, end), limits_.cookies, header_, status_);
-  content_length_ = header_.GetInteger("Content-Length");
+  content_length_ = leading_int64(header_.GetString("Content-Length"));  // bodies may be larger than 2 GB
   if (content_length_ == 0) chunked_ = header_.GetString("Transfer-Encoding").EqualsIC("chunked");
   return feed_body(std::string_view(text).substr(end + kBlankLine.size()));
 }
