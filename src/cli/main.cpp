@@ -23,6 +23,12 @@ constexpr const char* kExamples = R"(Examples:
 
 "yinet COMMAND --help" tells more about a command.)";
 
+// In the order of the help.
+constexpr Command (*kAddCommands[])(CLI::App&) = {
+    yinet::cli::add_call_command, yinet::cli::add_functions_command, yinet::cli::add_dns_command,
+    yinet::cli::add_mail_command, yinet::cli::add_settings_command,  yinet::cli::add_messages_command,
+};
+
 const Command* parsed_command(const std::vector<Command>& commands) {
   const auto found = std::ranges::find_if(commands, [](const Command& command) { return command.app->parsed(); });
   return found == commands.end() ? nullptr : &*found;
@@ -55,10 +61,8 @@ int program(int argc, char** argv) {
   app.require_subcommand(0, 1);
   yinet::cli::GlobalOptions options;
   options.add_to(app);
-  const std::vector<Command> commands = {yinet::cli::add_call_command(app), yinet::cli::add_functions_command(app),
-                                         yinet::cli::add_dns_command(app), yinet::cli::add_mail_command(app),
-                                         yinet::cli::add_settings_command(app),
-                                         yinet::cli::add_messages_command(app)};
+  std::vector<Command> commands;
+  for (const auto add : kAddCommands) commands.push_back(add(app));
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& help) {

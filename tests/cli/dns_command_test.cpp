@@ -51,8 +51,8 @@ class SystemConfiguration : public testing::Test {
   [[nodiscard]] CommandResult ask_inside(const std::string& type, const std::string& name) const {
     const std::string folder = folder_.path().string();
     // Zones are loaded one by one, some of them after the server says that it has started.
-    const std::string script = "mount --bind " + folder + "/hosts /etc/hosts || exit 3; knotd -c " + folder +
-                               "/knot.conf >" + folder +
+    const std::string script = "mount --bind " + folder + "/hosts /etc/hosts || exit 3; : >" + folder +
+                               "/log; knotd -c " + folder + "/knot.conf >" + folder +
                                "/log 2>&1 & server=$!; for i in $(seq 200); do [ $(grep -c 'loaded, serial' " + folder +
                                "/log) -ge 2 ] && break; sleep 0.02; done; " YINET_PROGRAM " dns " + type + " " + name +
                                "; code=$?; kill $server; wait; exit $code";

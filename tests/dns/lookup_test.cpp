@@ -160,7 +160,7 @@ TEST_F(Lookup, ASilentServerIsRepeatedWithinTheLimit) {
 }
 
 TEST_F(Lookup, LiesEndInAStatus) {
-  set(settings::kDnsTimeout, "300");
+  set(settings::kDnsTimeout, "600");
   struct Case {
     test::DnsHandler handler;
     std::string status;
@@ -209,7 +209,7 @@ TEST_F(Lookup, TheNextServerIsAskedUntilOneKnows) {
   EXPECT_THAT(log_.numbers(), IsEmpty());
   use_servers(denying.target() + "," + knowing.target());  // that there is no such name is knowledge, too
   EXPECT_EQ(failure_of("x.test"), "9003");
-  set(settings::kDnsTimeout, "300");
+  set(settings::kDnsTimeout, "600");
   use_servers(silent.target() + "," + refusing.target());
   EXPECT_EQ(failure_of("x.test"), "9005");
   EXPECT_EQ(refusing.queries().size(), 2U);  // one for each lookup: who has answered is not asked again

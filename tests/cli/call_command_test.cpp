@@ -1,0 +1,110 @@
+// "yinet call" from end to end: nginx on the one side, JSON on the other.
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "cli/program.h"
+#include "support/bytes.h"
+#include "support/nginx_server.h"
+#include "support/ports.h"
+#include "support/requirements.h"
+#include "support/scripted_peer.h"
+#include "support/temp_dir.h"
+
+namespace yinet::test {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+
+class CallCommand : public testing::Test {
+ protected:
+  CommandResult call(std::vector<std::string> arguments, const std::string& standard_input = {}) {
+    const std::string setting = "Dateien/TempVerzeichnis=" + folder_.path().string();
+    arguments.insert(arguments.begin(), {"call", "--set", setting});
+    return run_program(std::move(arguments), standard_input);
+  }
+  static nlohmann::json record_of(const CommandResult& result) { return nlohmann::json::parse(result.output); }
+  // Content of a file with a logical name.
+  [[nodiscard]] std::string content_of(const std::string& name) const {
+    EXPECT_TRUE(name.starts_with("TEMP:")) << name;
+    return read_file(folder_ / ("yinet-" + std::to_string(geteuid())) / name.substr(5));
+  }
+
+  TempDir folder_;
+};
+
+TEST_F(CallCommand, FetchesADocumentPlainAndOverTls) {
+  YINET_REQUIRE_PROGRAM("nginx");
+  const NginxServer nginx;
+  const std::string document = pattern_bytes(300001);
+  nginx.add_document("document.bin", document);
+  for (const std::string& url : {nginx.url("/document.bin"), nginx.tls_url("/document.bin")}) {
+    const CommandResult result = call({"HTTP_GET", "pUrl=" + url});
+    ASSERT_EQ(result.exit_code, 0) << result.errors;
+    const nlohmann::json record = record_of(result);
+    EXPECT_EQ(record["_RETV"], true);
+    EXPECT_EQ(record["pStatus"], "200 OK");
+    EXPECT_EQ(record["pUrl"], url);
+    EXPECT_TRUE(content_of(record["pResponseFile"]) == document);
+    EXPECT_THAT(result.errors, HasSubstr("pResponseFile is the file " + folder_.path().string()));
+  }
+}
+
+TEST_F(CallCommand, FailuresEndWithOneAndSayWhy) {
+  YINET_REQUIRE_PROGRAM("nginx");
+  const NginxServer nginx;
+  const CommandResult missing = call({"HTTP_GET", "pUrl=" + nginx.url("/missing")});
+  EXPECT_EQ(missing.exit_code, 1);
+  EXPECT_EQ(record_of(missing)["_RETV"], false);
+  EXPECT_THAT(missing.errors, HasSubstr("HTTP_GET failed: 404 Not Found"));
+  const CommandResult refused = call({"HTTP_GET", "pUrl=http://127.0.0.1:" + std::to_string(refused_port()) + "/"});
+  EXPECT_EQ(refused.exit_code, 1);
+  EXPECT_EQ(record_of(refused)["_RETV"], false);
+  EXPECT_THAT(refused.errors, AllOf(HasSubstr("21410"), HasSubstr("HTTP_GET failed")));
+}
+
+TEST_F(CallCommand, ParametersReachTheWireAsTheirBytes) {
+  const std::string file = folder_.write("content", std::string("\x00\xFF\r\n@", 5)).string();
+  const struct {
+    std::vector<std::string> parameters;
+    std::string standard_input;
+    std::string sent;
+    std::string said;
+  } kCases[] = {
+      {{"pContent=gr\xC3\xBC\xC3\x9F \xE2\x82\xAC"}, "", "gr\xFC\xDF \x80", ""},
+      {{"pContent=\xE4\xB8\xAD"}, "", "\xE4\xB8\xAD", "pContent: a text that Windows-1252 cannot hold"},
+      {{"pContent=@" + file}, "", std::string("\x00\xFF\r\n@", 5), ""},
+      {{"pContent=@-"}, "from standard input", "from standard input", ""},
+      {{"pContent=@@home"}, "", "@home", ""},
+      {{"pContent:=\"a\\u00fc\""}, "", "a\xFC", ""},
+      {{"pContent:=17"}, "", "17", ""},
+      {{"pContent:={\"$base64\": \"AP8=\"}"}, "", std::string("\x00\xFF", 2), ""},
+      {{"--json", "-"}, R"({"pContent": "x", "pContentType": "text/x"})", "x", ""},
+      {{"--json", "-", "pContent=later wins"}, R"({"pContent": "x"})", "later wins", ""},
+  };
+  for (const auto& wanted : kCases) {
+    ScriptedPeer peer(
+        Script().read_until("\r\n\r\n").skip(wanted.sent.size()).send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"));
+    std::vector<std::string> arguments = {"HTTP_POST", "pUrl=" + peer.url()};
+    arguments.insert(arguments.end(), wanted.parameters.begin(), wanted.parameters.end());
+    const CommandResult result = call(arguments, wanted.standard_input);
+    EXPECT_EQ(result.exit_code, 0) << result.errors;
+    peer.finish();
+    const std::string received = peer.received();
+    EXPECT_TRUE(received.ends_with("\r\n\r\n" + wanted.sent)) << received;
+    EXPECT_THAT(result.errors, HasSubstr(wanted.said));
+  }
+}
+
+TEST_F(CallCommand, TracesGoToStandardErrorOnlyWhenAskedFor) {
+  YINET_REQUIRE_PROGRAM("nginx");
+  const NginxServer nginx;
+  EXPECT_THAT(call({"HTTP_GET", "pUrl=" + nginx.url(), "--trace"}).errors, HasSubstr("21922"));
+  EXPECT_THAT(call({"HTTP_GET", "pUrl=" + nginx.url()}).errors, testing::Not(HasSubstr("21922")));
+}
+
+}  // namespace
+}  // namespace yinet::test
