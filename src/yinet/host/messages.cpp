@@ -13,7 +13,8 @@ namespace yinet {
 // The catalogues, one per group of numbers: a new group is a new row here, and a function of that name in
 // messages_<group>.cpp.
 #define YINET_MESSAGE_GROUPS(row) \
-  row(host_messages) row(mail_messages) row(socket_messages) row(dns_messages) row(http_messages)
+  row(host_messages) row(mail_messages) row(socket_messages) row(socks_messages) row(dns_messages) \
+  row(ftp_messages) row(http_messages)
 
 #define YINET_DECLARE_GROUP(group) std::span<const MessageText> group();
 YINET_MESSAGE_GROUPS(YINET_DECLARE_GROUP)
