@@ -182,6 +182,7 @@ void SecureSocket::Close() {
 
 int SecureSocket::Connect() {
   Close();
+  info.Clear();
   const int failure_message = blocking ? message::kConnectBlockingFailed : message::kConnectFailed;
   if (!state_->refusal.empty()) {
     report(kConnectLevel, failure_message, state_->refusal, connectTarget);

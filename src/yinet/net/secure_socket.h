@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -60,6 +61,11 @@ class YINET_API SecureSocket {
   // The last target once more, with the same TLS context; -1 when there was none.
   int Reconnect();
   void Close();  // keeps the TLS context
+  // The dialogue with the SOCKS proxy that the proxy form of Connect has reached; `version` 5 (RFC 1928, with RFC 1929
+  // when a proxy user was given) or 4. 0: the tunnel to the target is open; -1: nothing to do (no target behind a proxy,
+  // another version); -3: not sent, or not logged in; -4: the proxy refuses or answers something else. The connection
+  // stays open after a failure.
+  int SocksConnect(const unsigned int& version);
 
   // --- Transfer -------------------------------------------------------------------------------------------------------
   // True when the whole content was taken; a non-blocking object waits for a slow peer, up to kIdleLimit without a byte
@@ -72,10 +78,16 @@ class YINET_API SecureSocket {
   int Receive(YBuffer& target, const int& size, bool quiet);
   int Receive(YString& target, const int& size, bool quiet);
 
+  // A data channel (of FTP) does its TLS handshake with its first read or write instead of in Connect or STARTTLS: its
+  // peer takes part only once a transfer has been asked for elsewhere. Set before these.
   void SetDataChannel(bool on) { dataChannel = on; }
   // The system's descriptor, which stays the property of this object; -1 without a connection. Bytes read ahead of the
   // callers (read_ahead) are not in it any more.
   int GetScoketDescriptor();  // (sic)
+
+  // Record of the peer: its numeric address and port, and protocol and cipher suite when TLS runs (keys in
+  // partner_info.h); empty without a connection. `fresh` asks the system, otherwise what was found before may do.
+  YObject GetPartnerInfo(bool fresh);
 
   // --- TLS ------------------------------------------------------------------------------------------------------------
   // Installs openSSL_Lock where the TLS library still takes a locking callback; OpenSSL 3 guards itself and takes none.
@@ -126,6 +138,13 @@ class YINET_API SecureSocket {
   // Goes on with the content of a failed Send at the first byte not yet taken. Over TLS nothing else may be sent then:
   // the record that stands half-sent must be finished with the same bytes.
   bool send_rest(const YBuffer& data);
+  // Whether a Send has failed because the connection is at its end; trying again is of no use then.
+  [[nodiscard]] bool is_broken() const;
+  // Called by Send and send_rest on their thread with the bytes taken so far, after each piece. It must not throw.
+  void on_sent(std::function<void(std::size_t)> observer);
+  // To be called before this object's own TLS begins, and for each connection anew: it will resume the newest TLS session
+  // of `other` and expects the same server name in the certificate. Servers demand that of FTP data connections.
+  void resume_session_of(const SecureSocket& other);
 
  protected:
   // A connection made elsewhere (accepted); takes over `connection`.
@@ -143,6 +162,9 @@ class YINET_API SecureSocket {
   // Appends `count` bytes per read to the target, zeros where the read brought fewer, until one read brings exactly
   // `count`; false when the connection ends, stands still for kIdleLimit (non-blocking) or is not there.
   bool GetBinaryFromReceive(YBuffer& target, int count);
+
+  bool PerformSOCKS5Auth(const char& method);  // what the proxy has chosen
+  bool PerformSOCKS5Auth_USERPWD();
 
   static void LoadSSLLib();
   // The handshake on `bio`, which becomes a TLS chain that owns the session. On failure the session stays the caller's
@@ -170,7 +192,16 @@ class YINET_API SecureSocket {
   YObject info;  // what is known of the peer
 
  private:
+  int SocksConnect5();
+  int SocksConnect4();
+  int SocksFailure(int number, int result, std::string_view cause = {});
+  bool SocksSend(std::string_view message);
+  bool SocksReceive(YBuffer& reply, int count);
+  bool SkipBoundAddress(bool strict);
+  YString PartnerAddress();  // numeric; asked for when not known yet
   int ConnectTls();
+  // Puts the session above the connection; its handshake comes with the first transfer.
+  bool DelayHandshake(SSL* session, bool verify);
   // 0, -1 for an unfinished handshake or -2 for a rejected certificate, each reported under its number.
   int JudgePeer(bool verify, int unfinished_message, int rejected_message, int level);
   bool MakeServerContext(const YString& certificate_file, const YString& key_file, const YString& key_password,

@@ -4,8 +4,10 @@
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <openssl/x509_vfy.h>
+#include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstring>
 #include <string>
@@ -38,6 +40,20 @@ constexpr std::string_view kServerSessionId = "YInet";  // lets clients with cer
 
 // A caller may leave the certificate unchecked only while the host lets it.
 bool must_verify(bool ignore) { return !ignore || setting_flag(settings::kTlsVerifyAlways); }
+
+// Whose certificate a connection expects.
+const std::string& expected_host(const SocketState& state) {
+  return state.certificate_host.empty() ? state.host : state.certificate_host;
+}
+
+// What came in clear before the handshake must not pass for an answer given under TLS.
+void drop_clear_input(BIO* bio) {
+  constexpr int kMostPieces = 1024;  // a peer that goes on sending in clear fails in the handshake
+  if (session_of(bio) != nullptr) return;
+  std::array<char, 4096> ignored{};
+  for (int i = 0; i < kMostPieces; ++i)
+    if (recv(descriptor_of(bio), ignored.data(), ignored.size(), MSG_DONTWAIT) <= 0) return;
+}
 
 void replace_context(SSL_CTX*& held, ContextHandle made) {
   SSL_CTX_free(held);  // sessions hold their own references
@@ -188,6 +204,36 @@ int SecureSocket::tryNonBlockingSllConnect(SSL* session) {
   }
 }
 
+bool SecureSocket::DelayHandshake(SSL* session, bool verify) {
+  BIO* const filter = BIO_new(BIO_f_ssl());
+  if (filter == nullptr) return false;
+  BIO_up_ref(bio);
+  SSL_set_bio(session, bio, bio);
+  SSL_set_connect_state(session);
+  if (blocking) SSL_set_mode(session, SSL_MODE_AUTO_RETRY);
+  BIO_set_ssl(filter, session, BIO_CLOSE);
+  BIO_free(std::exchange(bio, filter));
+  if (verify) {
+    state_->judge_peer = [this] {
+      return JudgePeer(true, message::kStartTlsFailed, message::kStartTlsCertificateRejected, kTransferLevel) == 0;
+    };
+  }
+  return true;
+}
+
+void SecureSocket::resume_session_of(const SecureSocket& other) {
+  contained(0, [&] {
+    state_->certificate_host = expected_host(*other.state_);
+    state_->resumed.reset();
+    SSL* const session = session_of(other.bio);
+    const SslSessionHandle newest(session != nullptr ? SSL_get1_session(session) : nullptr);
+    // A copy: a connection that ends badly makes its session unusable, and that must stay its own affair.
+    if (newest && SSL_SESSION_is_resumable(newest.get()) != 0) state_->resumed.reset(SSL_SESSION_dup(newest.get()));
+    ERR_clear_error();
+    return 0;
+  });
+}
+
 bool SecureSocket::PerformSSlConnect(SSL* session) {
   if (session == nullptr || bio == nullptr) return false;
   const SigpipeGuard no_sigpipe;
@@ -242,12 +288,14 @@ int SecureSocket::JudgePeer(bool verify, int unfinished_message, int rejected_me
 
 int SecureSocket::ConnectTls() {
   const bool verify = must_verify(ignoreCertificateVerification);
-  SessionHandle session = make_client_session(sslContext, state_->host, verify);
-  if (!PerformSSlConnect(session.get())) {
+  SessionHandle session = make_client_session(sslContext, expected_host(*state_), verify, state_->resumed.get());
+  const bool done = dataChannel && session ? DelayHandshake(session.get(), verify) : PerformSSlConnect(session.get());
+  if (!done) {
     report(kConnectLevel, message::kConnectTlsFailed, take_tls_error(), connectTarget);
     return -1;
   }
   static_cast<void>(session.release());  // owned by the chain now
+  if (dataChannel) return 0;
   return JudgePeer(verify, message::kConnectTlsFailed, message::kCertificateRejected, kConnectLevel);
 }
 
@@ -266,12 +314,15 @@ int SecureSocket::STARTTLS(const YString& certificates, const bool& listFlag, co
     }
     const bool verify = must_verify(ignoreVerification);
     state_->drop_buffered();
-    SessionHandle session = make_client_session(chosen, state_->host, verify);
-    if (!PerformSSlConnect(session.get())) {
+    drop_clear_input(bio);
+    SessionHandle session = make_client_session(chosen, expected_host(*state_), verify, state_->resumed.get());
+    const bool done = dataChannel && session ? DelayHandshake(session.get(), verify) : PerformSSlConnect(session.get());
+    if (!done) {
       report(kTransferLevel, message::kStartTlsFailed, take_tls_error(), connectTarget);
       return -1;
     }
     static_cast<void>(session.release());
+    if (dataChannel) return 0;
     return JudgePeer(verify, message::kStartTlsFailed, message::kStartTlsCertificateRejected, kTransferLevel);
   });
 }

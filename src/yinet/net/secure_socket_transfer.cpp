@@ -12,6 +12,7 @@
 #include <cstring>
 #include <limits>
 #include <optional>
+#include <utility>
 
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
@@ -62,10 +63,24 @@ IoResult why_nothing_moved(BIO* bio, int system_error) {
   return {error == 0 && system_error == 0 ? Io::closed : Io::failed, 0, system_error};
 }
 
-IoResult read_step(BIO* bio, char* target, std::size_t size) {
+// A delayed handshake whose certificate counts, as far as it goes without waiting. After `done` bytes may follow.
+IoResult handshake_step(BIO* bio, SocketState& state) {
+  ERR_clear_error();
+  errno = 0;
+  if (BIO_do_handshake(bio) <= 0) return why_nothing_moved(bio, errno);
+  const bool trusted = state.judge_peer();  // reports what it rejects
+  state.judge_peer = trusted ? std::function<bool()>() : [] { return false; };
+  return {trusted ? Io::done : Io::failed};
+}
+
+IoResult read_step(BIO* bio, SocketState& state, char* target, std::size_t size) {
   if (is_connecting(bio) && !is_ready(descriptor_of(bio), POLLOUT)) return {Io::connecting};
   std::optional<SigpipeGuard> no_sigpipe;
   if (session_of(bio) != nullptr) no_sigpipe.emplace();  // a TLS read may have to answer
+  if (state.judge_peer) {
+    const IoResult handshake = handshake_step(bio, state);
+    if (handshake.outcome != Io::done) return handshake;
+  }
   ERR_clear_error();
   errno = 0;
   std::size_t count = 0;
@@ -73,7 +88,11 @@ IoResult read_step(BIO* bio, char* target, std::size_t size) {
   return why_nothing_moved(bio, errno);
 }
 
-IoResult write_step(BIO* bio, std::string_view content) {
+IoResult write_step(BIO* bio, SocketState& state, std::string_view content) {
+  if (state.judge_peer) {
+    const IoResult handshake = handshake_step(bio, state);
+    if (handshake.outcome != Io::done) return handshake;
+  }
   ERR_clear_error();
   errno = 0;
   std::size_t count = 0;
@@ -109,12 +128,13 @@ std::optional<SendFailure> write_all(BIO* bio, SocketState& state, std::string_v
         continue;
       }
     }
-    const IoResult result = write_step(bio, content.substr(state.sent));
+    const IoResult result = write_step(bio, state, content.substr(state.sent));
     switch (result.outcome) {
       case Io::done:
         state.sent += result.count;
         state.send_unfinished = false;
         state.wrote_last = true;
+        if (state.on_sent) state.on_sent(state.sent);
         idle_deadline = Deadline(idle_limit);
         if (state.sent == content.size()) return std::nullopt;
         break;
@@ -179,8 +199,8 @@ std::size_t take_buffered(SocketState& state, char* target, std::size_t size) {
 
 // One read for a caller, through the read-ahead when it is on and the caller asks for little.
 IoResult read_or_fill(BIO* bio, SocketState& state, char* target, std::size_t size) {
-  if (!state.read_ahead || size >= state.ahead_capacity) return read_step(bio, target, size);
-  const IoResult result = read_step(bio, state.ahead.get(), state.ahead_capacity);
+  if (!state.read_ahead || size >= state.ahead_capacity) return read_step(bio, state, target, size);
+  const IoResult result = read_step(bio, state, state.ahead.get(), state.ahead_capacity);
   if (result.outcome != Io::done) return result;
   state.begin = 0;
   state.end = result.count;
@@ -302,6 +322,8 @@ bool SecureSocket::send_rest(const YBuffer& data) {
 }
 
 std::size_t SecureSocket::bytes_sent() const { return state_->sent; }
+bool SecureSocket::is_broken() const { return state_->broken; }
+void SecureSocket::on_sent(std::function<void(std::size_t)> observer) { state_->on_sent = std::move(observer); }
 
 int SecureSocket::Receive(YBuffer& target, const int& size, bool quiet) {
   return contained(kReceiveFailed, [&] {

@@ -5,8 +5,11 @@
 #include <poll.h>
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
+
+#include "yinet/net/openssl_handles.h"
 
 namespace yinet {
 
@@ -16,6 +19,12 @@ struct SocketState {
   std::string host;
   std::string refusal;  // why the last target must not be connected to; empty when it may
 
+  // --- A data channel's borrowed identity: whose server it expects, and the session to resume (may be null) ---
+  std::string certificate_host;  // empty: `host`
+  SslSessionHandle resumed;
+
+  std::function<void(std::size_t)> on_sent;  // may be empty
+
   // --- The connection that stands; reset() with every new one ---
   std::size_t sent = 0;          // bytes of the last Send that were taken
   bool send_unfinished = false;  // TLS holds part of a record: the next bytes must be the rest of the same content
@@ -23,6 +32,9 @@ struct SocketState {
   bool broken = false;           // a read or write failed: no orderly end is possible
   short input_event = POLLIN;    // what the last read waits for (TLS may have to write first)
   bool input_drained = false;    // the last read found nothing: only the system can tell of more
+  // Not empty while a delayed handshake, whose certificate counts, is due: asked once it is finished, and false means
+  // that not a byte may follow.
+  std::function<bool()> judge_peer;
 
   // --- Read-ahead: bytes [begin, end) of `ahead` belong to the next reads ---
   bool read_ahead = false;
@@ -37,6 +49,7 @@ struct SocketState {
     sent = 0;
     send_unfinished = wrote_last = broken = input_drained = false;
     input_event = POLLIN;
+    judge_peer = nullptr;
     drop_buffered();
   }
 };

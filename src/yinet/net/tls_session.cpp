@@ -37,9 +37,10 @@ void read_ahead_in_session(SSL* session, std::size_t bytes) {
   SSL_set_default_read_buffer_len(session, bytes);
 }
 
-SessionHandle make_client_session(SSL_CTX* context, std::string_view host, bool verify) {
+SessionHandle make_client_session(SSL_CTX* context, std::string_view host, bool verify, SSL_SESSION* resumed) {
   SessionHandle session(SSL_new(context));
   if (!session) return nullptr;
+  if (resumed != nullptr && SSL_set_session(session.get(), resumed) != 1) ERR_clear_error();  // then a new one
   allow_partial_writes(session.get());
   // A client checks the certificate in this mode too and keeps the first fault, but does not abort the handshake for
   // it: that lets the caller report the certificate and decide.

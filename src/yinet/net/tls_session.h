@@ -19,11 +19,13 @@ void allow_partial_writes(SSL* session);
 // called before the handshake.
 void read_ahead_in_session(SSL* session, std::size_t bytes);
 
-// A client session for a connection to `host` (empty: unknown). It names the host to the server when that is a name.
+// A client session for a connection to `host` (empty: unknown), resuming `resumed` unless that is null. It names
+// the host to the server when that is a name.
 // The handshake finishes whatever the certificate is worth and keeps the result of the check for the caller; with
 // `verify` the certificate must also be valid for `host`, unless the setting kTlsCheckName says otherwise. Null when
 // OpenSSL refuses one of these, with its error queued.
-SessionHandle make_client_session(SSL_CTX* context, std::string_view host, bool verify);
+SessionHandle make_client_session(SSL_CTX* context, std::string_view host, bool verify,
+                                  SSL_SESSION* resumed = nullptr);
 
 // A server session; null on failure.
 SessionHandle make_server_session(SSL_CTX* context);

@@ -1,0 +1,60 @@
+// What a connection knows of its peer.
+
+#include <netdb.h>
+#include <openssl/ssl.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <string>
+
+#include "yinet/host/text.h"
+#include "yinet/net/bio_chain.h"
+#include "yinet/net/contained.h"
+#include "yinet/net/partner_info.h"
+#include "yinet/net/secure_socket.h"
+
+using namespace yinet;
+
+namespace {
+
+struct NumericAddress {
+  std::string host;
+  std::string port;
+};
+
+NumericAddress peer_of(int descriptor) {
+  sockaddr_storage address{};
+  socklen_t length = sizeof(address);
+  std::array<char, NI_MAXHOST> host{};
+  std::array<char, NI_MAXSERV> port{};
+  if (descriptor < 0 || getpeername(descriptor, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
+      getnameinfo(reinterpret_cast<const sockaddr*>(&address), length, host.data(), host.size(), port.data(),
+                  port.size(), NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
+    return {};
+  }
+  return {host.data(), port.data()};
+}
+
+}  // namespace
+
+YObject SecureSocket::GetPartnerInfo(bool fresh) {
+  return contained(YObject(), [&] {
+    if (!fresh && !info.IsEmpty()) return info;
+    info.Clear();
+    const NumericAddress peer = peer_of(descriptor_of(bio));
+    if (peer.host.empty()) return info;
+    info.StoreText(partner::kAddress, peer.host);
+    info.Store<std::int32_t>(partner::kPort, leading_int32(peer.port));
+    SSL* const session = session_of(bio);
+    if (session != nullptr && SSL_is_init_finished(session) != 0) {
+      info.StoreText(partner::kProtocol, SSL_get_version(session));
+      info.StoreText(partner::kCipher, SSL_get_cipher_name(session));
+    }
+    return info;
+  });
+}
+
+YString SecureSocket::PartnerAddress() {
+  if (!info.Exist(partner::kAddress)) GetPartnerInfo(true);
+  return info.GetString(partner::kAddress);
+}
