@@ -39,10 +39,10 @@ int ftps::open_data_channel(SecureSocket* data, int flags) {
       YLog.DebugEvent(kTraceChannel, message::kFtpDataFailed, data_address_, std::to_string(data_port_));
       return go_on ? kDone : kFailed;
     }
+    data->read_ahead(true);
     YLog.DebugStart(kTraceChannel, message::kFtpDataConnecting, data_address_, std::to_string(data_port_));
     const int result = is_socks(proxy_type_) ? connect_data_through_socks(*data, flags) : connect_data(*data, flags);
     if (result != kDone) return result;
-    data->read_ahead(true);
     YLog.DebugEnd(kTraceChannel, message::kFtpDataConnected, data_address_, std::to_string(data_port_));
     return kDone;
   });

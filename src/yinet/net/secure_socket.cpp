@@ -12,6 +12,7 @@
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -72,11 +73,24 @@ std::optional<std::string> connect_in_steps(BIO* bio) {
   return std::nullopt;
 }
 
-// RFC 8446, 6.1: tell the peer that no more comes, end the sending side, and let the peer read up. Closing at once would
-// make the system send a reset when the peer's session tickets are still unread, and a reset drops what the peer has not
-// read yet: the end of an upload.
+// Takes in what the peer still sends until it has ended its side too or the time is over.
+void read_to_goodbye(SSL* session, int descriptor, const Deadline& deadline) {
+  std::array<char, 4096> ignored{};
+  for (;;) {
+    ERR_clear_error();
+    const int count = SSL_read(session, ignored.data(), static_cast<int>(ignored.size()));
+    if (count <= 0 && SSL_get_error(session, count) != SSL_ERROR_WANT_READ) return;
+    if (wait_ready(descriptor, POLLIN, deadline.left()) != Readiness::ready || deadline.passed()) return;
+  }
+}
+
+// RFC 8446, 6.1: tell the peer that no more comes, let it read up, and end the sending side. Closing at once would make the
+// system send a reset when the peer's session tickets are still unread, and a reset drops what the peer has not read yet:
+// the end of an upload. Ending the sending side before the peer has answered would do the same behind a proxy that closes
+// both ways as soon as one of them ends; only a peer that doesn't answer is told that way, after half the time.
 void end_in_order(SSL* session, int descriptor) {
-  const Deadline deadline{milliseconds(setting_number(settings::kTlsCloseLimit))};
+  const milliseconds limit(setting_number(settings::kTlsCloseLimit));
+  const Deadline deadline(limit);
   for (;;) {
     ERR_clear_error();
     const int result = SSL_shutdown(session);
@@ -84,6 +98,7 @@ void end_in_order(SSL* session, int descriptor) {
     if (SSL_get_error(session, result) != SSL_ERROR_WANT_WRITE) return;
     if (wait_ready(descriptor, POLLOUT, deadline.left()) != Readiness::ready) return;
   }
+  read_to_goodbye(session, descriptor, Deadline(std::min(limit / 2, deadline.left())));
   shutdown(descriptor, SHUT_WR);
   std::array<char, 4096> ignored{};
   while (wait_ready(descriptor, POLLIN, deadline.left()) == Readiness::ready) {

@@ -207,6 +207,7 @@ int SecureSocket::tryNonBlockingSllConnect(SSL* session) {
 bool SecureSocket::DelayHandshake(SSL* session, bool verify) {
   BIO* const filter = BIO_new(BIO_f_ssl());
   if (filter == nullptr) return false;
+  if (state_->read_ahead && state_->ahead_capacity > 0) read_ahead_in_session(session, state_->ahead_capacity);
   BIO_up_ref(bio);
   SSL_set_bio(session, bio, bio);
   SSL_set_connect_state(session);
