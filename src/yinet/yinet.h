@@ -3,6 +3,7 @@
 
 #include "yinet/charset/charset.h"
 #include "yinet/dns/ynet_dns.h"
+#include "yinet/ftp/ftps.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/export.h"
 #include "yinet/host/message_numbers.h"
@@ -29,6 +30,7 @@
 #include "yinet/mime/content_agents.h"
 #include "yinet/mime/mail_parser.h"
 #include "yinet/mime/ymime_message.h"
+#include "yinet/net/partner_info.h"
 #include "yinet/net/secure_socket.h"
 #include "yinet/script/call_function.h"
 #include "yinet/script/function_table.h"

@@ -44,7 +44,6 @@ TEST_F(DataChannelTest, ARejectedCertificateStopsTheFirstByte) {
   for (const bool reads_first : {true, false}) {
     ScriptedPeer server([&](Connection& connection) {
       connection.start_tls(TlsContext::server(Certificates::shared().self_signed()));
-      connection.send("data");
       EXPECT_EQ(connection.read_to_end(), "");
     });
     OpenSocket socket;
@@ -85,21 +84,6 @@ TEST_F(DataChannelTest, SessionsAreResumedAcrossContexts) {
     }
     control.Close();
   }
-}
-
-TEST_F(DataChannelTest, ClearTextBeforeTheHandshakeIsThrownAway) {
-  ScriptedPeer server([&](Connection& connection) {
-    connection.send("230 injected\r\n");
-    connection.start_tls(TlsContext::server());
-    connection.send("real");
-    connection.close();
-  });
-  OpenSocket socket;
-  ASSERT_EQ(connect_to(socket, server), 0);
-  ASSERT_TRUE(socket.wait_for_input(1000));
-  ASSERT_EQ(socket.STARTTLS("", false, true, nullptr), 0);
-  EXPECT_EQ(receive_all(socket), "real");
-  socket.Close();
 }
 
 }  // namespace

@@ -131,6 +131,7 @@ class YINET_API ftps : public SecureSocket {
   void load_certificate();
   int connect_control();
   int connect_through_socks();
+  void drop_clear_text();
   int log_in();
   int failed_with(std::string_view status, int result);
   bool refused();

@@ -210,11 +210,20 @@ int ftps::connect() {
         YLog.Event(kErrorLevel, message::kFtpTlsRefused, address_text(host_, port_), get_last_mes(0));
         return kFailed;
       }
-      state_->replies.clear();  // whatever came in clear behind the answer was not protected
+      drop_clear_text();
       if (STARTTLS(certificate_, true, true, nullptr) != kDone) return kFailed;
     }
     return log_in();
   });
+}
+
+// Whatever came in clear behind the answer to AUTH TLS was not protected, and must not pass for an answer given under TLS.
+void ftps::drop_clear_text() {
+  constexpr int kMostPieces = 1024;  // a peer that goes on and on fails in the handshake
+  state_->replies.clear();
+  YString ignored;
+  for (int i = 0; i < kMostPieces && Receive(ignored, kReplyPiece, true) > 0; ++i) {
+  }
 }
 
 int ftps::log_in() {

@@ -4,10 +4,8 @@
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <openssl/x509_vfy.h>
-#include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cstring>
 #include <string>
@@ -44,15 +42,6 @@ bool must_verify(bool ignore) { return !ignore || setting_flag(settings::kTlsVer
 // Whose certificate a connection expects.
 const std::string& expected_host(const SocketState& state) {
   return state.certificate_host.empty() ? state.host : state.certificate_host;
-}
-
-// What came in clear before the handshake must not pass for an answer given under TLS.
-void drop_clear_input(BIO* bio) {
-  constexpr int kMostPieces = 1024;  // a peer that goes on sending in clear fails in the handshake
-  if (session_of(bio) != nullptr) return;
-  std::array<char, 4096> ignored{};
-  for (int i = 0; i < kMostPieces; ++i)
-    if (recv(descriptor_of(bio), ignored.data(), ignored.size(), MSG_DONTWAIT) <= 0) return;
 }
 
 void replace_context(SSL_CTX*& held, ContextHandle made) {
@@ -315,7 +304,6 @@ int SecureSocket::STARTTLS(const YString& certificates, const bool& listFlag, co
     }
     const bool verify = must_verify(ignoreVerification);
     state_->drop_buffered();
-    drop_clear_input(bio);
     SessionHandle session = make_client_session(chosen, expected_host(*state_), verify, state_->resumed.get());
     const bool done = dataChannel && session ? DelayHandshake(session.get(), verify) : PerformSSlConnect(session.get());
     if (!done) {
