@@ -36,4 +36,5 @@
 #include "yinet/script/function_table.h"
 #include "yinet/script/functions.h"
 #include "yinet/script/parameter_keys.h"
+#include "yinet/script/ssh_client_class.h"
 #include "yinet/script/suggestions.h"

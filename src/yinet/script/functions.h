@@ -12,6 +12,11 @@ class YObject;
 
 extern "C" {
 
+// FTP with or without TLS
+YINET_API void FTPS_DOWNLOADDATEI(YObject* arguments);
+YINET_API void FTPS_UPLOAD(YObject* arguments);
+YINET_API void FTPS_LOESCHE(YObject* arguments);
+
 // HTTP
 YINET_API void HTTP_GET(YObject* arguments);
 YINET_API void HTTP_POST(YObject* arguments);
