@@ -23,16 +23,13 @@ TEST(Program, ShowsHelpWithExamplesWithoutArguments) {
   EXPECT_EQ(result.errors, "");
 }
 
-TEST(Program, EveryCommandHasHelpWithExamples) {
+TEST(Program, TellsItsVersionAndEveryCommandHasHelpWithExamples) {
+  EXPECT_THAT(run_program({"--version"}).output, MatchesRegex("yinet [0-9]+\\.[0-9]+\\.[0-9]+\n"));
   for (const char* command : kCommands) {
     const CommandResult result = run_program({command, "--help"});
     EXPECT_EQ(result.exit_code, 0) << command;
     EXPECT_THAT(result.output, HasSubstr(std::string("  yinet ") + command)) << command;
   }
-}
-
-TEST(Program, TellsItsVersion) {
-  EXPECT_THAT(run_program({"--version"}).output, MatchesRegex("yinet [0-9]+\\.[0-9]+\\.[0-9]+\n"));
 }
 
 TEST(Program, WrongCallsEndWithTwoAndSayWhatWouldBeRight) {
@@ -102,13 +99,6 @@ TEST(Program, RemarksOnSettingsThatTheLibraryDoesNotHave) {
   EXPECT_EQ(result.exit_code, 0);
   EXPECT_EQ(result.output, "127.0.0.1\n");
   EXPECT_THAT(result.errors, AllOf(HasSubstr("DNS/Serwer"), HasSubstr("DNS/Server")));
-}
-
-TEST(Program, AFunctionWithoutParametersPrintsAnEmptyRecord) {
-  const CommandResult result = run_program({"call", "SECURESOCKETGLOBALSSLINIT"});
-  EXPECT_EQ(result.exit_code, 0);
-  EXPECT_EQ(result.output, "{}\n");
-  EXPECT_EQ(result.errors, "");
 }
 
 TEST(Program, SaysSoWhenItsOutputIsLost) {

@@ -148,6 +148,7 @@ TEST_F(Lookup, EveryLookupAsksTheServerForTheNameInUtf8) {
 
 TEST_F(Lookup, ASilentServerIsRepeatedWithinTheLimit) {
   ScriptedDnsServer server{ScriptedDnsServer::silent()};
+  const test::ResourceCheck check;
   use_servers(server.target());
   set(settings::kDnsTimeout, "400");
   set(settings::kDnsTries, "3");
@@ -222,17 +223,6 @@ TEST_F(Lookup, AServerListThatCannotBeReadIsASetUpFailure) {
   EXPECT_EQ(address_of("x.test"), "");
   EXPECT_THAT(mail_servers_of("x.test"), IsEmpty());
   EXPECT_THAT(log_.numbers(), ElementsAre(message::kDnsLibraryFailed, message::kDnsLibraryFailed));
-}
-
-TEST_F(Lookup, LeavesNothingOpen) {
-  ScriptedDnsServer server{ScriptedDnsServer::truncated_on_udp()};
-  ScriptedDnsServer silent{ScriptedDnsServer::silent()};
-  const test::ResourceCheck check;
-  set(settings::kDnsTimeout, "50");
-  use_servers(server.target());
-  EXPECT_EQ(address_of("x.test"), "192.0.2.7");
-  use_servers(silent.target());
-  EXPECT_EQ(failure_of("x.test"), "1460");
 }
 
 TEST_F(Lookup, ManyThreadsMayAskAtOnce) {

@@ -53,7 +53,7 @@ int library_setup_error() {
 }
 
 int to_milliseconds(std::chrono::steady_clock::duration time) {
-  constexpr std::int64_t kLongest = 24 * 3600 * 1000;
+  constexpr std::int64_t kLongest = milliseconds(std::chrono::hours(24)).count();
   const std::int64_t count = std::chrono::ceil<milliseconds>(time).count();
   return static_cast<int>(std::clamp<std::int64_t>(count, 0, kLongest));
 }
