@@ -4,6 +4,7 @@
 #include <mutex>
 #include <system_error>
 
+#include "yinet/host/codepage.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/text.h"
 #include "yinet/host/yerror.h"
@@ -64,7 +65,7 @@ std::vector<SavedMailFile> save_mail_files(const YObject& record, const YString&
   if (!path.EndsWith("/")) path += '/';
   const YString text = record.GetString(mail_key::kText);
   if (!text.IsEmpty()) {
-    saved.push_back(save_file(path, mail_text_file_name(record.GetString(mail_key::kSubject)), text));
+    saved.push_back(save_file(path, mail_text_file_name(record.GetString(mail_key::kSubject)), utf8_from_ansi(text)));
   }
   const YString names = record.GetString(mail_key::kAttachments);
   for (const std::string_view name : names.Items()) {

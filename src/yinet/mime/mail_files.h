@@ -23,8 +23,8 @@ struct SavedMailFile {
   std::string path;   // where it went, with "_2", "_3" ... when the name was in use; empty when it could not be written
   std::string error;  // the system's reason then
 };
-// Writes attachments and text of a decoded mail into any folder, which is made when it is missing. Existing files are left
-// alone. The record stays as it is.
+// For people: writes attachments and text, the text as UTF-8, into any folder, which is made when it is missing. Existing
+// files are left alone. The record stays as it is.
 YINET_API std::vector<SavedMailFile> save_mail_files(const YObject& record, const YString& folder);
 
 // The name of the text's file, from the subject: its first 20 characters, of which letters, digits and a few others stay.
