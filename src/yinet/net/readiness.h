@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 
 namespace yinet {
 
@@ -25,6 +26,12 @@ class Deadline {
  private:
   std::chrono::steady_clock::time_point end_;
 };
+
+// A number of pauses in a row, at most a year.
+inline std::chrono::milliseconds pauses(std::int64_t count, std::chrono::milliseconds pause) {
+  constexpr std::chrono::milliseconds kLongest = std::chrono::years(1);
+  return pause.count() > 0 && count > kLongest / pause ? kLongest : pause * count;
+}
 
 enum class Readiness {
   ready,      // also when the connection has ended or failed: the next operation tells

@@ -131,6 +131,7 @@ SecureSocket::SecureSocket() : state_(std::make_unique<SocketState>()) {}
 
 SecureSocket::SecureSocket(BIO* connection, bool blocking_mode)
     : bio(connection), blocking(blocking_mode), state_(std::make_unique<SocketState>()) {
+  send_at_once(descriptor_of(bio));
   if (SSL* const session = session_of(bio)) allow_partial_writes(session);
 }
 

@@ -179,7 +179,7 @@ int SecureSocket::tryNonBlockingSllConnect(SSL* session) {
   const SigpipeGuard no_sigpipe;
   const milliseconds pause(setting_number(settings::kTlsAttemptPause));
   const std::int64_t attempts = setting_number(settings::kTlsAttempts);
-  const Deadline deadline(pause * attempts);  // however the peer trickles its bytes
+  const Deadline deadline(pauses(attempts, pause));  // however the peer trickles its bytes
   std::int64_t full_waits = 0;
   for (;;) {
     ERR_clear_error();

@@ -104,6 +104,12 @@ short event_for(Io outcome) { return outcome == Io::wait_read ? POLLIN : POLLOUT
 
 // --- Sending ----------------------------------------------------------------------------------------------------------
 
+// After a write that had to stop, TLS holds a record that must go out first; a handshake under way holds nothing yet.
+bool holds_record(BIO* bio) {
+  SSL* const session = session_of(bio);
+  return session != nullptr && SSL_is_init_finished(session) != 0;
+}
+
 struct SendFailure {
   bool gave_up_connecting = false;
   std::string cause;  // empty: nothing to log
@@ -113,11 +119,11 @@ struct SendFailure {
 // kSendAttempts full waits for the connect are allowed, and kIdleLimit without a byte taken.
 std::optional<SendFailure> write_all(BIO* bio, SocketState& state, std::string_view content, bool blocking) {
   const SigpipeGuard no_sigpipe;
-  const int descriptor = descriptor_of(bio);
   const milliseconds idle_limit(blocking ? 0 : setting_number(settings::kIdleLimit));
   Deadline idle_deadline(idle_limit);
   std::int64_t full_waits = 0;
   for (;;) {
+    const int descriptor = descriptor_of(bio);  // changes from one address to the next while connecting
     if (is_connecting(bio)) {
       const milliseconds pause(setting_number(settings::kSendPause));
       if (wait_ready(descriptor, POLLOUT, pause) != Readiness::ready) {
@@ -140,7 +146,7 @@ std::optional<SendFailure> write_all(BIO* bio, SocketState& state, std::string_v
         break;
       case Io::wait_read:
       case Io::wait_write: {
-        state.send_unfinished = session_of(bio) != nullptr;
+        state.send_unfinished = holds_record(bio);
         if (blocking) {
           if (wait_ready(descriptor, event_for(result.outcome)) == Readiness::ready) break;
           return SendFailure{};

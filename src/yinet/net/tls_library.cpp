@@ -9,8 +9,8 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <mutex>
+#include <string>
 
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/ylog.h"
@@ -22,13 +22,9 @@ namespace {
 
 constexpr int kLockTraceChannel = 214;
 
-void* allocate(std::size_t size, const char*, int) { return std::malloc(size); }
-void* reallocate(void* block, std::size_t size, const char*, int) { return std::realloc(block, size); }
-void release(void* block, const char*, int) { std::free(block); }
-
 void set_up_library() {
-  // Has an effect only in a process that has not used OpenSSL at all; its own functions do the same.
-  static_cast<void>(CRYPTO_set_mem_functions(allocate, reallocate, release));
+  // OpenSSL allocates with malloc, realloc and free unless the host has told it otherwise. Functions of this library must
+  // not be handed to it: OpenSSL stays loaded to the end of the process, this library may be unloaded before.
   OPENSSL_init_ssl(OPENSSL_INIT_ADD_ALL_CIPHERS | OPENSSL_INIT_ADD_ALL_DIGESTS | OPENSSL_INIT_LOAD_SSL_STRINGS |
                        OPENSSL_INIT_LOAD_CRYPTO_STRINGS,
                    nullptr);
