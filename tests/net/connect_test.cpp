@@ -8,6 +8,7 @@
 #include "net/socket_test_kit.h"
 #include "support/ports.h"
 #include "support/requirements.h"
+#include "support/resource_check.h"
 
 namespace yinet::test {
 namespace {
@@ -59,11 +60,17 @@ TEST_F(Connect, WithoutAnAnswerANonBlockingConnectEndsAtItsLimit) {
   EXPECT_THAT(log.last(message::kConnectFailed).extra, testing::HasSubstr("within 100 ms"));
 }
 
-TEST_F(Connect, ThePauseFollowsTheConnect) {
+TEST_F(Connect, ThePauseFollowsTheConnectAndSmallWritesGoOutAtOnce) {
   const SettingChange pause(settings::kConnectPause, "60");
   ScriptedPeer peer(Script().read_to_end());
   SecureSocket socket;
   EXPECT_GE(time_of([&] { EXPECT_EQ(connect_to(socket, peer), 0); }), milliseconds(60));
+  int on = 0;
+  socklen_t size = sizeof(on);
+  ASSERT_EQ(getsockopt(socket.GetScoketDescriptor(), IPPROTO_TCP, TCP_NODELAY, &on, &size), 0);
+  EXPECT_NE(on, 0);
+  socket.Close();
+  EXPECT_EQ(socket.GetScoketDescriptor(), -1);
 }
 
 bool localhost_is_ipv6_too() {  // the hosts file's business
@@ -109,26 +116,16 @@ TEST_F(Connect, ANewConnectionEndsTheOldOneAndReconnectRepeatsTheLast) {
   EXPECT_THAT(log.numbers(), testing::IsEmpty());
 }
 
-TEST_F(Connect, SmallWritesGoOutAtOnce) {
-  ScriptedPeer peer(Script().read_to_end());
-  SecureSocket socket;
-  ASSERT_EQ(connect_to(socket, peer), 0);
-  int on = 0;
-  socklen_t size = sizeof(on);
-  ASSERT_EQ(getsockopt(socket.GetScoketDescriptor(), IPPROTO_TCP, TCP_NODELAY, &on, &size), 0);
-  EXPECT_NE(on, 0);
-  socket.Close();
-  EXPECT_EQ(socket.GetScoketDescriptor(), -1);
-}
-
 TEST_F(Connect, AProxyIsConnectedToAndTheTargetKept) {
   ScriptedPeer proxy(Script().read_to_end());
+  ScriptedPeer direct(Script().read_to_end());
   OpenSocket socket;
   EXPECT_EQ(socket.Connect("192.0.2.7", 990, "localhost", proxy.port(), false, "user", "secret"), 0);
   EXPECT_EQ(socket.socksTargetAddress, "192.0.2.7");
   EXPECT_EQ(socket.socksTargetPort, 990U);
   EXPECT_EQ(socket.connectTarget, ("127.0.0.1:" + std::to_string(proxy.port())).c_str());
-  socket.Close();
+  EXPECT_EQ(socket.Connect("127.0.0.1", direct.port(), "", 1080, false, "user", "secret"), 0) << "no proxy";
+  EXPECT_TRUE(socket.socksTargetAddress.IsEmpty());
 }
 
 TEST_F(Connect, AProxyThatCannotBeUsedFailsWithoutTraffic) {
@@ -152,36 +149,23 @@ TEST_F(Connect, AProxyThatCannotBeUsedFailsWithoutTraffic) {
   }
 }
 
-TEST_F(Connect, WithoutAProxyHostTheConnectionIsDirect) {
-  ScriptedPeer peer(Script().read_to_end());
-  OpenSocket socket;
-  EXPECT_EQ(socket.Connect("127.0.0.1", peer.port(), "", 1080, false, "user", "secret"), 0);
-  EXPECT_TRUE(socket.socksTargetAddress.IsEmpty());
-}
-
 TEST_F(Connect, NoDescriptorIsLeftBehind) {
   const std::uint16_t refused = refused_port();
-  const auto use_all = [&](Mode mode) {
-    auto plain = ScriptedPeer::for_every_connection(Script().read_to_end());
-    auto tls = ScriptedPeer::for_every_connection(Script().start_tls().read_to_end());
-    auto rude = ScriptedPeer::for_every_connection(Script().send("no TLS here, sorry").read_to_end());
-    {
-      SecureSocket socket;
-      EXPECT_EQ(socket.Connect("127.0.0.1", refused, is_blocking(mode)), -1);
-      EXPECT_EQ(connect_to(socket, plain, mode), 0);
-      EXPECT_TRUE(socket.InitSSLClientContext("", false, true));
-      EXPECT_EQ(connect_to(socket, tls, mode), 0);
-      EXPECT_TRUE(socket.Send(YString("x")));
-      EXPECT_EQ(connect_to(socket, rude, mode), -1);
-      EXPECT_TRUE(socket.InitSSLClientContext("", false, false));
-      EXPECT_EQ(connect_to(socket, tls, mode), -2);
-    }
-  };
-  use_all(Mode::polling);
-  const int before = open_descriptors();
-  use_all(Mode::polling);
-  use_all(Mode::blocking);
-  EXPECT_EQ(open_descriptors(), before);
+  const ResourceCheck check;
+  auto plain = ScriptedPeer::for_every_connection(Script().read_to_end());
+  auto tls = ScriptedPeer::for_every_connection(Script().start_tls().read_to_end());
+  auto rude = ScriptedPeer::for_every_connection(Script().send("no TLS here, sorry").read_to_end());
+  for (const Mode mode : kBothModes) {
+    SecureSocket socket;
+    EXPECT_EQ(socket.Connect("127.0.0.1", refused, is_blocking(mode)), -1);
+    EXPECT_EQ(connect_to(socket, plain, mode), 0);
+    EXPECT_TRUE(socket.InitSSLClientContext("", false, true));
+    EXPECT_EQ(connect_to(socket, tls, mode), 0);
+    EXPECT_TRUE(socket.Send(YString("x")));
+    EXPECT_EQ(connect_to(socket, rude, mode), -1);
+    EXPECT_TRUE(socket.InitSSLClientContext("", false, false));
+    EXPECT_EQ(connect_to(socket, tls, mode), -2);
+  }
 }
 
 }  // namespace

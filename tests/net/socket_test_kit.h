@@ -2,12 +2,11 @@
 
 // Vocabulary of the socket tests.
 
-#include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -106,14 +105,6 @@ inline std::chrono::milliseconds time_of(const std::function<void()>& work) {
   const auto start = std::chrono::steady_clock::now();
   work();
   return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
-}
-
-inline int open_descriptors() {
-  int count = 0;
-  DIR* const folder = opendir("/proc/self/fd");
-  while (readdir(folder) != nullptr) ++count;
-  closedir(folder);
-  return count;
 }
 
 }  // namespace yinet::test
