@@ -206,6 +206,18 @@ TEST_F(DecodeTest, ReadableDecodingMindsLineStartsOnly) {
   EXPECT_EQ(mail_.Find<YBuffer>("=f.bin")->view(), "a=41");
 }
 
+TEST_F(DecodeTest, ReadableDecodingTakesLinesThatEndWithCrAlone) {
+  const std::string mail = "Subject: x\r\rErste\rZweite\r";
+  ASSERT_TRUE(decode(mail));
+  EXPECT_EQ(text("NACHRICHT"), "");
+  set("Lesefreundlich", "1");
+  ASSERT_TRUE(decode(mail));
+  EXPECT_EQ(text("BETREFF"), "x");
+  EXPECT_EQ(text("NACHRICHT"), "Erste\r\nZweite");
+  ASSERT_TRUE(decode("Subject: x\r\n\r\na\rb"));  // beside any LF a CR is a character like others
+  EXPECT_EQ(text("NACHRICHT"), "a\rb");
+}
+
 TEST_F(DecodeTest, PartInformationDescribesWithoutDecoding) {
   const auto image = [](std::string_view name) {
     return "Content-Type: image/jpeg; name=" + std::string(name) + "\r\nContent-Transfer-Encoding: base64\r\n\r\nQUJD";

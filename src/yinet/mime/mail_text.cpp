@@ -57,6 +57,12 @@ bool make_unix_lines_crlf(std::string& text) {
   return true;
 }
 
+bool make_mac_lines_crlf(std::string& text) {
+  if (text.find('\n') != std::string::npos || text.find('\r') == std::string::npos) return false;
+  text = replaced(text, "\r", kLineEnd);
+  return true;
+}
+
 std::size_t find_size_notice(std::string_view text) {
   const std::size_t start = text.find(kNoticeStart);
   if (start == std::string_view::npos || start == 0) return std::string_view::npos;

@@ -11,6 +11,10 @@ namespace yinet {
 // one without a line end, is left alone and gives false.
 bool make_unix_lines_crlf(std::string& text);
 
+// A text that ends its lines with CR alone, as Macintosh systems before 2001 left mails: every CR becomes CRLF. False, and
+// nothing changed, where there is any LF.
+bool make_mac_lines_crlf(std::string& text);
+
 // Position of the notice that a fetching program left in place of a mail over its size limit, npos when there is none.
 std::size_t find_size_notice(std::string_view text);
 

@@ -239,6 +239,7 @@ bool YMIMEMessage::Decode(const YString& mail, YObject* record, unsigned long fl
     return false;
   }
   if (yinet::setting_flag(yinet::settings::kMailUnixLines)) yinet::make_unix_lines_crlf(text);
+  if (yinet::setting_flag(yinet::settings::kMailReadable)) yinet::make_mac_lines_crlf(text);
   if (!m_MailDir.Equals("Temp:")) drop_terminator(text);
   if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
     YLog.Event(6, yinet::message::kMailFileTooLarge, mail.Copy(0, 255));
