@@ -54,6 +54,7 @@ class LogTest : public testing::Test {
 
 TEST_F(LogTest, LineHasTimeLevelNumberTextAndExtra) {
   EXPECT_EQ(log_line(record("text", "extra")), "2026-11-21 10:00:00 [6] 21901 text: extra");
+  EXPECT_EQ(log_line(record("text.", "extra")), "2026-11-21 10:00:00 [6] 21901 text: extra");
   EXPECT_EQ(log_line(record("text")), "2026-11-21 10:00:00 [6] 21901 text");
   LogRecord trace = record("text");
   trace.channel = 2190;

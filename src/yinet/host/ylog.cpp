@@ -180,8 +180,9 @@ void set_debug_traces(bool on) { g_debug_traces.store(on, std::memory_order_rela
 std::string log_line(const LogRecord& record) {
   std::string line = plain_time(local_time(record.time)) + " " + bracket(record) + " " + std::to_string(record.number) +
                      " " + line_text(record.text);
-  if (!record.extra.empty()) line += ": " + line_text(record.extra);
-  return line;
+  if (record.extra.empty()) return line;
+  if (line.ends_with('.')) line.pop_back();  // the cause goes on with the sentence
+  return line + ": " + line_text(record.extra);
 }
 
 std::string log_json_line(const LogRecord& record) {
