@@ -21,9 +21,11 @@ constexpr auto kRows = std::to_array<Setting>({
 
 namespace settings {
 
+// NOLINTBEGIN(bugprone-macro-parentheses): defines a name
 #define YINET_SETTING(constant, section, name, default_value, unit, meaning) \
   constinit const Setting& constant = kRows[row_##constant];
 #include "yinet/host/setting_rows.inc"
+// NOLINTEND(bugprone-macro-parentheses)
 
 }  // namespace settings
 

@@ -7,6 +7,7 @@
 
 namespace yinet::settings {
 
+// NOLINTNEXTLINE(bugprone-macro-parentheses): declares a name
 #define YINET_SETTING(constant, section, name, default_value, unit, meaning) YINET_API extern const Setting& constant;
 #include "yinet/host/setting_rows.inc"
 

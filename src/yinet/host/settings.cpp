@@ -6,12 +6,12 @@
 #include <atomic>
 #include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <fstream>
 #include <functional>
 #include <limits>
 #include <mutex>
 #include <shared_mutex>
+#include <system_error>
 #include <unordered_map>
 #include <utility>
 
@@ -28,7 +28,7 @@ namespace {
 
 constexpr std::string_view kFileVariable = "YINET_SETTINGS";
 constexpr std::string_view kVariablePrefix = "YINET_";
-constexpr std::size_t kMaxFileBytes = 1024 * 1024;  // a settings file, not a device that never ends
+constexpr std::size_t kMaxFileBytes = std::size_t{1024} * 1024;  // a settings file, not a device that never ends
 
 using Values = std::unordered_map<std::string, std::string>;
 
@@ -77,7 +77,7 @@ Value value_of(const Setting& setting, std::string text) {
 // The file as text, or why it cannot be read.
 std::pair<std::string, std::string> read_file(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  if (!file) return {"", std::strerror(errno)};
+  if (!file) return {"", std::generic_category().message(errno)};
   std::string text(kMaxFileBytes + 1, '\0');
   file.read(text.data(), static_cast<std::streamsize>(text.size()));
   if (file.bad()) return {"", "it cannot be read"};
@@ -91,16 +91,18 @@ class Registry {
  public:
   // Takes the environment as it is now: reading it later could meet a thread that changes it.
   Registry() {
+    std::string path;
     for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
       const std::string_view text = *variable;
       const std::size_t equals = text.find('=');
       if (equals == std::string_view::npos || !text.starts_with(kVariablePrefix)) continue;
+      if (text.substr(0, equals) == kFileVariable) path = text.substr(equals + 1);
       environment_.emplace(text.substr(0, equals), name_from_utf8(text.substr(equals + 1)));
     }
     const auto rows = all_settings();
     for (std::size_t row = 0; row < rows.size(); ++row)
       rows_by_key_.emplace(key_of(rows[row].section, rows[row].name), row);
-    if (const char* path = std::getenv(std::string(kFileVariable).c_str()); path != nullptr && *path != '\0') {
+    if (!path.empty()) {
       if (const std::string error = read_layer(path, file_); !error.empty()) {
         file_problem_ = {path, error};
         has_file_problem_ = true;

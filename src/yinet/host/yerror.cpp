@@ -26,7 +26,7 @@ void log_message(const ErrorMessage& message) {
   if (!message.context.empty() && !message.extra.empty()) record.extra += "; ";
   record.extra += message.extra;
   record.time = std::chrono::system_clock::now();
-  write_log(std::move(record));
+  write_log(record);
 }
 
 }  // namespace

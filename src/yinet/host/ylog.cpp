@@ -157,7 +157,7 @@ void write_record(LogKind kind, int level, int channel, int number, YString text
   record.text = std::move(text).str();
   record.extra = extra;
   record.time = std::chrono::system_clock::now();
-  write_log(std::move(record));
+  write_log(record);
 }
 
 void write_trace(LogKind kind, int channel, int number, std::string_view p1, std::string_view p2,
@@ -200,7 +200,7 @@ std::string log_json_line(const LogRecord& record) {
   return line.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
 }
 
-void write_log(LogRecord record) noexcept {
+void write_log(const LogRecord& record) noexcept {
   if (t_in_sink) return;  // a sink that logs would call itself for ever
   t_in_sink = true;
   try {

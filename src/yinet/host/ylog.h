@@ -42,7 +42,7 @@ YINET_API extern std::atomic<bool> g_debug_traces;  // read through debug_traces
 inline bool debug_traces() { return g_debug_traces.load(std::memory_order_relaxed); }
 
 // Internal: hands a record to the sink.
-void write_log(LogRecord record) noexcept;
+void write_log(const LogRecord& record) noexcept;
 
 // While an object of this class lives, the default sinks write "***" for this text wherever it occurs in records that
 // this thread writes. Empty secrets are ignored. Nests; ends on the thread that made it.

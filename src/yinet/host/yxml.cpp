@@ -401,7 +401,7 @@ class Writer {
     std::vector<std::string> attributes_of_leaves;           // their leaf may stand behind them
     for (int i = 0; i < record.GetStringKeyCount(); ++i) {
       const std::string key = record.GetStringKey(i).str();
-      const std::string here = path + "/" + key;
+      const std::string here = joined({path, key}, "/");
       Result error;
       if (key == kTextKey) {
         error = write_text(record, key, parent, here);
@@ -417,7 +417,7 @@ class Writer {
     for (const std::string& key : attributes_of_leaves) {
       const std::size_t mark = key.find(kAttributeMark);
       const auto leaf = leaves.find(to_lower(key.substr(0, mark)));
-      const std::string here = path + "/" + key;
+      const std::string here = joined({path, key}, "/");
       if (leaf == leaves.end()) return XmlError{"there is no text for the attribute " + printable(here), 0};
       if (auto error = write_attribute(record, key, key.substr(mark + 1), leaf->second, here)) return error;
     }
