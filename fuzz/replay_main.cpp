@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 namespace {
 
-constexpr int kMutationsPerFile = 500;
+constexpr int kMutationsPerFile = 2000;
 constexpr std::size_t kMaxMutatedBytes = 64 * 1024;  // larger seeds are replayed as they are: time
 
 using Bytes = std::vector<std::uint8_t>;
