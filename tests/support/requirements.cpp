@@ -40,8 +40,10 @@ std::vector<std::string> in_network_namespace(const std::vector<std::string>& ar
   std::string set_up = "PATH=$PATH:/usr/sbin:/sbin; ";  // ordinary users lack the folder of ip
   if (loopback_up) set_up += "ip link set lo up && ";
   if (!resolver.empty()) set_up += "mount --bind \"$0\" /etc/resolv.conf && ";
+  // Root needs no user namespace, which some machines and every changed root directory refuse.
+  const char* namespaces = ::geteuid() == 0 ? "-mn" : "-rmn";
   std::vector<std::string> command{
-      "unshare", "-rmn", "sh", "-c", set_up + "exec \"$@\"", resolver.empty() ? "sh" : resolver.string()};
+      "unshare", namespaces, "sh", "-c", set_up + "exec \"$@\"", resolver.empty() ? "sh" : resolver.string()};
   command.insert(command.end(), argv.begin(), argv.end());
   return command;
 }
