@@ -20,6 +20,9 @@ namespace {
 
 constexpr std::size_t kReadBytes = 4096 * yinet::kBase64LineBytes;  // of an attachment at a time
 
+// What usually follows an attachment, a boundary line: without room for it a large text would move once more.
+constexpr std::size_t kRoomBehindFile = 256;
+
 // Positions in a text are ints, so no setting allows more.
 std::int64_t body_limit() {
   return std::min<std::int64_t>(yinet::setting_number(yinet::settings::kMailComposeLimit),
@@ -76,7 +79,7 @@ bool write_file_part(const std::string& header, const YString& path, YString& ou
 
   std::string& text = out.str();
   const std::size_t start = text.size();
-  text.reserve(start + static_cast<std::size_t>(encoded));
+  text.reserve(start + static_cast<std::size_t>(encoded) + kRoomBehindFile);
   const auto buffer = std::make_unique_for_overwrite<char[]>(kReadBytes);
   const auto cut = [&](int cause) {
     text.resize(start);

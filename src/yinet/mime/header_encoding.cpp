@@ -1,6 +1,7 @@
 #include "yinet/mime/header_encoding.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "yinet/host/text.h"
 #include "yinet/host/ybase64.h"
@@ -62,10 +63,19 @@ std::string with_crlf_line_ends(std::string_view text) {
 }
 
 void stuff_dots(std::string& text) {
-  const bool lone_dot = text.starts_with(".\r\n");
-  const std::string_view dot_line = "\r\n.";
-  if (!lone_dot && text.find(dot_line) == std::string::npos) return;
-  text = (lone_dot ? "." : "") + replaced(text, dot_line, "\r\n..");
+  const std::string_view original = text;
+  std::string stuffed;
+  std::size_t copied = 0;
+  // Looking for dots is quicker than looking for line ends: what is large in a mail, base64, has none.
+  for (std::size_t dot = original.find('.'); dot != std::string_view::npos; dot = original.find('.', dot + 1)) {
+    const bool begins_line = dot == 0 ? original.starts_with(".\r\n") : original.substr(0, dot).ends_with(kLineEnd);
+    if (!begins_line) continue;
+    stuffed.append(original.substr(copied, dot - copied)).append(".");
+    copied = dot;
+  }
+  if (stuffed.empty()) return;
+  stuffed.append(original.substr(copied));
+  text = std::move(stuffed);
 }
 
 }  // namespace yinet
