@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "mime/literal_models.h"
+
 namespace yinet {
 namespace {
 
@@ -14,38 +16,6 @@ std::string repeat(std::string_view text, std::size_t count) {
   std::string out;
   for (std::size_t i = 0; i < count; ++i) out += text;
   return out;
-}
-
-// The rule, character by character and with a text that really changes under the scan: slow and plain.
-std::string folded_by_the_rule(std::string text) {
-  const auto is_blank = [](char c) { return c == ' ' || c == '\t'; };
-  std::size_t column = 0;
-  std::size_t last_blank = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const std::size_t candidate = text[i] == ' ' ? i : last_blank;
-    if (text.compare(i, 2, "\r\n") == 0) {
-      column = 0;
-      last_blank = candidate;
-    } else if (column > 76 && candidate > 0) {
-      std::string tail = text.substr(candidate);
-      text.resize(candidate);
-      while (!text.empty() && is_blank(text.back())) text.pop_back();
-      while (!tail.empty() && is_blank(tail.front())) tail.erase(0, 1);
-      text += "\r\n" + tail;
-      column = 0;
-      last_blank = 0;
-      continue;
-    } else {
-      last_blank = candidate;
-    }
-    if (column == 998) {
-      text.insert(i, "\r\n");
-      column = 0;
-    } else {
-      ++column;
-    }
-  }
-  return text;
 }
 
 TEST(FoldLines, BreaksWhereTheRuleSays) {
@@ -100,7 +70,7 @@ TEST(FoldLines, FollowsTheRuleOnGeneratedTexts) {
   TextGenerator generator(20240519);
   for (int i = 0; i < 30000; ++i) {
     const std::string text = generator.text();
-    ASSERT_EQ(fold_lines(text), folded_by_the_rule(text)) << "text " << i << ":\n" << text;
+    ASSERT_EQ(fold_lines(text), test::folded_by_the_rule(text)) << "text " << i << ":\n" << text;
   }
 }
 

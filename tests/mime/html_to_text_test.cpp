@@ -5,6 +5,7 @@
 #include <chrono>
 #include <random>
 
+#include "mime/literal_models.h"
 #include "yinet/host/text.h"
 
 namespace yinet {
@@ -54,19 +55,6 @@ TEST(HtmlToText, CharacterReferencesBecomeWindows1252) {
   for (const Case& c : cases) EXPECT_EQ(html_to_text(c.html), c.text) << c.html;
 }
 
-// The stages one after the other, each over the whole text.
-std::string without_tags_by_stages(std::string_view html) {
-  std::string text = replaced(to_lower(html), "&nbsp;", " ");
-  text = replaced(text, "<br>", "\r\n");
-  for (std::size_t at = text.find('<'); at != std::string::npos; at = text.find('<', at)) {
-    const std::size_t end = text.find('>', at);
-    if (end == std::string::npos) break;
-    text.erase(at, end + 1 - at);
-  }
-  while (text.starts_with("\r\n")) text.erase(0, 2);
-  return text;
-}
-
 TEST(HtmlToText, OnePassEqualsTheStagesOneAfterTheOther) {
   const std::string pieces[] = {"<", ">", "<b", "<br>", "<BR", "br>", "&nbsp;", "&nb", "sp;", "x", "\r\n", " "};
   std::mt19937 random(7);
@@ -74,7 +62,7 @@ TEST(HtmlToText, OnePassEqualsTheStagesOneAfterTheOther) {
     std::string html;
     for (auto count = random() % 14; count > 0; --count) html += pieces[random() % std::size(pieces)];
     // What is left of "&nb" and "sp;" may meet as a reference; that is the next stage's business.
-    std::string expected = without_tags_by_stages(html);
+    std::string expected = test::lower_text_without_tags_by_stages(html);
     expected = replaced(expected, "&nbsp;", "\xA0");
     ASSERT_EQ(to_lower(html_to_text(html)), expected) << html;
   }
