@@ -23,6 +23,7 @@ struct Command {
 Command add_call_command(CLI::App& program);
 Command add_functions_command(CLI::App& program);
 Command add_dns_command(CLI::App& program);
+Command add_ftp_command(CLI::App& program);
 Command add_mail_command(CLI::App& program);
 Command add_settings_command(CLI::App& program);
 Command add_messages_command(CLI::App& program);

@@ -1,0 +1,231 @@
+#include <CLI/CLI.hpp>
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "command.h"
+#include "ftp_url.h"
+#include "terminal.h"
+#include "transfer_progress.h"
+#include "yinet/ftp/ftps.h"
+#include "yinet/host/codepage.h"
+#include "yinet/host/setting_table.h"
+#include "yinet/host/text.h"
+#include "yinet/host/ylog.h"
+
+namespace yinet::cli {
+namespace {
+
+constexpr const char* kExamples = R"(Examples:
+  yinet ftp get ftps://me@ftp.example.com/reports/today.txt
+  yinet ftp put ftps://me@ftp.example.com/reports/ today.txt
+  yinet ftp ls ftp://ftp.example.com/pub/
+  yinet ftp size ftps://me@ftp.example.com/big.iso --proxy socks5://127.0.0.1:1080
+
+ftps:// is FTP with explicit TLS (FTP type 4), ftp:// is plain FTP. Paths begin in the login's folder; "/%2F" begins an
+absolute one. Passwords come from the URL, from YINET_FTP_PASSWORD and YINET_PROXY_PASSWORD, or are asked for.
+
+Exit status: 0 success, 2 wrong call, 3 no connection, 4 login refused, 5 refused by the server (no such file, say),
+6 local file, 7 the transfer broke off, 1 any other failure.)";
+
+constexpr int kNoConnection = 3;
+constexpr int kLoginRefused = 4;
+constexpr int kRefusedByServer = 5;
+constexpr int kLocalFile = 6;
+constexpr int kBrokenOff = 7;
+
+constexpr int kPlainType = 1;
+constexpr int kTlsType = 4;
+
+struct Arguments {
+  std::string url, file, type, proxy, certificate;
+  bool quiet = false;
+};
+
+struct ProxyChoice {
+  int type = 0;
+  FtpUrl url;
+};
+
+constexpr std::pair<std::string_view, int> kServerSchemes[] = {{"ftp", kPlainType}, {"ftps", kTlsType}, {"ftpes", kTlsType}};
+constexpr std::pair<std::string_view, int> kProxySchemes[] = {{"ftp", 1}, {"socks4", 4}, {"socks5", 5}};
+
+template <std::size_t Count>
+std::optional<int> type_of(const std::pair<std::string_view, int> (&rows)[Count], std::string_view scheme) {
+  for (const auto& [name, type] : rows)
+    if (name == scheme) return type;
+  return std::nullopt;
+}
+
+YString inside(const std::string& text) { return YString(text_from_argument(text).text); }
+
+std::string password_of(const FtpUrl& url, const char* variable, const std::string& question) {
+  if (url.has_password || url.user.empty()) return url.password;
+  if (const char* value = std::getenv(variable)) return value;
+  return ask_for_password(question);
+}
+
+// People get what scripts don't: exact replies, downloads that are checked, and limits that count silence only.
+void use_careful_settings() {
+  for (const Setting* setting : {&settings::kFtpExactReplies, &settings::kFtpExactDownloads, &settings::kFtpDownloadIdle})
+    set_setting_default(setting->section, setting->name, "1");
+}
+
+std::string last_words(ftps& ftp) { return utf8_from_ansi(printable(trimmed(ftp.get_last_mes(0)))); }
+
+int fail(int code, const std::string& what) {
+  remark(what);
+  return code;
+}
+
+bool server_refused(ftps& ftp) { return ftp.get_last_mesnum() >= 400 && ftp.get_last_mesnum() < 700; }
+
+int connection_failure(ftps& ftp) {
+  const YString command = ftp.get_last_command();
+  const bool login = server_refused(ftp) && (command.StartsWith("USER") || command.StartsWith("PASS"));
+  return fail(login ? kLoginRefused : kNoConnection, last_words(ftp));
+}
+
+int transfer_failure(ftps& ftp, int result) {
+  if (result == -32) return fail(kLocalFile, last_words(ftp));
+  return fail(server_refused(ftp) ? kRefusedByServer : kBrokenOff, last_words(ftp));
+}
+
+// One command on a connection that is logged in; gives the exit code.
+using Action = int (*)(ftps& ftp, const FtpUrl& url, const Arguments& arguments);
+
+template <typename Work>
+int transfer(ftps& ftp, bool quiet, Work work) {
+  TransferProgress progress(quiet);
+  ftp.on_progress([&](std::int64_t done, std::int64_t total) { progress.show(done, total); });
+  const int result = work();
+  ftp.on_progress(nullptr);
+  progress.finish(result == 0);
+  return result == 0 ? kSucceeded : transfer_failure(ftp, result);
+}
+
+int get(ftps& ftp, const FtpUrl& url, const Arguments& arguments) {
+  std::string target = arguments.file.empty() ? "./" : arguments.file;
+  std::error_code ignored;
+  if (!target.ends_with('/') && std::filesystem::is_directory(target, ignored)) target += '/';
+  return transfer(ftp, arguments.quiet, [&] { return ftp.download_file(inside(url.path), inside(target), ftps::kByteType); });
+}
+
+int put(ftps& ftp, const FtpUrl& url, const Arguments& arguments) {
+  std::string target = url.path;
+  if (target.ends_with('/')) target += std::filesystem::path(arguments.file).filename().string();
+  return transfer(ftp, arguments.quiet, [&] { return ftp.upload_file(inside(arguments.file), inside(target), ftps::kByteType); });
+}
+
+int remove(ftps& ftp, const FtpUrl& url, const Arguments&) {
+  const int result = ftp.del_file(inside(url.path));
+  return result == 0 && ftp.get_last_mesnum() < 400 ? kSucceeded : fail(kRefusedByServer, last_words(ftp));
+}
+
+int size(ftps& ftp, const FtpUrl& url, const Arguments&) {
+  const long bytes = ftp.get_filesize(inside(url.path));
+  if (bytes < 0) return fail(kRefusedByServer, last_words(ftp));
+  print(std::to_string(bytes) + "\n");
+  return kSucceeded;
+}
+
+int list(ftps& ftp, const FtpUrl& url, const Arguments&) {
+  std::string folder = url.path;
+  while (folder.size() > 1 && folder.ends_with('/')) folder.pop_back();
+  if (!folder.empty()) {
+    ftp.send_command(inside("CWD " + folder), ftps::kReadReply);
+    if (ftp.get_last_mesnum() >= 400) return fail(kRefusedByServer, last_words(ftp));
+  }
+  const YString listing = ftp.get_dir_content();
+  if (ftp.get_last_mesnum() >= 400) return transfer_failure(ftp, -1);
+  for (const std::string_view line : split(listing, "\n"))
+    if (!trimmed(line).empty()) print(utf8_from_ansi(printable(trimmed_back(line))) + "\n");
+  ftp.get_ftpserver_mes();  // the listing's own reply
+  return ftp.get_last_mesnum() < 400 ? kSucceeded : transfer_failure(ftp, -1);
+}
+
+std::optional<int> ftp_type(const Arguments& arguments, const FtpUrl& url) {
+  if (arguments.type.empty()) return type_of(kServerSchemes, url.scheme);
+  if (arguments.type == "plain") return kPlainType;
+  if (arguments.type == "tls") return kTlsType;
+  const int number = leading_int32(arguments.type);
+  return number > 0 ? std::optional<int>(number) : std::nullopt;
+}
+
+int run(Action action, const Arguments& arguments) {
+  auto url = parse_ftp_url(arguments.url);
+  if (!url || !type_of(kServerSchemes, url->scheme)) return wrong_call("write the URL as ftp://HOST/PATH or ftps://HOST/PATH");
+  const auto type = ftp_type(arguments, *url);
+  if (!type) return wrong_call("--type is \"tls\", \"plain\" or a number above 0");
+  ProxyChoice proxy;
+  if (!arguments.proxy.empty()) {
+    const auto parsed = parse_ftp_url(arguments.proxy);
+    const auto kind = parsed ? type_of(kProxySchemes, parsed->scheme) : std::nullopt;
+    if (!kind) return wrong_call("write the proxy as socks5://HOST:PORT, socks4://HOST:PORT or ftp://HOST:PORT");
+    proxy = {*kind, *parsed};
+  }
+  if (url->user.empty()) {
+    url->user = "anonymous";
+    url->password = "anonymous@";
+    url->has_password = true;
+  }
+  const YString password = inside(password_of(*url, "YINET_FTP_PASSWORD", "Password for " + url->user + ": "));
+  const YString proxy_password =
+      inside(password_of(proxy.url, "YINET_PROXY_PASSWORD", "Password of the proxy for " + proxy.url.user + ": "));
+  const SecretScope no_password(password);
+  const SecretScope no_proxy_password(proxy_password);
+  use_careful_settings();
+  ftps ftp(inside(url->host), inside(url->user), password, inside(proxy.url.host), *type, proxy.type,
+           inside(arguments.certificate), inside(proxy.url.user), proxy_password);
+  if (ftp.connect() != 0) return connection_failure(ftp);
+  const int code = action(ftp, *url, arguments);
+  ftp.closeconnection();
+  return code;
+}
+
+}  // namespace
+
+Command add_ftp_command(CLI::App& program) {
+  CLI::App* command = program.add_subcommand("ftp", "Move files to and from FTP servers, with or without TLS");
+  command->require_subcommand(1);
+  command->footer(kExamples);
+  struct Row {
+    const char* name;
+    const char* help;
+    Action action;
+    bool takes_file, needs_file;
+  };
+  constexpr std::array kRows = {Row{"get", "Fetch a file", &get, true, false},
+                                Row{"put", "Bring a file to the server", &put, true, true},
+                                Row{"rm", "Delete a file", &remove, false, false},
+                                Row{"size", "Print the size of a file", &size, false, false},
+                                Row{"ls", "List a folder", &list, false, false}};
+  const auto arguments = std::make_shared<Arguments>();
+  std::vector<std::pair<CLI::App*, Action>> actions;
+  for (const Row& row : kRows) {
+    CLI::App* app = command->add_subcommand(row.name, row.help);
+    app->footer(kExamples);
+    app->add_option("URL", arguments->url, "ftp:// or ftps:// with server and path")->required()->type_name("");
+    if (row.takes_file) {
+      auto* file = app->add_option("FILE", arguments->file, "The local file");
+      file->type_name("");
+      if (row.needs_file) file->required();
+    }
+    app->add_option("--type", arguments->type, "tls, plain or an FTP type; by the URL's scheme when absent");
+    app->add_option("--proxy", arguments->proxy, "socks5://, socks4:// or ftp:// with user, host and port")->type_name("URL");
+    app->add_option("--certificate", arguments->certificate, "Folder of trusted certificates, or the client's PEM file");
+    app->add_flag("--quiet", arguments->quiet, "No progress and no throughput");
+    actions.emplace_back(app, row.action);
+  }
+  return {command, [=] {
+            for (const auto& [app, action] : actions)
+              if (app->parsed()) return run(action, *arguments);
+            return kWrongCall;
+          }};
+}
+
+}  // namespace yinet::cli

@@ -1,0 +1,43 @@
+#include "ftp_url.h"
+
+#include "yinet/host/text.h"
+
+namespace yinet::cli {
+namespace {
+
+std::string decoded(std::string_view text) {
+  std::string plain;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool escape = text[i] == '%' && text.size() - i > 2 && hex_value(text[i + 1]) >= 0 && hex_value(text[i + 2]) >= 0;
+    plain.push_back(escape ? static_cast<char>(hex_value(text[i + 1]) * 16 + hex_value(text[i + 2])) : text[i]);
+    if (escape) i += 2;
+  }
+  return plain;
+}
+
+}  // namespace
+
+std::optional<FtpUrl> parse_ftp_url(std::string_view text) {
+  constexpr std::string_view kBehindScheme = "://";
+  const std::size_t scheme_end = text.find(kBehindScheme);
+  if (scheme_end == std::string_view::npos || scheme_end == 0) return std::nullopt;
+  FtpUrl url;
+  url.scheme = to_lower(text.substr(0, scheme_end));
+  text.remove_prefix(scheme_end + kBehindScheme.size());
+  const std::size_t slash = text.find('/');
+  std::string_view server = text.substr(0, slash);
+  if (slash != std::string_view::npos) url.path = decoded(text.substr(slash + 1));
+  if (const std::size_t at = server.rfind('@'); at != std::string_view::npos) {
+    const std::string_view account = server.substr(0, at);
+    const std::size_t colon = account.find(':');
+    url.user = decoded(account.substr(0, colon));
+    url.has_password = colon != std::string_view::npos;
+    if (url.has_password) url.password = decoded(account.substr(colon + 1));
+    server.remove_prefix(at + 1);
+  }
+  url.host = server;
+  if (url.host.empty() || url.host.front() == ':') return std::nullopt;
+  return url;
+}
+
+}  // namespace yinet::cli

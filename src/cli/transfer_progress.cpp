@@ -1,0 +1,80 @@
+#include "transfer_progress.h"
+
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+#include "terminal.h"
+
+namespace yinet::cli {
+namespace {
+
+constexpr std::chrono::milliseconds kRedraw{100};
+constexpr int kBarWidth = 30;
+
+}  // namespace
+
+std::string readable_size(double bytes) {
+  constexpr std::array<const char*, 5> kUnits = {"bytes", "kB", "MB", "GB", "TB"};
+  std::size_t unit = 0;
+  for (; bytes >= 1000 && unit + 1 < kUnits.size(); ++unit) bytes /= 1000;
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", bytes, kUnits[unit]);
+  return text.data();
+}
+
+TransferProgress::TransferProgress(bool quiet) : quiet_(quiet), terminal_(isatty(STDERR_FILENO) != 0) {}
+
+void TransferProgress::show(std::int64_t done, std::int64_t total) {
+  done_ = done;
+  if (quiet_ || !terminal_) return;
+  const auto now = Clock::now();
+  if (now < next_) return;
+  next_ = now + kRedraw;
+  draw(total);
+  drawn_ = true;
+}
+
+void TransferProgress::draw(std::int64_t total) const {
+  const double share = total > 0 ? std::min(1.0, static_cast<double>(done_) / static_cast<double>(total)) : 0;
+  const int filled = static_cast<int>(share * kBarWidth);
+  std::fprintf(stderr, "\r[%s%s] %3d %%  %s\033[K", std::string(static_cast<std::size_t>(filled), '#').c_str(),
+               std::string(static_cast<std::size_t>(kBarWidth - filled), ' ').c_str(), static_cast<int>(share * 100),
+               readable_size(static_cast<double>(done_)).c_str());
+}
+
+void TransferProgress::finish(bool succeeded) {
+  if (drawn_) std::fputs("\r\033[K", stderr);
+  if (quiet_ || !succeeded) return;
+  const double seconds = std::max(1e-6, std::chrono::duration<double>(Clock::now() - start_).count());
+  std::array<char, 32> time{};
+  std::snprintf(time.data(), time.size(), "%.2f s", seconds);
+  remark(readable_size(static_cast<double>(done_)) + " in " + time.data() + ", " +
+         readable_size(static_cast<double>(done_) / seconds) + "/s");
+}
+
+std::string ask_for_password(const std::string& question) {
+  const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY);
+  termios before{};
+  std::string line;
+  if (terminal < 0 || tcgetattr(terminal, &before) != 0) {
+    if (terminal >= 0) close(terminal);
+    return line;
+  }
+  termios silent = before;
+  silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+  tcsetattr(terminal, TCSAFLUSH, &silent);
+  static_cast<void>(!write(terminal, question.data(), question.size()));
+  char c = 0;
+  while (read(terminal, &c, 1) == 1 && c != '\n') line.push_back(c);
+  tcsetattr(terminal, TCSAFLUSH, &before);
+  static_cast<void>(!write(terminal, "\n", 1));
+  close(terminal);
+  return line;
+}
+
+}  // namespace yinet::cli

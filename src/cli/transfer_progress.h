@@ -1,0 +1,35 @@
+#pragma once
+
+// Shows how far a transfer is: a bar on a terminal while it runs, and its throughput at the end. Writes to standard error.
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace yinet::cli {
+
+class TransferProgress {
+ public:
+  explicit TransferProgress(bool quiet);
+  void show(std::int64_t done, std::int64_t total);  // cheap when there is nothing to draw
+  void finish(bool succeeded);                       // takes the bar away; tells the throughput of a success
+
+ private:
+  void draw(std::int64_t total) const;
+
+  using Clock = std::chrono::steady_clock;
+  bool quiet_;
+  bool terminal_;
+  bool drawn_ = false;
+  std::int64_t done_ = 0;
+  Clock::time_point start_ = Clock::now();
+  Clock::time_point next_ = start_;
+};
+
+// "512 bytes", "1.5 MB": decimal units.
+std::string readable_size(double bytes);
+
+// A line typed on the terminal without echo; empty when there is none.
+std::string ask_for_password(const std::string& question);
+
+}  // namespace yinet::cli

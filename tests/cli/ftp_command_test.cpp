@@ -1,0 +1,86 @@
+// "yinet ftp" against real servers and scripted ones.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "cli/program.h"
+#include "support/ftp_server.h"
+#include "support/requirements.h"
+#include "support/scripted_peer.h"
+#include "support/socks_server.h"
+#include "support/temp_dir.h"
+
+namespace yinet::test {
+namespace {
+
+CommandResult run_ftp(std::vector<std::string> arguments, const std::string& password) {
+  arguments.insert(arguments.begin(), "ftp");
+  ChildOptions options;
+  options.argv = program_call(std::move(arguments));
+  options.environment = {{"YINET_FTP_PASSWORD", password}, {"YINET_KOMMUNIKATION_PAUSENACHVERBINDUNG", "0"}};
+  return run_command(std::move(options));
+}
+
+TEST(FtpCommand, MovesListsAndDeletesFiles) {
+  YINET_SKIP_FOR(FtpServer::missing(FtpBrand::proftpd));
+  YINET_SKIP_FOR(SocksServer::missing(SocksServer::Brand::dante));
+  const FtpServer server({.brand = FtpBrand::proftpd, .tls = true});
+  const SocksServer proxy(SocksServer::Brand::dante);
+  const TempDir local;
+  server.make_folder("reports");
+  const std::string source = local.write("M\xC3\xA4rz 1.txt", "content").string();
+  const std::string folder = "ftps://" + server.user() + "@" + server.address() + "/reports/";
+  const std::string file = folder + "M%C3%A4rz%201.txt";
+  const auto run = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(), {"--proxy", "socks5://" + proxy.address()});
+    return run_ftp(std::move(arguments), server.password());
+  };
+
+  CommandResult result = run({"put", folder, source});
+  EXPECT_EQ(result.exit_code, 0) << result.errors;
+  EXPECT_THAT(result.errors, testing::HasSubstr("7 bytes in "));
+  EXPECT_EQ(server.content("reports/M\xC3\xA4rz 1.txt"), "content");
+  EXPECT_EQ(run({"size", file}).output, "7\n");
+  EXPECT_THAT(run({"ls", folder}).output, testing::HasSubstr("M\xC3\xA4rz 1.txt\n"));
+  result = run({"get", file, (local / "back").string(), "--quiet"});
+  EXPECT_EQ(result.exit_code, 0);
+  EXPECT_EQ(result.errors, "");
+  EXPECT_EQ(read_file(local / "back"), "content");
+  EXPECT_EQ(run({"rm", file}).exit_code, 0);
+  EXPECT_EQ(run({"rm", file}).exit_code, 5);
+  EXPECT_EQ(run({"get", file}).exit_code, 5);
+  EXPECT_EQ(run({"ls", folder + "none/"}).exit_code, 5);
+  EXPECT_EQ(run({"put", folder, (local / "none").string()}).exit_code, 6);
+
+  result = run_ftp({"size", file}, "not the password");
+  EXPECT_EQ(result.exit_code, 4);
+  EXPECT_THAT(result.errors, testing::Not(testing::HasSubstr("not the password")));
+  EXPECT_EQ(run_ftp({"size", "ftp://127.0.0.1:" + std::to_string(refused_port()) + "/x"}, "").exit_code, 3);
+  for (const char* wrong : {"http://x/y", "127.0.0.1/x", "ftp://", "ftp:///x"}) EXPECT_EQ(run_ftp({"size", wrong}, "").exit_code, 2) << wrong;
+}
+
+TEST(FtpCommand, ACutDownloadIsAFailure) {
+  ScriptedPeer data(Script().send("0123").close());
+  const std::string passive = "227 (127,0,0,1," + std::to_string(data.port() / 256) + "," + std::to_string(data.port() % 256) + ")\r\n";
+  ScriptedPeer server([&](Connection& connection) {
+    const std::pair<const char*, std::string> turns[] = {
+        {"USER u\r\n", "331 a\r\n"}, {"PASS p\r\n", "230-b\r\n"}, {"TYPE I\r\n", "200 c\r\n"}, {"SIZE f\r\n", "213 10\r\n"},
+        {"PASV\r\n", passive},       {"RETR f\r\n", "150 d\r\n226 e\r\n"}, {"QUIT\r\n", "221 f\r\n"}};
+    connection.send("220 \x1B[31mhi\r\n");
+    for (const auto& [command, reply] : turns) {
+      connection.expect(command);
+      connection.send(reply);
+      if (reply.starts_with("230")) {  // later than the usual form would wait
+        connection.pause(milliseconds(700));
+        connection.send("230 b\r\n");
+      }
+    }
+    connection.read_to_end();
+  });
+  const TempDir local;
+  const CommandResult result = run_ftp({"get", "ftp://u:p@" + server.target() + "/f", (local / "x").string()}, "");
+  EXPECT_EQ(result.exit_code, 7) << result.errors;
+}
+
+}  // namespace
+}  // namespace yinet::test
