@@ -83,5 +83,88 @@ INSTANTIATE_TEST_SUITE_P(Servers, FtpMatrix,
                                           testing::ValuesIn(kAllRoutes)),
                          case_name);
 
+class FtpServers : public FtpTest {};
+
+TEST_F(FtpServers, Tls12AndIpv6ServeToo) {
+  YINET_SKIP_FOR(FtpServer::missing(FtpBrand::proftpd));
+  YINET_REQUIRE_IPV6();
+  const std::string content = pattern_bytes(500'000);
+  const YString source = local_file("source", content);
+  const FtpServer::Options cases[] = {
+      {.brand = FtpBrand::proftpd, .tls = true, .lines = "TLSProtocol TLSv1.2\n"},
+      {.brand = FtpBrand::proftpd, .tls = true, .ipv6 = true},
+      {.brand = FtpBrand::proftpd, .ipv6 = true},
+  };
+  for (const auto& options : cases) {
+    const FtpServer server(options);
+    OpenFtps ftp = Way(Route::direct).client(server, options.tls ? kTlsFtp : kPlainFtp);
+    ASSERT_EQ(ftp.connect(), 0) << ftp.get_last_mes(0).Ptr();
+    if (!options.lines.empty()) {
+      EXPECT_EQ(ftp.get_partner_info(true).GetString(partner::kProtocol), "TLSv1.2");
+    }
+    for (int i = 0; i < 3; ++i) ASSERT_EQ(ftp.upload_file(source, "f", 2), 0) << ftp.get_last_mes(128).Ptr();
+    EXPECT_EQ(ftp.download_file("f", local_name("back"), 2), 0);
+    EXPECT_TRUE(read_file(local / "back") == content);
+    EXPECT_EQ(ftp.get_last_command(), "RETR f");
+  }
+}
+
+// One certificate of an unknown authority: scripts take it, unless the host wants every server verified.
+TEST_F(FtpServers, TheHostCanWantEveryServerVerified) {
+  YINET_SKIP_FOR(FtpServer::missing(FtpBrand::proftpd));
+  const FtpServer server({.brand = FtpBrand::proftpd, .tls = true});
+  const SettingChange verify(settings::kTlsVerifyAlways, "1");
+  OpenFtps unknown = Way(Route::direct).client(server, kTlsFtp);
+  EXPECT_EQ(unknown.connect(), -1);
+  EXPECT_EQ(unknown.get_last_command(), "AUTH TLS") << "no name and no password went out";
+  OpenFtps ftp(server.address(), server.user(), server.password(), kTlsFtp,
+               YString(Certificates::shared().ca_folder().string()));
+  ASSERT_EQ(ftp.connect(), 0) << ftp.get_last_mes(0).Ptr();
+  EXPECT_EQ(ftp.upload_file(local_file("f", "x"), "f", 2), 0) << "the data connection goes on with that session";
+}
+
+TEST_F(FtpServers, ManySmallFilesGoThroughOneConnection) {
+  constexpr int kFiles = 60;
+  for (const FtpBrand brand : kAllBrands) {
+    YINET_SKIP_FOR(FtpServer::missing(brand));
+    SCOPED_TRACE(name_of(brand));
+    const FtpServer server({.brand = brand, .tls = true});
+    OpenFtps ftp = Way(Route::direct).client(server, kTlsFtp);
+    ASSERT_EQ(ftp.connect(), 0) << ftp.get_last_mes(0).Ptr();
+    for (int i = 0; i < kFiles; ++i) {
+      const std::string name = std::to_string(i);
+      const std::string content = pattern_bytes(2000, static_cast<unsigned>(i));
+      ASSERT_EQ(ftp.upload_file(local_file("source", content), YString(name), 2), 0) << i << ftp.get_last_mes(128).Ptr();
+      ASSERT_EQ(ftp.download_file(YString(name), local_name("back"), 2), 0) << i;
+      ASSERT_EQ(ftp.get_last_mesnum(), 226) << i;
+      ASSERT_TRUE(read_file(local / "back") == content) << i;
+    }
+  }
+}
+
+TEST_F(FtpServers, LargeFilesArriveByteForByte) {
+  YINET_SKIP_FOR(FtpServer::missing(FtpBrand::vsftpd));
+  YINET_SKIP_FOR(Way::missing(Route::socks5));
+  constexpr int kMegabytes = 300;
+  std::string content = pattern_bytes(1'000'000);
+  const std::string block = content;
+  content.reserve(kMegabytes * block.size());
+  for (int i = 1; i < kMegabytes; ++i) (content += block).back() = static_cast<char>(i);  // no two blocks are equal
+  const YString source = local_file("source", content);
+  for (const bool tls : {false, true}) {
+    const FtpServer server({.brand = FtpBrand::vsftpd, .tls = tls});
+    for (const Route route : {Route::direct, Route::socks5}) {
+      SCOPED_TRACE(name_of(route) + (tls ? " with TLS" : ""));
+      const Way way(route);
+      OpenFtps ftp = way.client(server, tls ? kTlsFtp : kPlainFtp);
+      ASSERT_EQ(ftp.connect(), 0) << ftp.get_last_mes(0).Ptr();
+      ASSERT_EQ(ftp.upload_file(source, "large", 2), 0) << ftp.get_last_mes(128).Ptr();
+      EXPECT_TRUE(server.content("large") == content);
+      ASSERT_EQ(ftp.download_file("large", local_name("back"), 2), 0) << ftp.get_last_mes(128).Ptr();
+      EXPECT_TRUE(read_file(local / "back") == content);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace yinet::test
