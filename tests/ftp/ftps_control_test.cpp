@@ -140,7 +140,9 @@ TEST_F(FtpsControlTest, RepliesInjectedBeforeTlsAreThrownAway) {
   ScriptedPeer server([](Connection& connection) {
     connection.send("220 hi\r\n");
     connection.expect("AUTH TLS\r\n");
-    connection.send_pieces({"234 go\r\n331 injected\r\n", "230 injected\r\n"}, milliseconds(0));
+    std::string injected;  // more than one read takes
+    for (int i = 0; i < 300; ++i) injected += "230 injected\r\n";
+    connection.send("234 go\r\n" + injected);
     connection.start_tls(TlsContext::server());
     connection.expect("USER me\r\n");
     connection.send("530 real\r\n");
