@@ -246,7 +246,7 @@ TEST_F(FtpsTransferTest, PathsEnterFoldersBeforeTheFileIsStored) {
 
 TEST_F(FtpsTransferTest, ListingsAreBounded) {
   const SettingChange size(settings::kFtpListingSize, "100000");
-  const SettingChange limit(settings::kFtpListingLimit, "100");
+  const SettingChange limit(settings::kFtpListingLimit, "20000");
   auto data = ScriptedPeer::for_every_connection([](Connection& connection) {
     if (connection.index() == 0) connection.flood("line\r\n", 10'000'000);
     else connection.stay_silent();
