@@ -158,12 +158,12 @@ PemPair Certificates::Authority::store(const std::string& name, const Certificat
   return pair;
 }
 
-Certificates::Certificates(std::string_view authority_name) : authority_(std::make_unique<Authority>()) {
+Certificates::Certificates() : authority_(std::make_unique<Authority>()) {
   Authority& it = *authority_;
   it.key = make_key(false);
   it.certificate = start_certificate(it.key.get(), std::chrono::hours(-48), std::chrono::hours(48));
   X509* const self = it.certificate.get();
-  add_to_name(X509_get_subject_name(self), NID_commonName, std::string(authority_name));
+  add_to_name(X509_get_subject_name(self), NID_commonName, "YInet Test CA");
   require(X509_set_issuer_name(self, X509_get_subject_name(self)) == 1, "set the issuer");
   add_extension(self, self, NID_basic_constraints, "critical,CA:TRUE");
   add_extension(self, self, NID_key_usage, "critical,keyCertSign,cRLSign");
@@ -171,7 +171,9 @@ Certificates::Certificates(std::string_view authority_name) : authority_(std::ma
   sign(self, it.key.get());
   it.file = it.folder.write("ca.pem", pem_of(self));
   it.hashed_folder = it.folder.make_folder("ca");
-  add_to_ca_folder(it.file, it.hashed_folder);
+  std::array<char, 16> hash{};
+  std::snprintf(hash.data(), hash.size(), "%08lx.0", X509_NAME_hash(X509_get_subject_name(self)));
+  fs::copy_file(it.file, it.hashed_folder / hash.data());
 }
 
 Certificates::~Certificates() = default;
@@ -193,67 +195,30 @@ PemPair Certificates::make(const std::string& name, const CertificateWish& wish)
 
 PemPair Certificates::good() const { return make("good", {}); }
 
-PemPair Certificates::self_signed() const {
-  CertificateWish wish;
-  wish.self_signed = true;
-  return make("self-signed", wish);
-}
+PemPair Certificates::self_signed() const { return make("self-signed", {.self_signed = true}); }
 
 PemPair Certificates::wrong_name() const {
-  CertificateWish wish;
-  wish.common_name = "other.example";
-  wish.dns_names = {"other.example"};
-  wish.addresses = {"127.0.0.99"};
-  return make("wrong-name", wish);
+  return make("wrong-name",
+              {.common_name = "other.example", .dns_names = {"other.example"}, .addresses = {"127.0.0.99"}});
 }
 
 PemPair Certificates::expired() const {
-  CertificateWish wish;
-  wish.valid_from = std::chrono::hours(-24);
-  wish.valid_until = std::chrono::hours(-1);
-  return make("expired", wish);
+  return make("expired", {.valid_from = std::chrono::hours(-24), .valid_until = std::chrono::hours(-1)});
 }
 
 PemPair Certificates::not_yet_valid() const {
-  CertificateWish wish;
-  wish.valid_from = std::chrono::hours(24);
-  wish.valid_until = std::chrono::hours(48);
-  return make("not-yet-valid", wish);
+  return make("not-yet-valid", {.valid_from = std::chrono::hours(24), .valid_until = std::chrono::hours(48)});
 }
 
 PemPair Certificates::client() const {
-  CertificateWish wish;
-  wish.common_name = "Test Client";
-  wish.dns_names.clear();
-  wish.addresses.clear();
-  wish.for_client = true;
-  return make("client", wish);
+  return make("client", {.common_name = "Test Client", .dns_names = {}, .addresses = {}, .for_client = true});
 }
 
 PemPair Certificates::hostile_subject() const {
   using namespace std::string_literals;
-  CertificateWish wish;
-  wish.common_name = "evil\r\nERROR forged line\n\x1B[31mred\0hidden"s;
-  wish.organization = "Organ\tisation\r\x07\x9B\xE4\xFF";
-  wish.self_signed = true;
-  return make("hostile-subject", wish);
-}
-
-fs::path add_to_ca_folder(const fs::path& certificate, const fs::path& folder) {
-  const Bio file(BIO_new_file(certificate.c_str(), "r"));
-  require(file != nullptr, "open a certificate");
-  const Certificate loaded(PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr));
-  require(loaded != nullptr, "read a certificate");
-  std::array<char, 16> hash{};
-  std::snprintf(hash.data(), hash.size(), "%08lx", X509_NAME_hash(X509_get_subject_name(loaded.get())));
-  // Certificates of the same subject are told apart by the number behind the dot.
-  for (int number = 0;; ++number) {
-    const fs::path target = folder / (hash.data() + ("." + std::to_string(number)));
-    if (!fs::exists(target)) {
-      fs::copy_file(certificate, target);
-      return target;
-    }
-  }
+  return make("hostile-subject", {.common_name = "evil\r\nERROR forged line\n\x1B[31mred\0hidden"s,
+                                  .organization = "Organ\tisation\r\x07\x9B\xE4\xFF",
+                                  .self_signed = true});
 }
 
 }  // namespace yinet::test

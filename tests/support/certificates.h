@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "support/temp_dir.h"
@@ -37,12 +36,12 @@ struct CertificateWish {
 // object. The named certificates are made when first asked for. Thread-safe.
 class Certificates {
  public:
-  explicit Certificates(std::string_view authority_name = "YInet Test CA");
+  Certificates();
   Certificates(const Certificates&) = delete;
   Certificates& operator=(const Certificates&) = delete;
   ~Certificates();
 
-  // One for the whole process: enough unless a test needs a second authority.
+  // One for the whole process.
   static const Certificates& shared();
 
   [[nodiscard]] const std::filesystem::path& ca_file() const;
@@ -65,9 +64,5 @@ class Certificates {
   struct Authority;
   std::unique_ptr<Authority> authority_;
 };
-
-// A copy of a PEM certificate in `folder`, under the name by which OpenSSL finds it there ("1a2b3c4d.0").
-// Returns the path of the copy.
-std::filesystem::path add_to_ca_folder(const std::filesystem::path& certificate, const std::filesystem::path& folder);
 
 }  // namespace yinet::test

@@ -15,8 +15,6 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "support/ports.h"
-
 extern char** environ;  // POSIX leaves its declaration to the program
 
 namespace yinet::test {
@@ -37,9 +35,7 @@ std::vector<std::string> child_environment(const ChildOptions& options) {
   for (char** entry = environ; *entry != nullptr; ++entry) {
     const std::string_view text(*entry);
     const std::string name(text.substr(0, text.find('=')));
-    const auto& unset = options.unset;
-    if (options.environment.contains(name) || std::find(unset.begin(), unset.end(), name) != unset.end()) continue;
-    result.emplace_back(text);
+    if (!options.environment.contains(name)) result.emplace_back(text);
   }
   for (const auto& [name, value] : options.environment) result.push_back(name + "=" + value);
   return result;
@@ -74,18 +70,12 @@ struct Launch {
   const char* program;
   char* const* argv;
   char* const* environment;
-  const char* working_directory;  // null: stay
   int input;
   int output;
   int errors;
   int report;  // takes the errno of the step that failed
   pid_t parent;
 };
-
-void forbid_inheritance() {
-  if (::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC) == 0) return;
-  for (int number = 3; number < 1024; ++number) ::fcntl(number, F_SETFD, FD_CLOEXEC);  // kernels before 5.11
-}
 
 [[noreturn]] void report_and_exit(const Launch& launch) {
   const int error = errno;
@@ -103,8 +93,7 @@ void forbid_inheritance() {
   ::signal(SIGPIPE, SIG_DFL);
   if (::dup2(launch.input, 0) < 0 || ::dup2(launch.output, 1) < 0 || ::dup2(launch.errors, 2) < 0)
     report_and_exit(launch);
-  forbid_inheritance();
-  if (launch.working_directory != nullptr && ::chdir(launch.working_directory) != 0) report_and_exit(launch);
+  if (::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC) != 0) report_and_exit(launch);
   ::execve(launch.program, launch.argv, launch.environment);
   report_and_exit(launch);
 }
@@ -168,8 +157,7 @@ void ChildProcess::launch(const ChildOptions& options) {
   const FileDescriptor output = open_file(folder_ / "out", O_WRONLY | O_CREAT | O_APPEND);
   const FileDescriptor errors = open_file(folder_ / "err", O_WRONLY | O_CREAT | O_APPEND);
   Pipe report = make_pipe();
-  const char* folder = options.working_directory.empty() ? nullptr : options.working_directory.c_str();
-  const Launch what{program->c_str(), argv.data(),  environment.data(),     folder,    input.get(),
+  const Launch what{program->c_str(), argv.data(),  environment.data(),     input.get(),
                     output.get(),     errors.get(), report.write_end.get(), ::getpid()};
 
   pid_ = ::fork();
@@ -204,12 +192,6 @@ std::optional<int> ChildProcess::wait(milliseconds patience) {
   return exit_code_;
 }
 
-bool ChildProcess::wait_for_port(std::uint16_t port, milliseconds patience) {
-  bool open = false;
-  eventually([&] { return (open = port_is_open(port)) || !running(); }, patience);
-  return open && running();
-}
-
 bool ChildProcess::wait_for_output(std::string_view text, milliseconds patience) {
   const auto seen = [&] {
     return output().find(text) != std::string::npos || errors().find(text) != std::string::npos;
@@ -217,14 +199,6 @@ bool ChildProcess::wait_for_output(std::string_view text, milliseconds patience)
   bool found = false;
   eventually([&] { return (found = seen()) || !running(); }, patience);
   return found || seen();  // the last words of a child that has just ended count
-}
-
-void ChildProcess::send_input(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = ::write(input_.get(), bytes.data(), bytes.size());
-    if (written < 0 && errno != EINTR) throw system_error("cannot write to " + command_line_);
-    if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
 }
 
 void ChildProcess::send_signal(int number) const {
@@ -246,22 +220,21 @@ int ChildProcess::stop(milliseconds patience) {
 std::string ChildProcess::output() const { return read_file(folder_ / "out"); }
 std::string ChildProcess::errors() const { return read_file(folder_ / "err"); }
 
-CommandResult run_command(ChildOptions options, milliseconds patience) {
+CommandResult run_command(ChildOptions options) {
   ChildProcess child(std::move(options));
   CommandResult result;
-  const std::optional<int> code = child.wait(patience);
-  result.timed_out = !code;
+  const std::optional<int> code = child.wait();
   result.exit_code = code ? *code : child.stop();
   result.output = child.output();
   result.errors = child.errors();
   return result;
 }
 
-CommandResult run_command(std::vector<std::string> argv, std::string standard_input, milliseconds patience) {
+CommandResult run_command(std::vector<std::string> argv, std::string standard_input) {
   ChildOptions options;
   options.argv = std::move(argv);
   options.standard_input = std::move(standard_input);
-  return run_command(std::move(options), patience);
+  return run_command(std::move(options));
 }
 
 }  // namespace yinet::test

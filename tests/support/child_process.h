@@ -3,7 +3,6 @@
 
 #include <sys/types.h>
 
-#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -20,10 +19,8 @@ namespace yinet::test {
 struct ChildOptions {
   std::vector<std::string> argv;                   // argv[0] is looked for along $PATH and the folders for daemons
   std::map<std::string, std::string> environment;  // on top of the test's own
-  std::vector<std::string> unset;                  // variables of the test's own that the child must not see
-  std::filesystem::path working_directory;         // empty: the test's own
   std::optional<std::string> standard_input;       // absent: /dev/null
-  bool keep_input_open = false;                    // instead: a pipe for send_input(), which ends with stop()
+  bool keep_input_open = false;                    // instead: a pipe whose other end closes with stop()
 };
 
 // A running program in a session and process group of its own, so that stop() reaches the processes
@@ -41,22 +38,16 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
   ~ChildProcess();
 
-  [[nodiscard]] pid_t pid() const { return pid_; }
   [[nodiscard]] bool running();
 
   // Exit code, or 128 + signal number; empty while it is still running.
   [[nodiscard]] std::optional<int> wait(milliseconds patience = kPatience);
 
-  // Each is false when the child ends or the time is over before it happens.
-  [[nodiscard]] bool wait_for_port(std::uint16_t port, milliseconds patience = kPatience);
+  // False when the child ends or the time is over before it happens.
   [[nodiscard]] bool wait_for_output(std::string_view text, milliseconds patience = kPatience);
-
-  void send_input(std::string_view bytes);  // only with keep_input_open; throws std::system_error
-  void close_input() { input_.close(); }
 
   // SIGTERM to the whole group, SIGKILL to what is left after `patience`. Returns the exit code as wait() does.
   int stop(milliseconds patience = milliseconds(5000));
-  void send_signal(int number) const;  // to the whole group
 
   [[nodiscard]] std::string output() const;  // what came on standard output so far
   [[nodiscard]] std::string errors() const;  // and on standard error
@@ -64,6 +55,7 @@ class ChildProcess {
 
  private:
   void launch(const ChildOptions& options);
+  void send_signal(int number) const;  // to the whole group
 
   TempDir folder_;
   FileDescriptor input_;
@@ -74,15 +66,13 @@ class ChildProcess {
 
 struct CommandResult {
   int exit_code = -1;  // 128 + signal number for a killed program
-  bool timed_out = false;
   std::string output;
   std::string errors;
 };
 
-// Runs a program to its end; one that takes longer than `patience` is ended.
-CommandResult run_command(ChildOptions options, milliseconds patience = kPatience);
-CommandResult run_command(std::vector<std::string> argv, std::string standard_input = {},
-                          milliseconds patience = kPatience);
+// Runs a program to its end; one that takes longer than kPatience is ended.
+CommandResult run_command(ChildOptions options);
+CommandResult run_command(std::vector<std::string> argv, std::string standard_input = {});
 
 // Where a program is: a path with "/" as it is, a name along $PATH, then in the folders for daemons,
 // which the path of an ordinary user lacks. Empty when it isn't there.

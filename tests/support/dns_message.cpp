@@ -16,6 +16,7 @@ constexpr std::uint16_t kRecursionDesired = 0x0100;
 constexpr std::uint16_t kRecursionAvailable = 0x0080;
 constexpr std::uint16_t kCodeMask = 0x000F;
 constexpr std::uint16_t kClassInternet = 1;
+constexpr unsigned kSecondsToLive = 60;
 
 std::string two_bytes(unsigned number) {
   return {static_cast<char>(number >> 8 & 0xFF), static_cast<char>(number & 0xFF)};
@@ -86,11 +87,11 @@ DnsMessage& DnsMessage::truncated() {
   return *this;
 }
 
-DnsMessage& DnsMessage::a(std::string_view name, std::string_view address, std::uint32_t seconds_to_live) {
+DnsMessage& DnsMessage::a(std::string_view name, std::string_view address) {
   std::array<char, 4> data{};
   if (::inet_pton(AF_INET, std::string(address).c_str(), data.data()) != 1)
     throw std::invalid_argument("not an IPv4 address: " + std::string(address));
-  return record(name, kDnsA, {data.data(), data.size()}, seconds_to_live);
+  return record(name, kDnsA, {data.data(), data.size()});
 }
 
 DnsMessage& DnsMessage::cname(std::string_view name, std::string_view target) {
@@ -101,10 +102,9 @@ DnsMessage& DnsMessage::mx(std::string_view name, std::uint16_t preference, std:
   return record(name, kDnsMx, two_bytes(preference) + dns_name(exchange));
 }
 
-DnsMessage& DnsMessage::record(std::string_view name, std::uint16_t type, std::string_view data,
-                               std::uint32_t seconds_to_live) {
+DnsMessage& DnsMessage::record(std::string_view name, std::uint16_t type, std::string_view data) {
   answers_ += dns_name(name) + two_bytes(type) + two_bytes(kClassInternet);
-  answers_ += two_bytes(seconds_to_live >> 16) + two_bytes(seconds_to_live & 0xFFFF);
+  answers_ += two_bytes(0) + two_bytes(kSecondsToLive);
   answers_ += two_bytes(static_cast<unsigned>(data.size()));
   answers_ += data;
   ++answer_count_;
@@ -117,6 +117,5 @@ std::string DnsMessage::bytes() const {
 }
 
 unsigned DnsMessage::code_of(std::string_view bytes) { return number_at(bytes, 2) & kCodeMask; }
-unsigned DnsMessage::answers_of(std::string_view bytes) { return number_at(bytes, 6); }
 
 }  // namespace yinet::test

@@ -12,7 +12,6 @@ inline constexpr std::uint16_t kDnsA = 1;
 inline constexpr std::uint16_t kDnsCname = 5;
 inline constexpr std::uint16_t kDnsSoa = 6;
 inline constexpr std::uint16_t kDnsMx = 15;
-inline constexpr std::uint16_t kDnsAaaa = 28;
 
 // A query as a server sees it.
 struct DnsQuery {
@@ -40,16 +39,13 @@ class DnsMessage {
   DnsMessage& code(unsigned response_code);  // 2 server failure, 3 no such name, 5 refused ...
   DnsMessage& truncated();                   // the flag TC, nothing is cut
 
-  DnsMessage& a(std::string_view name, std::string_view address, std::uint32_t seconds_to_live = 60);
+  DnsMessage& a(std::string_view name, std::string_view address);
   DnsMessage& cname(std::string_view name, std::string_view target);
   DnsMessage& mx(std::string_view name, std::uint16_t preference, std::string_view exchange);
-  DnsMessage& record(std::string_view name, std::uint16_t type, std::string_view data,
-                     std::uint32_t seconds_to_live = 60);
+  DnsMessage& record(std::string_view name, std::uint16_t type, std::string_view data);
 
   [[nodiscard]] std::string bytes() const;
-  // What a reply says, as far as tests look at it.
-  static unsigned code_of(std::string_view bytes);
-  static unsigned answers_of(std::string_view bytes);
+  static unsigned code_of(std::string_view bytes);  // of a reply
 
  private:
   std::uint16_t id_ = 0;

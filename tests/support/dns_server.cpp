@@ -1,6 +1,5 @@
 #include "support/dns_server.h"
 
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -32,19 +31,26 @@ std::string configuration(const ReservedPorts& ports, const TempDir& folder, con
   return text;
 }
 
+// One query over UDP; empty when there is no answer within 0.2 s.
+std::string ask(std::uint16_t port, const std::string& message) {
+  const SocketAddress server("127.0.0.1", port);
+  const FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const timeval limit{0, 200'000};
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+  if (::connect(socket.get(), server.get(), server.size()) != 0) return {};
+  if (::send(socket.get(), message.data(), message.size(), MSG_NOSIGNAL) < 0) return {};
+  std::array<char, 65536> buffer;
+  const ssize_t count = ::recv(socket.get(), buffer.data(), buffer.size(), 0);
+  return count > 0 ? std::string(buffer.data(), static_cast<std::size_t>(count)) : std::string();
+}
+
 // Every zone that has a file must have been loaded; until then they answer "server failure".
 bool answers(std::uint16_t port, const std::vector<DnsZone>& zones) {
   for (const DnsZone& zone : zones) {
-    const std::string reply =
-        ask_dns(port, DnsMessage::query(1, zone.domain, kDnsSoa).bytes(), false, milliseconds(200));
+    const std::string reply = ask(port, DnsMessage::query(1, zone.domain, kDnsSoa).bytes());
     if (reply.empty() || (zone.records && DnsMessage::code_of(reply) != 0)) return false;
   }
   return true;
-}
-
-void set_receive_limit(int socket, milliseconds patience) {
-  const timeval limit{patience.count() / 1000, static_cast<suseconds_t>(patience.count() % 1000 * 1000)};
-  ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
 }
 
 }  // namespace
@@ -61,28 +67,6 @@ KnotServer::KnotServer(const std::vector<DnsZone>& zones) {
   };
   setup.ready = [&](ChildProcess&, const ReservedPorts& ports) { return answers(ports.first(), zones); };
   server_.emplace(std::move(setup));
-}
-
-std::string ask_dns(std::uint16_t port, std::string_view message, bool over_tcp, milliseconds patience) {
-  const SocketAddress server("127.0.0.1", port);
-  const FileDescriptor socket(::socket(AF_INET, (over_tcp ? SOCK_STREAM : SOCK_DGRAM) | SOCK_CLOEXEC, 0));
-  set_receive_limit(socket.get(), patience);
-  if (::connect(socket.get(), server.get(), server.size()) != 0) return {};
-  std::string framed(message);
-  if (over_tcp) {
-    const auto size = htons(static_cast<std::uint16_t>(message.size()));
-    framed.insert(0, reinterpret_cast<const char*>(&size), sizeof(size));
-  }
-  if (::send(socket.get(), framed.data(), framed.size(), MSG_NOSIGNAL) < 0) return {};
-  std::array<char, 65536> buffer;
-  if (!over_tcp) {
-    const ssize_t count = ::recv(socket.get(), buffer.data(), buffer.size(), 0);
-    return count > 0 ? std::string(buffer.data(), static_cast<std::size_t>(count)) : std::string();
-  }
-  std::uint16_t size = 0;
-  if (::recv(socket.get(), &size, sizeof(size), MSG_WAITALL) != sizeof(size)) return {};
-  const ssize_t count = ::recv(socket.get(), buffer.data(), ntohs(size), MSG_WAITALL);
-  return count > 0 ? std::string(buffer.data(), static_cast<std::size_t>(count)) : std::string();
 }
 
 }  // namespace yinet::test

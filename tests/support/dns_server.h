@@ -9,7 +9,6 @@
 #include <string_view>
 #include <vector>
 
-#include "support/deadline.h"
 #include "support/dns_message.h"
 #include "support/server_process.h"
 #include "support/temp_dir.h"
@@ -30,7 +29,6 @@ class KnotServer {
 
   [[nodiscard]] std::uint16_t port() const { return server_->port(); }
   [[nodiscard]] std::string target() const { return "127.0.0.1:" + std::to_string(port()); }
-  void stop() { server_->stop(); }
 
  private:
   TempDir folder_{"knot"};
@@ -40,23 +38,17 @@ class KnotServer {
 // One message from a ScriptedDnsServer.
 struct DnsReply {
   std::string bytes;
-  milliseconds delay{0};    // from the arrival of the query
-  bool raw_on_tcp = false;  // without the two bytes of length that go before a message there
   bool then_close = false;  // ends the TCP connection
 };
 
 // Called on the server's thread, for one query at a time. No reply at all is silence.
 using DnsHandler = std::function<std::vector<DnsReply>(const DnsQuery&)>;
 
-// Answers on a free port of 127.0.0.1, UDP and TCP alike; delayed replies hold nothing else up. Bytes that
+// Answers on a free port of 127.0.0.1, UDP and TCP alike. Bytes that
 // can't be read as a query, and exceptions of the handler, become failures of the test at its end.
 class ScriptedDnsServer {
  public:
-  struct Options {
-    bool listen_on_tcp = true;
-  };
-  explicit ScriptedDnsServer(DnsHandler handler) : ScriptedDnsServer(std::move(handler), Options()) {}
-  ScriptedDnsServer(DnsHandler handler, const Options& options);
+  explicit ScriptedDnsServer(DnsHandler handler);
   ScriptedDnsServer(const ScriptedDnsServer&) = delete;
   ScriptedDnsServer& operator=(const ScriptedDnsServer&) = delete;
   ~ScriptedDnsServer();
@@ -64,11 +56,10 @@ class ScriptedDnsServer {
   [[nodiscard]] std::uint16_t port() const;
   [[nodiscard]] std::string target() const { return "127.0.0.1:" + std::to_string(port()); }
   [[nodiscard]] std::vector<DnsQuery> queries() const;  // so far, in the order of their arrival
-  [[nodiscard]] bool wait_for_queries(std::size_t count, milliseconds patience = kPatience) const;
 
   // Handlers for the usual lies.
   static DnsHandler silent();
-  static DnsHandler always(std::function<DnsMessage(const DnsQuery&)> reply, milliseconds delay = milliseconds(0));
+  static DnsHandler always(std::function<DnsMessage(const DnsQuery&)> reply);
   static DnsHandler wrong_id();             // an address, under another id
   static DnsHandler cut(std::size_t kept);  // an address, of which only so many bytes come
   static DnsHandler truncated_on_udp();     // TC over UDP, 192.0.2.7 over TCP
@@ -79,9 +70,5 @@ class ScriptedDnsServer {
   struct Impl;
   std::unique_ptr<Impl> impl_;
 };
-
-// Sends a message to a server on 127.0.0.1 and returns the first answer; empty when none comes in time.
-std::string ask_dns(std::uint16_t port, std::string_view message, bool over_tcp = false,
-                    milliseconds patience = milliseconds(1000));
 
 }  // namespace yinet::test

@@ -2,27 +2,21 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "support/certificates.h"
 #include "support/server_process.h"
 #include "support/temp_dir.h"
 
 namespace yinet::test {
 
-// One nginx with four ports that serve the same: plain and TLS, each keeping connections alive or closing
-// them after every reply. All listen on 127.0.0.1 and, where there is one, on ::1.
+// One nginx with two ports that serve the same, in clear and over TLS, on 127.0.0.1.
 //
 //   /NAME              the document of that name; "/" is kIndex; a missing one gives nginx's own 404 page
 //   /chunked/NAME      the same document, always as a chunked body (with has_echo())
-//   /listing/          the folder as a page, in chunks
 //   /status/CODE       that code with the body "status CODE"; CODE is one of kStatusCodes
 //   /redirect/CODE     301, 302, 303, 307 or 308 to /hello.txt, as an absolute URL
-//   /redirect/loop     302 to itself
 //   /empty             200 with Content-Length 0
 //   /cookies           200 with three Set-Cookie lines: kCookies
 //   /echo              the body of the request, in chunks, whatever its size (with has_echo())
@@ -35,35 +29,16 @@ class NginxServer {
   static constexpr std::string_view kCookies[] = {"session=abc123; Path=/; HttpOnly", "lang=de; Max-Age=3600",
                                                   "empty="};
 
-  struct Options {
-    std::optional<PemPair> certificate = {};    // default: the shared good one
-    std::filesystem::path client_ca = {};       // not empty: TLS clients need a certificate signed by it
-    std::string protocols = "TLSv1.2 TLSv1.3";  // of TLS
-    std::string locations = {};                 // more configuration for each of the four servers
-    bool log_requests = false;
-  };
-
-  NginxServer() : NginxServer(Options()) {}
-  explicit NginxServer(const Options& options);
+  NginxServer();
 
   [[nodiscard]] std::uint16_t port() const { return server_->port(0); }
   [[nodiscard]] std::uint16_t tls_port() const { return server_->port(1); }
-  [[nodiscard]] std::uint16_t closing_port() const { return server_->port(2); }
-  [[nodiscard]] std::uint16_t closing_tls_port() const { return server_->port(3); }
-  [[nodiscard]] std::string url(std::string_view path = "/", std::string_view host = "127.0.0.1") const;
-  [[nodiscard]] std::string tls_url(std::string_view path = "/", std::string_view host = "127.0.0.1") const;
+  [[nodiscard]] std::string url(std::string_view path = "/") const;
+  [[nodiscard]] std::string tls_url(std::string_view path = "/") const;
 
   void add_document(std::string_view name, std::string_view content) const { documents_.write(name, content); }
-  [[nodiscard]] const std::filesystem::path& documents() const { return documents_.path(); }
-
-  // The requests so far, one line each: "PORT REQUEST-LINE STATUS BODY-BYTES". Needs log_requests. nginx
-  // writes a line after the reply has gone out, so wait for the count first.
-  [[nodiscard]] std::vector<std::string> requests() const;
-  [[nodiscard]] bool wait_for_requests(std::size_t count, milliseconds patience = kPatience) const;
 
   [[nodiscard]] static bool has_echo();  // whether the module for /echo and its kin is installed
-
-  void stop() { server_->stop(); }
 
  private:
   TempDir folder_{"nginx"};

@@ -75,14 +75,12 @@ ReservedPorts::ReservedPorts(std::size_t count) {
   throw std::runtime_error("no " + std::to_string(count) + " free ports in a row");
 }
 
-std::uint16_t free_port() {
+std::uint16_t refused_port() {
   static std::mutex mutex;
   static std::vector<ReservedPorts> kept;
   const std::lock_guard lock(mutex);
   return kept.emplace_back(ReservedPorts()).first();
 }
-
-std::uint16_t refused_port() { return free_port(); }
 
 bool port_is_open(std::uint16_t port, const std::string& address) {
   const SocketAddress target(address, port);

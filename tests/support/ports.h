@@ -29,11 +29,8 @@ class ReservedPorts {
   std::vector<FileDescriptor> claims_;
 };
 
-// A single port that stays reserved for the rest of the process (and costs it one descriptor): take
-// it before counting descriptors.
-std::uint16_t free_port();
-
-// A port that refuses connections: reserved as above, with nobody listening.
+// A port that refuses connections: nobody listens there, and it stays reserved for the rest of the process (and costs
+// it one descriptor: take it before counting descriptors).
 std::uint16_t refused_port();
 
 // Whether somebody accepts connections there. Makes one and closes it at once.

@@ -7,11 +7,9 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <system_error>
 
 #include "support/bytes.h"
-#include "support/socket_address.h"
 
 namespace yinet::test {
 namespace {
@@ -24,15 +22,9 @@ std::string counted(std::string_view bytes) {
   return std::to_string(bytes.size()) + " bytes \"" + printable(bytes, kMostBytesShown) + "\"";
 }
 
-const char* name_of(Ending ending) {
-  switch (ending) {
-    case Ending::none: return "is still there";
-    case Ending::closed: return "has closed its side";
-    case Ending::closed_without_notify: return "has closed its side without close_notify";
-    case Ending::reset: return "has reset the connection";
-  }
-  return "";
-}
+constexpr const char* kEndings[] = {"is still there", "has closed its side",
+                                    "has closed its side without close_notify", "has reset the connection"};
+std::string client(Ending ending) { return std::string("the client ") + kEndings[static_cast<int>(ending)]; }
 
 }  // namespace
 
@@ -47,17 +39,10 @@ void ByteQueue::pop(std::size_t count) {
   }
 }
 
-std::string ByteQueue::take(std::size_t count) {
-  std::string bytes(view().substr(0, count));
-  pop(bytes.size());
-  return bytes;
-}
-
 // ---------------------------------------------------------------- Connection::Impl
 
-Connection::Impl::Impl(RunnerState& shared, ConnectionRecord& own, FileDescriptor connected, std::size_t number,
-                       milliseconds step_patience)
-    : state(shared), record(own), socket(std::move(connected)), index(number), patience(step_patience) {}
+Connection::Impl::Impl(RunnerState& shared, ConnectionRecord& own, FileDescriptor connected, std::size_t number)
+    : state(shared), record(own), socket(std::move(connected)), index(number) {}
 
 void Connection::Impl::run(const ConnectionScript& script) {
   std::string failure;
@@ -68,13 +53,10 @@ void Connection::Impl::run(const ConnectionScript& script) {
     failure = "step " + std::to_string(steps) + " (" + step + "): " + error.what();
     note("FAILED in " + failure);
   }
-  {
-    const std::lock_guard lock(state.mutex);
+  change([&] {
     record.failure = failure;
-    record.script_ended = true;
     if (tls_up) record.tls = tls->info();
-  }
-  state.changed.notify_all();
+  });
   try {
     if (!failure.empty()) {
       close_descriptor();  // nothing useful can follow, and the client shall notice at once
@@ -86,11 +68,7 @@ void Connection::Impl::run(const ConnectionScript& script) {
     note(std::string("while ending: ") + error.what());
   }
   close_descriptor();
-  {
-    const std::lock_guard lock(state.mutex);
-    record.over = true;
-  }
-  state.changed.notify_all();
+  change([&] { record.over = true; });
 }
 
 void Connection::Impl::begin_step(std::string description) {
@@ -144,6 +122,10 @@ bool Connection::Impl::need_input(Limit& limit) {
   return true;
 }
 
+void Connection::Impl::require_input(Limit& limit) {
+  if (!need_input(limit)) fail(client(record.client_ending) + " after " + counted(inbox.view()));
+}
+
 void Connection::Impl::pump() {
   std::array<char, kReadSize> buffer;
   while (!ended) {
@@ -170,8 +152,7 @@ void Connection::Impl::take_from_wire(std::string_view bytes) {
   if (result == TlsSession::Read::closed_in_order && record.client_ending == Ending::none) {
     note("<- close_notify");
     ended = true;
-    const std::lock_guard lock(state.mutex);
-    record.client_ending = Ending::closed;
+    change([&] { record.client_ending = Ending::closed; });
   }
 }
 
@@ -179,27 +160,20 @@ void Connection::Impl::wire_ended(Ending ending) {
   ended = true;
   if (tls) tls->take_end();
   if (tls_up && ending == Ending::closed) ending = Ending::closed_without_notify;
-  note(std::string("<- the client ") + name_of(ending));
-  {
-    const std::lock_guard lock(state.mutex);
-    record.client_ending = ending;
-  }
-  state.changed.notify_all();
+  note("<- " + client(ending));
+  change([&] { record.client_ending = ending; });
 }
 
 void Connection::Impl::store(std::string_view bytes) {
   note("<- " + counted(bytes));
   inbox.push(bytes);
-  {
-    const std::lock_guard lock(state.mutex);
+  change([&] {
     record.received_count += bytes.size();
     if (keep_received) record.received.append(bytes);
-  }
-  state.changed.notify_all();
+  });
 }
 
-void Connection::Impl::write(std::string_view bytes) {
-  note("-> " + counted(bytes));
+void Connection::Impl::queue(std::string_view bytes) {
   if (!tls_up) return outbox.push(bytes);
   if (!tls->write(bytes)) fail("TLS: " + tls->error());
   outbox.push(tls->for_wire());
@@ -208,7 +182,7 @@ void Connection::Impl::write(std::string_view bytes) {
 void Connection::Impl::flush(Limit& limit) {
   for (;;) {
     const std::size_t before = outbox.view().size();
-    if (!try_flush()) fail(std::string("the client ") + name_of(record.client_ending));
+    if (!try_flush()) fail(client(record.client_ending));
     if (outbox.empty()) return;
     if (outbox.view().size() != before) limit.restart();
     // A client that sends while it should read must not block both sides for ever.
@@ -238,11 +212,10 @@ void Connection::Impl::start_session(const TlsContext& context) {
   tls_up = false;
   // What the client has sent ahead is the beginning of its handshake and no application data.
   const std::string early = inbox.take_all();
-  {
-    const std::lock_guard lock(state.mutex);
+  change([&] {
     record.received_count -= early.size();
     if (keep_received) record.received.resize(record.received.size() - early.size());
-  }
+  });
   tls->take(early);
 }
 
@@ -266,24 +239,9 @@ bool Connection::Impl::run_handshake(const TlsContext& context) {
   tls_up = true;
   const TlsInfo info = tls->info();
   note("TLS is up: " + info.version + (info.session_reused ? ", session reused" : ""));
-  {
-    const std::lock_guard lock(state.mutex);
-    record.tls = info;
-  }
+  change([&] { record.tls = info; });
   take_from_wire({});  // application data may have come with the last handshake bytes
   return true;
-}
-
-void Connection::Impl::leave_session() {
-  const std::string rest = tls->unused_input();
-  tls.reset();
-  tls_up = false;
-  ended = false;
-  {
-    const std::lock_guard lock(state.mutex);
-    record.client_ending = Ending::none;
-  }
-  if (!rest.empty()) store(rest);
 }
 
 void Connection::Impl::end_sending() {
@@ -334,18 +292,16 @@ void Connection::Impl::close_descriptor() {
 // ---------------------------------------------------------------- Connection
 
 std::size_t Connection::index() const { return impl_.index; }
-void Connection::set_patience(milliseconds patience) { impl_.patience = patience; }
+void Connection::patience(milliseconds patience) { impl_.patience = patience; }
 void Connection::count_only() { impl_.keep_received = false; }
 Ending Connection::client_ending() const { return impl_.record.client_ending; }
-TlsInfo Connection::tls_info() const { return impl_.tls_up ? impl_.tls->info() : TlsInfo(); }
 void Connection::fail(const std::string& reason) { impl_.fail(reason); }
 
 void Connection::expect(std::string_view bytes) {
   impl_.begin_step("expect " + counted(bytes));
   Impl::Limit limit(impl_);
   for (std::string_view missing = bytes; !missing.empty();) {
-    if (impl_.inbox.empty() && !impl_.need_input(limit))
-      impl_.fail(std::string("the client ") + name_of(client_ending()) + ", " + counted(missing) + " are missing");
+    if (impl_.inbox.empty()) impl_.require_input(limit);
     const std::string_view got = impl_.inbox.view().substr(0, missing.size());
     if (got != missing.substr(0, got.size()))
       impl_.fail("at offset " + std::to_string(bytes.size() - missing.size()) + " came " + counted(impl_.inbox.view()) +
@@ -358,40 +314,26 @@ void Connection::expect(std::string_view bytes) {
 std::string Connection::read_until(std::string_view delimiter) {
   impl_.begin_step("read until \"" + printable(delimiter) + "\"");
   Impl::Limit limit(impl_);
-  std::size_t searched = 0;
-  for (;;) {
+  for (std::size_t searched = 0;; impl_.require_input(limit)) {
     const std::string_view bytes = impl_.inbox.view();
     const std::size_t found = bytes.find(delimiter, searched);
     if (found != std::string_view::npos) return impl_.inbox.take(found + delimiter.size());
     searched = bytes.size() - std::min(bytes.size(), delimiter.size() - 1);
-    if (!impl_.need_input(limit))
-      impl_.fail(std::string("the client ") + name_of(client_ending()) + " after " + counted(impl_.inbox.view()));
   }
 }
 
 std::string Connection::read_exactly(std::size_t count) {
   impl_.begin_step("read " + std::to_string(count) + " bytes");
   Impl::Limit limit(impl_);
-  while (impl_.inbox.view().size() < count)
-    if (!impl_.need_input(limit))
-      impl_.fail(std::string("the client ") + name_of(client_ending()) + " after " + counted(impl_.inbox.view()));
+  while (impl_.inbox.view().size() < count) impl_.require_input(limit);
   return impl_.inbox.take(count);
-}
-
-std::string Connection::read_some() {
-  impl_.begin_step("read some bytes");
-  Impl::Limit limit(impl_);
-  if (impl_.inbox.empty() && !impl_.need_input(limit))
-    impl_.fail(std::string("the client ") + name_of(client_ending()));
-  return impl_.inbox.take_all();
 }
 
 void Connection::skip(std::size_t count) {
   impl_.begin_step("skip " + std::to_string(count) + " bytes");
   Impl::Limit limit(impl_);
   while (count > 0) {
-    if (impl_.inbox.empty() && !impl_.need_input(limit))
-      impl_.fail(std::string("the client ") + name_of(client_ending()) + ", " + std::to_string(count) + " are missing");
+    if (impl_.inbox.empty()) impl_.require_input(limit);
     const std::size_t got = std::min(count, impl_.inbox.view().size());
     impl_.inbox.pop(got);
     count -= got;
@@ -413,7 +355,7 @@ void Connection::expect_end() {
   impl_.begin_step("expect the end");
   Impl::Limit limit(impl_);
   if (!impl_.inbox.empty() || impl_.need_input(limit)) impl_.fail("instead came " + counted(impl_.inbox.view()));
-  if (client_ending() != Ending::closed) impl_.fail(std::string("the client ") + name_of(client_ending()));
+  if (client_ending() != Ending::closed) impl_.fail(client(client_ending()));
 }
 
 void Connection::send(std::string_view bytes) {
@@ -421,7 +363,8 @@ void Connection::send(std::string_view bytes) {
   impl_.begin_step("send " + counted(bytes));
   Impl::Limit limit(impl_);
   do {
-    impl_.write(bytes.substr(0, kPiece));
+    impl_.note("-> " + counted(bytes.substr(0, kPiece)));
+    impl_.queue(bytes.substr(0, kPiece));
     bytes.remove_prefix(std::min(kPiece, bytes.size()));
     impl_.flush(limit);
   } while (!bytes.empty());
@@ -447,12 +390,7 @@ std::size_t Connection::flood(std::string_view bytes, std::size_t most) {
   std::size_t sent = 0;
   while (sent < most && impl_.record.client_ending == Ending::none && !impl_.finishing(milliseconds(0))) {
     const std::string_view piece = bytes.substr(0, most - sent);
-    if (impl_.tls_up) {
-      if (!impl_.tls->write(piece)) impl_.fail("TLS: " + impl_.tls->error());
-      impl_.outbox.push(impl_.tls->for_wire());
-    } else {
-      impl_.outbox.push(piece);
-    }
+    impl_.queue(piece);
     while (impl_.try_flush() && !impl_.outbox.empty() && !impl_.finishing(milliseconds(0))) {
       const short ready = impl_.wait(POLLIN | POLLOUT, limit, "for the client to take bytes");
       if ((ready & (POLLIN | POLLHUP | POLLERR)) != 0) impl_.pump();
@@ -489,7 +427,7 @@ void Connection::stay_silent() {
 void Connection::start_tls(const TlsContext& context) {
   impl_.begin_step("TLS handshake");
   if (!impl_.run_handshake(context))
-    impl_.fail(impl_.ended ? std::string("the client ") + name_of(client_ending()) : impl_.tls->error());
+    impl_.fail(impl_.ended ? client(client_ending()) : impl_.tls->error());
 }
 
 bool Connection::try_tls(const TlsContext& context) {
@@ -506,12 +444,12 @@ void Connection::cut_tls_handshake(const TlsContext& context, std::size_t most) 
     if (impl_.tls->handshake() == TlsSession::Progress::failed) impl_.fail(impl_.tls->error());
     flight = impl_.tls->for_wire();
     if (!flight.empty()) break;
-    if (impl_.ended) impl_.fail(std::string("the client ") + name_of(client_ending()));
+    if (impl_.ended) impl_.fail(client(client_ending()));
     impl_.wait(POLLIN, limit, "for the client's part of the handshake");
     impl_.pump();
   }
   impl_.tls.reset();
-  impl_.write(std::string_view(flight).substr(0, most));
+  impl_.queue(std::string_view(flight).substr(0, most));
   impl_.flush(limit);
 }
 
@@ -520,20 +458,6 @@ std::string Connection::read_tls_record() {
   const auto length =
       static_cast<std::size_t>(static_cast<unsigned char>(header[3])) * 256 + static_cast<unsigned char>(header[4]);
   return header + read_exactly(length);
-}
-
-void Connection::end_tls() {
-  impl_.begin_step("end TLS");
-  if (!impl_.tls_up) impl_.fail("TLS is not up");
-  Impl::Limit limit(impl_);
-  impl_.tls->write_close_notify();
-  impl_.outbox.push(impl_.tls->for_wire());
-  impl_.note("-> close_notify");
-  impl_.flush(limit);
-  while (impl_.need_input(limit)) {
-  }
-  if (client_ending() != Ending::closed) impl_.fail(std::string("the client ") + name_of(client_ending()));
-  impl_.leave_session();
 }
 
 void Connection::half_close() {
@@ -565,85 +489,6 @@ void Connection::reset() {
   const linger at_once{1, 0};
   ::setsockopt(impl_.socket.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof(at_once));
   impl_.note("-> reset");
-  impl_.close_descriptor();
-}
-
-// ---------------------------------------------------------------- relay
-
-namespace {
-
-// One direction of a relay: at most one piece is under way.
-struct Lane {
-  int from;
-  int to;
-  ByteQueue under_way{};
-  bool at_end = false;     // `from` has ended
-  bool passed_on = false;  // and `to` knows
-
-  [[nodiscard]] bool wants_to_read() const { return !at_end && under_way.empty(); }
-  [[nodiscard]] bool wants_to_write() const { return !under_way.empty(); }
-  std::size_t move();  // as far as it goes without waiting; returns how many bytes were read
-};
-
-std::size_t Lane::move() {
-  std::array<char, kReadSize> buffer;
-  std::size_t moved = 0;
-  if (wants_to_read()) {
-    const ssize_t count = ::recv(from, buffer.data(), buffer.size(), MSG_DONTWAIT);
-    if (count > 0) {
-      moved = static_cast<std::size_t>(count);
-      under_way.push({buffer.data(), moved});
-    } else if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
-      at_end = true;
-    }
-  }
-  if (wants_to_write()) {
-    const std::string_view bytes = under_way.view();
-    const ssize_t count = ::send(to, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (count > 0) under_way.pop(static_cast<std::size_t>(count));
-    if (count < 0 && errno != EAGAIN && errno != EINTR) {  // the receiver is gone
-      under_way.take_all();
-      at_end = true;
-    }
-  }
-  if (at_end && under_way.empty() && !passed_on) {
-    ::shutdown(to, SHUT_WR);
-    passed_on = true;
-  }
-  return moved;
-}
-
-short events_for(const Lane& reading, const Lane& writing) {
-  return static_cast<short>((reading.wants_to_read() ? POLLIN : 0) | (writing.wants_to_write() ? POLLOUT : 0));
-}
-
-}  // namespace
-
-void Connection::relay_to(std::uint16_t port) {
-  impl_.begin_step("relay to port " + std::to_string(port));
-  const SocketAddress target("127.0.0.1", port);
-  const FileDescriptor server(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (::connect(server.get(), target.get(), target.size()) != 0) impl_.fail(std::strerror(errno));
-  Lane up{impl_.socket.get(), server.get()};
-  Lane down{server.get(), impl_.socket.get()};
-  up.under_way.push(impl_.inbox.take_all());
-  while (!up.passed_on || !down.passed_on) {
-    std::array<pollfd, 3> watched{{{up.from, events_for(up, down), 0},
-                                   {down.from, events_for(down, up), 0},
-                                   {impl_.state.finishing.descriptor(), POLLIN, 0}}};
-    // A descriptor nobody asks about would still report its hang-up, again and again.
-    if (watched[0].events == 0) watched[0].fd = -1;
-    if (watched[1].events == 0) watched[1].fd = -1;
-    ::poll(watched.data(), watched.size(), -1);  // ends with the peer
-    if (watched[2].revents != 0) break;
-    const std::size_t from_client = up.move();
-    down.move();
-    const std::lock_guard lock(impl_.state.mutex);
-    impl_.record.received_count += from_client;
-  }
-  impl_.ended = true;
-  impl_.sending_ended = true;
-  impl_.note("the relay has ended");
   impl_.close_descriptor();
 }
 

@@ -25,7 +25,6 @@ struct ConnectionRecord {
   std::string failure;
   TlsInfo tls;
   Ending client_ending = Ending::none;
-  bool script_ended = false;
   bool over = false;  // the descriptor is closed and the thread about to end
 };
 
@@ -44,7 +43,11 @@ class ByteQueue {
   [[nodiscard]] std::string_view view() const { return std::string_view(bytes_).substr(front_); }
   [[nodiscard]] bool empty() const { return front_ == bytes_.size(); }
   void pop(std::size_t count);
-  std::string take(std::size_t count);
+  std::string take(std::size_t count) {
+    std::string bytes(view().substr(0, count));
+    pop(bytes.size());
+    return bytes;
+  }
   std::string take_all() { return take(view().size()); }
 
  private:
@@ -53,7 +56,7 @@ class ByteQueue {
 };
 
 struct Connection::Impl {
-  Impl(RunnerState& state, ConnectionRecord& record, FileDescriptor socket, std::size_t index, milliseconds patience);
+  Impl(RunnerState& state, ConnectionRecord& record, FileDescriptor socket, std::size_t index);
 
   // Runs the script and whatever ending it leaves open; never throws.
   void run(const ConnectionScript& script);
@@ -76,23 +79,32 @@ struct Connection::Impl {
   };
   [[nodiscard]] milliseconds current_patience() const { return finishing_seen ? std::min(patience, kGrace) : patience; }
 
-  // Waits until the socket has one of `events`, or, without `stubborn`, the peer is finished. Returns
-  // what happened on the socket; fails the step when the limit is over.
+  // Changes the record and wakes who waits for that.
+  template <class Change>
+  void change(Change change_record) {
+    {
+      const std::lock_guard lock(state.mutex);
+      change_record();
+    }
+    state.changed.notify_all();
+  }
+
+  // Waits until the socket has one of `events` and returns what happened on it; fails the step when the limit is over.
   short wait(short events, Limit& limit, const char* what_for);
   [[nodiscard]] bool finishing(milliseconds patience) const;  // waits up to `patience` for it
 
-  bool need_input(Limit& limit);  // more bytes in the inbox; false when the client has ended its side
-  void pump();                    // takes what the socket has, without waiting
+  bool need_input(Limit& limit);     // more bytes in the inbox; false when the client has ended its side
+  void require_input(Limit& limit);  // fails then
+  void pump();                       // takes what the socket has, without waiting
   void take_from_wire(std::string_view bytes);
   void wire_ended(Ending ending);
   void store(std::string_view bytes);
 
-  void write(std::string_view bytes);  // application bytes, through TLS when it is up
+  void queue(std::string_view bytes);  // application bytes, through TLS when it is up
   void flush(Limit& limit);            // until the outbox is empty
   bool try_flush();                    // as far as it goes without waiting; false when the client is gone
   bool run_handshake(const TlsContext& context);
   void start_session(const TlsContext& context);
-  void leave_session();
 
   void end_sending();
   void drain();  // reads until the client ends or the test finishes the peer
@@ -102,7 +114,7 @@ struct Connection::Impl {
   ConnectionRecord& record;
   FileDescriptor socket;
   const std::size_t index;
-  milliseconds patience;
+  milliseconds patience = kStepPatience;
   std::optional<TlsSession> tls;
   bool tls_up = false;
   ByteQueue inbox;     // application bytes that no step has asked for yet

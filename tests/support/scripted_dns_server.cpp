@@ -4,10 +4,8 @@
 #include <signal.h>
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <condition_variable>
 #include <list>
 #include <mutex>
 #include <stdexcept>
@@ -21,30 +19,19 @@
 namespace yinet::test {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 // A resolver's TCP connection; queries on it come one after the other.
 struct TcpClient {
   FileDescriptor socket;
   std::string received{};  // not yet a whole query
 };
 
-// A reply on its way to where the query came from.
-struct Pending {
-  Clock::time_point due;
-  DnsReply reply;
-  sockaddr_in to{};             // over UDP
-  TcpClient* client = nullptr;  // over TCP
-};
-
 // UDP and TCP on the same port: rarely the number that was free for one is taken for the other.
-std::pair<FileDescriptor, FileDescriptor> listen_on_both(bool tcp) {
+std::pair<FileDescriptor, FileDescriptor> listen_on_both() {
   for (int attempt = 0; attempt < 20; ++attempt) {
     FileDescriptor udp(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const SocketAddress any("127.0.0.1", 0);
     if (!udp.valid() || ::bind(udp.get(), any.get(), any.size()) != 0)
       throw std::system_error(errno, std::generic_category(), "bind");
-    if (!tcp) return {std::move(udp), FileDescriptor()};
     try {
       FileDescriptor listener = listen_on("127.0.0.1", SocketAddress::local_of(udp.get()).port());
       return {std::move(udp), std::move(listener)};
@@ -57,55 +44,38 @@ std::pair<FileDescriptor, FileDescriptor> listen_on_both(bool tcp) {
 }  // namespace
 
 struct ScriptedDnsServer::Impl {
-  Impl(DnsHandler given, bool tcp) : handler(std::move(given)) { std::tie(udp, listener) = listen_on_both(tcp); }
+  explicit Impl(DnsHandler given) : handler(std::move(given)) { std::tie(udp, listener) = listen_on_both(); }
 
   void loop();
-  [[nodiscard]] int until_next() const;  // milliseconds for poll(), -1 when nothing is pending
   void take_udp();
   void accept_client();
   bool take_tcp(TcpClient& client);  // false when the connection is to be dropped
-  void handle(std::string_view bytes, const sockaddr_in& to, TcpClient* client);
-  void send_due();
-  void send(const Pending& one);
-  void drop(TcpClient* client);
+  bool handle(std::string_view bytes, const sockaddr_in& to, TcpClient* client);  // false as above
+  void send(std::string bytes, const sockaddr_in& to, const TcpClient* client) const;
 
   const DnsHandler handler;
   FileDescriptor udp;
   FileDescriptor listener;
   Signal ending;
-  std::list<TcpClient> clients;  // these two belong to the thread
-  std::vector<Pending> pending;
+  std::list<TcpClient> clients;  // belong to the thread
 
   std::mutex mutex;  // guards what follows
-  std::condition_variable changed;
   std::vector<DnsQuery> queries;
   std::string failures;
 
   std::thread thread;
 };
 
-int ScriptedDnsServer::Impl::until_next() const {
-  if (pending.empty()) return -1;
-  const auto next = std::min_element(pending.begin(), pending.end(),
-                                     [](const Pending& one, const Pending& other) { return one.due < other.due; });
-  const auto left = std::chrono::ceil<milliseconds>(next->due - Clock::now());
-  return static_cast<int>(std::max(left, milliseconds(0)).count());
-}
-
 void ScriptedDnsServer::Impl::loop() {
   for (;;) {
     std::vector<pollfd> watched{{ending.descriptor(), POLLIN, 0}, {udp.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}};
     for (const TcpClient& client : clients) watched.push_back({client.socket.get(), POLLIN, 0});
-    ::poll(watched.data(), watched.size(), until_next());
+    ::poll(watched.data(), watched.size(), -1);
     if (watched[0].revents != 0) return;
     if (watched[1].revents != 0) take_udp();
-    std::size_t index = 3;
-    for (auto client = clients.begin(); client != clients.end() && index < watched.size(); ++index) {
-      TcpClient& current = *client++;  // drop() takes it from the list
-      if (watched[index].revents != 0 && !take_tcp(current)) drop(&current);
-    }
+    auto event = watched.begin() + 3;
+    clients.remove_if([&](TcpClient& client) { return (event++)->revents != 0 && !take_tcp(client); });
     if (watched[2].revents != 0) accept_client();
-    send_due();
   }
 }
 
@@ -132,64 +102,43 @@ bool ScriptedDnsServer::Impl::take_tcp(TcpClient& client) {
     const std::size_t length = static_cast<unsigned char>(client.received[0]) * std::size_t{256} +
                                static_cast<unsigned char>(client.received[1]);
     if (client.received.size() < 2 + length) break;
-    handle(std::string_view(client.received).substr(2, length), {}, &client);
+    if (!handle(std::string_view(client.received).substr(2, length), {}, &client)) return false;
     client.received.erase(0, 2 + length);
   }
   return true;
 }
 
-void ScriptedDnsServer::Impl::handle(std::string_view bytes, const sockaddr_in& to, TcpClient* client) {
+bool ScriptedDnsServer::Impl::handle(std::string_view bytes, const sockaddr_in& to, TcpClient* client) {
+  bool stays = true;
   try {
     const DnsQuery query = parse_dns_query(bytes, client != nullptr);
     {
       const std::lock_guard lock(mutex);
       queries.push_back(query);
     }
-    changed.notify_all();
-    for (DnsReply& reply : handler(query)) {
-      const auto due = Clock::now() + reply.delay;
-      pending.push_back({due, std::move(reply), to, client});
+    for (const DnsReply& reply : handler(query)) {
+      send(reply.bytes, to, client);
+      stays = stays && !reply.then_close;
     }
   } catch (const std::exception& error) {
     const std::lock_guard lock(mutex);
     failures += std::string(error.what()) + " at the query \"" + printable(bytes) + "\"\n";
   }
-}
-
-void ScriptedDnsServer::Impl::send_due() {
-  for (;;) {
-    const auto now = Clock::now();
-    const auto due = std::find_if(pending.begin(), pending.end(), [&](const Pending& one) { return one.due <= now; });
-    if (due == pending.end()) return;
-    const Pending one = std::move(*due);
-    pending.erase(due);
-    send(one);
-  }
+  return stays;
 }
 
 // A receiver that is gone has given up waiting: nothing to report.
-void ScriptedDnsServer::Impl::send(const Pending& one) {
-  std::string bytes = one.reply.bytes;
-  if (one.client == nullptr) {
-    ::sendto(udp.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&one.to),
-             sizeof(one.to));
+void ScriptedDnsServer::Impl::send(std::string bytes, const sockaddr_in& to, const TcpClient* client) const {
+  if (client == nullptr) {
+    ::sendto(udp.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&to), sizeof(to));
     return;
   }
-  if (!one.reply.raw_on_tcp) {
-    const std::uint16_t size = htons(static_cast<std::uint16_t>(bytes.size()));
-    bytes.insert(0, reinterpret_cast<const char*>(&size), sizeof(size));
-  }
-  ::send(one.client->socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-  if (one.reply.then_close) drop(one.client);
+  const std::uint16_t size = htons(static_cast<std::uint16_t>(bytes.size()));
+  bytes.insert(0, reinterpret_cast<const char*>(&size), sizeof(size));
+  ::send(client->socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
 }
 
-void ScriptedDnsServer::Impl::drop(TcpClient* client) {
-  std::erase_if(pending, [&](const Pending& one) { return one.client == client; });
-  clients.remove_if([&](const TcpClient& one) { return &one == client; });
-}
-
-ScriptedDnsServer::ScriptedDnsServer(DnsHandler handler, const Options& options)
-    : impl_(std::make_unique<Impl>(std::move(handler), options.listen_on_tcp)) {
+ScriptedDnsServer::ScriptedDnsServer(DnsHandler handler) : impl_(std::make_unique<Impl>(std::move(handler))) {
   impl_->thread = std::thread([impl = impl_.get()] {
     sigset_t all;
     sigfillset(&all);
@@ -211,11 +160,6 @@ std::vector<DnsQuery> ScriptedDnsServer::queries() const {
   return impl_->queries;
 }
 
-bool ScriptedDnsServer::wait_for_queries(std::size_t count, milliseconds patience) const {
-  std::unique_lock lock(impl_->mutex);
-  return impl_->changed.wait_for(lock, patience, [&] { return impl_->queries.size() >= count; });
-}
-
 // ---------------------------------------------------------------- handlers
 
 namespace {
@@ -228,9 +172,9 @@ DnsHandler ScriptedDnsServer::silent() {
   return [](const DnsQuery&) { return std::vector<DnsReply>(); };
 }
 
-DnsHandler ScriptedDnsServer::always(std::function<DnsMessage(const DnsQuery&)> reply, milliseconds delay) {
-  return [reply = std::move(reply), delay](const DnsQuery& query) {
-    return std::vector<DnsReply>{{reply(query).bytes(), delay}};
+DnsHandler ScriptedDnsServer::always(std::function<DnsMessage(const DnsQuery&)> reply) {
+  return [reply = std::move(reply)](const DnsQuery& query) {
+    return std::vector<DnsReply>{{reply(query).bytes()}};
   };
 }
 

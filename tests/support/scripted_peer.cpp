@@ -21,7 +21,7 @@ namespace yinet::test {
 // Owns the threads: one that accepts (peers only) and one for each connection.
 class ScriptRunner {
  public:
-  explicit ScriptRunner(milliseconds step_patience) : step_patience_(step_patience) {}
+  ScriptRunner() = default;
   ScriptRunner(const ScriptRunner&) = delete;
   ScriptRunner& operator=(const ScriptRunner&) = delete;
   ~ScriptRunner() { finish(); }
@@ -42,7 +42,6 @@ class ScriptRunner {
     const std::lock_guard lock(state_.mutex);
     return index < records_.size() ? look(records_[index]) : decltype(look(records_[index]))();
   }
-  [[nodiscard]] std::size_t needed() const { return needed_; }  // connections that must come
   template <class Condition>
   bool wait(Condition condition, milliseconds patience) const {
     std::unique_lock lock(state_.mutex);
@@ -58,7 +57,6 @@ class ScriptRunner {
   void join_ended();
   ConnectionRecord& add_record(const std::string& event);
 
-  const milliseconds step_patience_;
   std::string name_;
   RunnerState state_;
   Records records_;  // guarded by state_.mutex
@@ -103,7 +101,7 @@ void ScriptRunner::start_connection(FileDescriptor socket, const ConnectionScrip
   state_.changed.notify_all();
   workers_.push_back({std::thread([this, &record, index, script, socket = std::move(socket)]() mutable {
                         block_all_signals();
-                        Connection::Impl impl(state_, record, std::move(socket), index, step_patience_);
+                        Connection::Impl impl(state_, record, std::move(socket), index);
                         impl.run(script);
                       }),
                       &record});
@@ -116,19 +114,12 @@ void ScriptRunner::refuse(FileDescriptor socket) {
 }
 
 void ScriptRunner::join_ended() {
-  for (auto worker = workers_.begin(); worker != workers_.end();) {
-    bool over = false;
-    {
-      const std::lock_guard lock(state_.mutex);
-      over = worker->record->over;
-    }
-    if (over) {
-      worker->thread.join();
-      worker = workers_.erase(worker);
-    } else {
-      ++worker;
-    }
-  }
+  const std::lock_guard lock(state_.mutex);
+  workers_.remove_if([](Worker& worker) {
+    if (!worker.record->over) return false;
+    worker.thread.join();
+    return true;
+  });
 }
 
 void ScriptRunner::accept_from(FileDescriptor listener, ScriptChoice choice, std::size_t needed) {
@@ -200,7 +191,7 @@ std::string ScriptRunner::failures() {
 
 // ---------------------------------------------------------------- ScriptedEnd
 
-ScriptedEnd::ScriptedEnd(milliseconds step_patience) : runner_(std::make_unique<ScriptRunner>(step_patience)) {}
+ScriptedEnd::ScriptedEnd() : runner_(std::make_unique<ScriptRunner>()) {}
 ScriptedEnd::~ScriptedEnd() { finish(); }
 
 std::string ScriptedEnd::received(std::size_t index) const {
@@ -214,19 +205,6 @@ TlsInfo ScriptedEnd::tls(std::size_t index) const {
 }
 Ending ScriptedEnd::client_ending(std::size_t index) const {
   return runner_->look(index, [](const ConnectionRecord& record) { return record.client_ending; });
-}
-std::string ScriptedEnd::transcript(std::size_t index) const {
-  return runner_->look(index, [](const ConnectionRecord& record) { return record.transcript; });
-}
-
-bool ScriptedEnd::wait_for_scripts(milliseconds patience) const {
-  return runner_->wait(
-      [this](const auto& records) {
-        for (const ConnectionRecord& record : records)
-          if (!record.script_ended) return false;
-        return records.size() >= runner_->needed();
-      },
-      patience);
 }
 
 bool ScriptedEnd::wait_for_received(std::string_view text, std::size_t index, milliseconds patience) const {
@@ -251,27 +229,26 @@ std::string ScriptedEnd::take_failures() {
 // ---------------------------------------------------------------- ScriptedPeer
 
 ScriptedPeer::ScriptedPeer(ConnectionScript script, const Options& options)
-    : ScriptedPeer(Mode::in_order, std::vector{std::move(script)}, options) {}
+    : ScriptedPeer(true, std::vector{std::move(script)}, options) {}
 
 ScriptedPeer::ScriptedPeer(std::vector<ConnectionScript> in_order, const Options& options)
-    : ScriptedPeer(Mode::in_order, std::move(in_order), options) {}
+    : ScriptedPeer(true, std::move(in_order), options) {}
 
 ScriptedPeer ScriptedPeer::for_every_connection(ConnectionScript script, const Options& options) {
-  return {Mode::every, std::vector{std::move(script)}, options};
+  return {false, std::vector{std::move(script)}, options};
 }
 
-ScriptedPeer::ScriptedPeer(Mode mode, std::vector<ConnectionScript> scripts, const Options& options)
-    : ScriptedEnd(options.step_patience) {
-  FileDescriptor listener = listen_on(options.address, options.port, 128, options.receive_buffer);
+ScriptedPeer::ScriptedPeer(bool in_order, std::vector<ConnectionScript> scripts, const Options& options) {
+  FileDescriptor listener = listen_on(options.address, 0, 128, options.receive_buffer);
   const SocketAddress own = SocketAddress::local_of(listener.get());
   port_ = own.port();
   host_ = own.text().substr(0, own.text().rfind(':'));
   runner_->set_name("scripted peer " + own.text());
-  const std::size_t needed = mode == Mode::in_order && options.all_must_come ? scripts.size() : 0;
+  const std::size_t needed = in_order ? scripts.size() : 0;
   runner_->accept_from(
       std::move(listener),
-      [mode, scripts = std::move(scripts)](std::size_t index) {
-        if (mode == Mode::every) return scripts.front();
+      [in_order, scripts = std::move(scripts)](std::size_t index) {
+        if (!in_order) return scripts.front();
         return index < scripts.size() ? scripts[index] : ConnectionScript();
       },
       needed);
@@ -291,9 +268,8 @@ bool ScriptedPeer::wait_for_connections(std::size_t count, milliseconds patience
 
 // ---------------------------------------------------------------- ScriptedClient
 
-ScriptedClient::ScriptedClient(std::uint16_t port, ConnectionScript script, const std::string& address)
-    : ScriptedEnd(Connection::kStepPatience) {
-  const SocketAddress server(address, port);
+ScriptedClient::ScriptedClient(std::uint16_t port, ConnectionScript script) {
+  const SocketAddress server("127.0.0.1", port);
   runner_->set_name("scripted client of " + server.text());
   runner_->run_client(server, std::move(script));
 }

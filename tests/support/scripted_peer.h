@@ -41,7 +41,7 @@ class Connection {
   Connection& operator=(const Connection&) = delete;
 
   [[nodiscard]] std::size_t index() const;  // 0 for the first connection of its peer
-  void set_patience(milliseconds patience);
+  void patience(milliseconds patience);
   void count_only();  // from now on what comes is counted, but not kept for received()
 
   // --- receiving: bytes that came beyond what a step needs stay for the next one ---
@@ -49,7 +49,6 @@ class Connection {
   std::string read_until(std::string_view delimiter);  // up to the delimiter and with it
   std::string read_line() { return read_until("\n"); }
   std::string read_exactly(std::size_t count);
-  std::string read_some();       // at least one byte
   void skip(std::size_t count);  // like read_exactly, without keeping anything
   std::string read_to_end();     // the rest, until the client ends its side, however it does that
   void expect_end();             // no further byte, and an end in order: with TLS a close_notify first
@@ -75,8 +74,6 @@ class Connection {
   // Takes part in the handshake until its own first flight is ready, and sends only `most` bytes of it.
   void cut_tls_handshake(const TlsContext& context, std::size_t most);
   std::string read_tls_record();  // a whole record as it stands on the wire, such as a ClientHello
-  void end_tls();                 // close_notify both ways, then in clear on the same connection
-  [[nodiscard]] TlsInfo tls_info() const;
 
   // --- ending; a script that has none of these ends with close() ---
   void close();                 // TLS: close_notify; end of sending; reads on until the client ends too
@@ -84,10 +81,6 @@ class Connection {
   void half_close();            // end of sending (with close_notify), the script goes on reading
   void close_now();             // closes the descriptor: what the client sends from now on is answered by a reset
   void reset();                 // RST, whatever is still under way is lost
-
-  // Carries bytes between the client and another server on this machine until both have ended.
-  // They are counted, not kept. For scripted proxies, after their own dialogue.
-  void relay_to(std::uint16_t port);
 
   [[nodiscard]] Ending client_ending() const;
   [[noreturn]] void fail(const std::string& reason);  // for scripts that judge by themselves
@@ -102,36 +95,51 @@ using ConnectionScript = std::function<void(Connection&)>;
 // and again; copies are independent.
 class Script {
  public:
-  Script& then(ConnectionScript step);
+  Script& then(ConnectionScript step) {
+    steps_.push_back(std::move(step));
+    return *this;
+  }
+  void operator()(Connection& connection) const {
+    for (const ConnectionScript& step : steps_) step(connection);
+  }
 
-  Script& patience(milliseconds patience);
-  Script& count_only();
-  Script& expect(std::string bytes);
-  Script& read_until(std::string delimiter);
-  Script& skip(std::size_t count);
-  Script& read_to_end();
-  Script& expect_end();
-  Script& send(std::string bytes);
-  Script& send_pieces(std::vector<std::string> pieces, milliseconds pause = milliseconds(5));
-  Script& send_slowly(std::string bytes, milliseconds pause = milliseconds(1));
-  Script& flood(std::string bytes, std::size_t most);
-  Script& pause(milliseconds time);
-  Script& wait_for(const Signal& gate);  // the gate must outlive the peer
-  Script& stay_silent();
-  Script& start_tls(TlsContext context = TlsContext::server());
-  Script& cut_tls_handshake(TlsContext context, std::size_t most);
-  Script& read_tls_record();
-  Script& end_tls();
-  Script& close();
-  Script& close_without_notify();
-  Script& half_close();
-  Script& close_now();
-  Script& reset();
-  Script& relay_to(std::uint16_t port);
-
-  void operator()(Connection& connection) const;
+  Script& patience(milliseconds time) { return add(&Connection::patience, time); }
+  Script& count_only() { return add(&Connection::count_only); }
+  Script& expect(std::string bytes) { return add(&Connection::expect, std::move(bytes)); }
+  Script& read_until(std::string delimiter) { return add(&Connection::read_until, std::move(delimiter)); }
+  Script& skip(std::size_t count) { return add(&Connection::skip, count); }
+  Script& read_to_end() { return add(&Connection::read_to_end); }
+  Script& expect_end() { return add(&Connection::expect_end); }
+  Script& send(std::string bytes) { return add(&Connection::send, std::move(bytes)); }
+  Script& send_pieces(std::vector<std::string> pieces, milliseconds pause = milliseconds(5)) {
+    return add(&Connection::send_pieces, std::move(pieces), pause);
+  }
+  Script& send_slowly(std::string bytes, milliseconds pause = milliseconds(1)) {
+    return add(&Connection::send_slowly, std::move(bytes), pause);
+  }
+  Script& flood(std::string bytes, std::size_t most) { return add(&Connection::flood, std::move(bytes), most); }
+  Script& pause(milliseconds time) { return add(&Connection::pause, time); }
+  // The gate must outlive the peer.
+  Script& wait_for(const Signal& gate) { return add(&Connection::wait_for, std::cref(gate)); }
+  Script& stay_silent() { return add(&Connection::stay_silent); }
+  Script& start_tls(TlsContext context = TlsContext::server()) {
+    return add(&Connection::start_tls, std::move(context));
+  }
+  Script& cut_tls_handshake(TlsContext context, std::size_t most) {
+    return add(&Connection::cut_tls_handshake, std::move(context), most);
+  }
+  Script& read_tls_record() { return add(&Connection::read_tls_record); }
+  Script& close() { return add(&Connection::close); }
+  Script& close_without_notify() { return add(&Connection::close_without_notify); }
+  Script& half_close() { return add(&Connection::half_close); }
+  Script& close_now() { return add(&Connection::close_now); }
+  Script& reset() { return add(&Connection::reset); }
 
  private:
+  template <class Step, class... Given>
+  Script& add(Step step, Given... given) {
+    return then([=](Connection& connection) { static_cast<void>((connection.*step)(given...)); });
+  }
   std::vector<ConnectionScript> steps_;
 };
 
@@ -145,15 +153,13 @@ class ScriptedEnd {
   ScriptedEnd& operator=(const ScriptedEnd&) = delete;
 
   // Everything that connection number `index` has received so far: application bytes once TLS is up.
-  // When a write was the client's last act, call finish() or wait_for_scripts() first.
+  // When a write was the client's last act, call finish() first.
   [[nodiscard]] std::string received(std::size_t index = 0) const;
   [[nodiscard]] std::size_t received_count(std::size_t index = 0) const;
   [[nodiscard]] TlsInfo tls(std::size_t index = 0) const;
   [[nodiscard]] Ending client_ending(std::size_t index = 0) const;
-  [[nodiscard]] std::string transcript(std::size_t index = 0) const;
 
-  // Each is false when the time is over before it happens.
-  [[nodiscard]] bool wait_for_scripts(milliseconds patience = kPatience) const;  // all have come and ended
+  // False when the time is over before it happens.
   [[nodiscard]] bool wait_for_received(std::string_view text, std::size_t index = 0,
                                        milliseconds patience = kPatience) const;
 
@@ -165,7 +171,7 @@ class ScriptedEnd {
   [[nodiscard]] std::string take_failures();
 
  protected:
-  explicit ScriptedEnd(milliseconds step_patience);
+  ScriptedEnd();
   ~ScriptedEnd();
   std::unique_ptr<ScriptRunner> runner_;
 };
@@ -175,14 +181,11 @@ class ScriptedPeer : public ScriptedEnd {
  public:
   struct Options {
     std::string address = "127.0.0.1";
-    std::uint16_t port = 0;     // 0: a free one
-    bool all_must_come = true;  // a script whose connection never comes is a failure
-    int receive_buffer = 0;     // bytes; small, for a client that shall get stuck. 0: the system's
-    milliseconds step_patience = Connection::kStepPatience;
+    int receive_buffer = 0;  // bytes; small, for a client that shall get stuck. 0: the system's
   };
 
-  // Exactly one connection, or one for each script in the order of their arrival. Any further one is
-  // reset and reported.
+  // Exactly one connection, or one for each script in the order of their arrival. One that never comes is reported;
+  // any further one is reset and reported.
   explicit ScriptedPeer(ConnectionScript script) : ScriptedPeer(std::move(script), Options()) {}
   ScriptedPeer(ConnectionScript script, const Options& options);
   explicit ScriptedPeer(std::vector<ConnectionScript> in_order) : ScriptedPeer(std::move(in_order), Options()) {}
@@ -202,8 +205,7 @@ class ScriptedPeer : public ScriptedEnd {
   [[nodiscard]] bool wait_for_connections(std::size_t count, milliseconds patience = kPatience) const;
 
  private:
-  enum class Mode { in_order, every };
-  ScriptedPeer(Mode mode, std::vector<ConnectionScript> scripts, const Options& options);
+  ScriptedPeer(bool in_order, std::vector<ConnectionScript> scripts, const Options& options);
   std::uint16_t port_ = 0;
   std::string host_;
 };
@@ -211,7 +213,7 @@ class ScriptedPeer : public ScriptedEnd {
 // A client: connects to a port of this machine and runs one script, in a thread of its own.
 class ScriptedClient : public ScriptedEnd {
  public:
-  ScriptedClient(std::uint16_t port, ConnectionScript script, const std::string& address = "127.0.0.1");
+  ScriptedClient(std::uint16_t port, ConnectionScript script);
   ~ScriptedClient() = default;
 };
 

@@ -24,13 +24,10 @@ void require(bool ok, const std::string& step) {
 }
 
 void fix_version(SSL_CTX* context, TlsVersion version) {
-  int number = 0;
-  switch (version) {
-    case TlsVersion::any: return;
-    case TlsVersion::tls11: number = TLS1_1_VERSION; break;
-    case TlsVersion::tls12: number = TLS1_2_VERSION; break;
-    case TlsVersion::tls13: number = TLS1_3_VERSION; break;
-  }
+  if (version == TlsVersion::any) return;
+  const int number = version == TlsVersion::tls11   ? TLS1_1_VERSION
+                     : version == TlsVersion::tls12 ? TLS1_2_VERSION
+                                                    : TLS1_3_VERSION;
   if (version == TlsVersion::tls11) SSL_CTX_set_cipher_list(context, "ALL:@SECLEVEL=0");
   SSL_CTX_set_min_proto_version(context, number);
   SSL_CTX_set_max_proto_version(context, number);
@@ -110,7 +107,6 @@ std::string drain(BIO* memory) {
 }  // namespace
 
 std::string TlsSession::for_wire() { return drain(SSL_get_wbio(session_.get())); }
-std::string TlsSession::unused_input() { return drain(SSL_get_rbio(session_.get())); }
 
 TlsSession::Progress TlsSession::handshake() {
   ERR_clear_error();

@@ -62,9 +62,8 @@ class TlsSession {
   explicit TlsSession(const TlsContext& context);
 
   void take(std::string_view from_wire);
-  void take_end();             // the wire has ended
-  std::string for_wire();      // what must be sent now; each byte is handed out once
-  std::string unused_input();  // bytes from the wire behind the last record that was looked at
+  void take_end();         // the wire has ended
+  std::string for_wire();  // what must be sent now; each byte is handed out once
 
   enum class Progress { done, needs_input, failed };
   Progress handshake();

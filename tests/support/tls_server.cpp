@@ -3,7 +3,7 @@
 namespace yinet::test {
 
 TlsServer::TlsServer(const Options& options) {
-  const PemPair pair = options.certificate ? *options.certificate : Certificates::shared().good();
+  const PemPair pair = Certificates::shared().good();
   ServerSetup setup;
   setup.name = "openssl s_server";
   setup.prepare = [&](const ReservedPorts& ports) {
@@ -12,8 +12,6 @@ TlsServer::TlsServer(const Options& options) {
                   "-accept", "127.0.0.1:" + std::to_string(ports.first()),
                   "-cert",   pair.certificate.string(),
                   "-key",    pair.key.string()};
-    if (options.mode == Mode::web) child.argv.emplace_back("-www");
-    if (options.mode == Mode::reverse) child.argv.emplace_back("-rev");
     child.argv.insert(child.argv.end(), options.arguments.begin(), options.arguments.end());
     child.keep_input_open = true;  // at the end of its input it would end itself
     return child;
