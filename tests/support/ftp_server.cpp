@@ -17,7 +17,6 @@ namespace {
 constexpr const char* kUser = "tester";
 constexpr const char* kPassword = "geheim 1";
 constexpr std::size_t kPassivePorts = 24;
-constexpr unsigned kNobody = 65534;
 
 // Where scripts/unpack_servers.sh has put them; an installed one serves as well.
 fs::path unpacked_folder() { return YINET_TEST_SERVERS; }
@@ -28,21 +27,13 @@ std::string program_of(FtpBrand brand) {
   return fs::exists(unpacked) ? unpacked.string() : name;
 }
 
-unsigned session_user() { return ::geteuid() == 0 ? kNobody : ::geteuid(); }
-std::string name_of_user() { return ::getpwuid(session_user())->pw_name; }
-unsigned session_group() { return ::geteuid() == 0 ? kNobody : ::getegid(); }
+std::string name_of_user() { return ::getpwuid(ServedFolder::session_user())->pw_name; }
 
 PemPair certificate() { return Certificates::shared().make("ftp-server", {.rsa = true}); }
 
-std::string password_hash() {
-  const CommandResult result = run_command({"openssl", "passwd", "-6", kPassword});
-  if (result.exit_code != 0) throw std::runtime_error("openssl passwd: " + result.errors);
-  return result.output.substr(0, result.output.find('\n'));
-}
-
 std::string account_line(const std::string& home_and_rest) {
-  return std::string(kUser) + ":" + password_hash() + ":" + std::to_string(session_user()) + ":" +
-         std::to_string(session_group()) + "::" + home_and_rest + "\n";
+  return std::string(kUser) + ":" + password_hash(kPassword) + ":" + std::to_string(ServedFolder::session_user()) + ":" +
+         std::to_string(ServedFolder::session_group()) + "::" + home_and_rest + "\n";
 }
 
 }  // namespace
@@ -63,10 +54,7 @@ std::string FtpServer::missing(FtpBrand brand) {
   return reason;
 }
 
-FtpServer::FtpServer(const Options& options) : options_(options) {
-  folder_.open_to_everybody();
-  files_ = folder_.make_folder("files");
-  give_to_server(files_);
+FtpServer::FtpServer(const Options& options) : ServedFolder("ftp"), options_(options) {
   ServerSetup setup;
   setup.name = name_of(options.brand);
   setup.ports = 1 + kPassivePorts;
@@ -83,21 +71,6 @@ std::string FtpServer::address() const {
 
 std::string FtpServer::user() const { return options_.brand == FtpBrand::vsftpd ? "anonymous" : kUser; }
 std::string FtpServer::password() const { return options_.brand == FtpBrand::vsftpd ? "me@example.com" : kPassword; }
-
-void FtpServer::add(std::string_view name, std::string_view content) const {
-  write_file(files_ / name, content);
-  give_to_server(files_ / name);
-}
-
-void FtpServer::make_folder(std::string_view name) const {
-  fs::create_directories(files_ / name);
-  give_to_server(files_ / name);
-}
-
-void FtpServer::give_to_server(const fs::path& path) const {
-  if (::geteuid() == 0 && ::chown(path.c_str(), kNobody, kNobody) != 0)
-    throw std::system_error(errno, std::generic_category(), path.string());
-}
 
 fs::path FtpServer::config_file(std::string_view text) const { return folder_.write("server.conf", text); }
 
@@ -116,7 +89,7 @@ ChildOptions FtpServer::prepare_vsftpd(const ReservedPorts& ports) const {
        << "\npasv_min_port=" << ports[1] << "\npasv_max_port=" << ports.last() << "\npasv_address=127.0.0.1\n"
        << "write_enable=YES\nseccomp_sandbox=NO\nxferlog_enable=NO\nsecure_chroot_dir="
        << folder_.make_folder("empty").string() << "\nrun_as_launching_user=YES\nanonymous_enable=YES\nftp_username="
-       << ::getpwuid(::geteuid())->pw_name << "\nanon_root=" << files_.string()
+       << ::getpwuid(::geteuid())->pw_name << "\nanon_root=" << folder().string()
        << "\nanon_upload_enable=YES\nanon_mkdir_write_enable=YES\nanon_other_write_enable=YES\n"
        << "anon_world_readable_only=NO\nallow_writeable_chroot=YES\nanon_umask=022\n";
   if (options_.tls) {
@@ -131,7 +104,7 @@ ChildOptions FtpServer::prepare_vsftpd(const ReservedPorts& ports) const {
 }
 
 ChildOptions FtpServer::prepare_proftpd(const ReservedPorts& ports) const {
-  const fs::path accounts = folder_.write("accounts", account_line(files_.string() + ":/bin/sh"));
+  const fs::path accounts = folder_.write("accounts", account_line(folder().string() + ":/bin/sh"));
   fs::permissions(accounts, fs::perms::owner_read | fs::perms::owner_write);
   const fs::path modules = unpacked_folder() / "usr/lib/proftpd";
   std::ostringstream text;
@@ -155,7 +128,7 @@ ChildOptions FtpServer::prepare_proftpd(const ReservedPorts& ports) const {
 }
 
 ChildOptions FtpServer::prepare_pure_ftpd(const ReservedPorts& ports) const {
-  const fs::path accounts = folder_.write("accounts", account_line(files_.string() + "/./::::::::::::"));
+  const fs::path accounts = folder_.write("accounts", account_line(folder().string() + "/./::::::::::::"));
   const fs::path database = folder_ / "accounts.pdb";
   const fs::path tool = unpacked_folder() / "usr/bin/pure-pw";
   const CommandResult made = run_command({fs::exists(tool) ? tool.string() : "pure-pw", "mkdb", database.string(), "-f",

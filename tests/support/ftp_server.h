@@ -9,8 +9,8 @@
 #include <string_view>
 
 #include "support/certificates.h"
+#include "support/served_folder.h"
 #include "support/server_process.h"
-#include "support/temp_dir.h"
 
 namespace yinet::test {
 
@@ -19,7 +19,7 @@ std::string name_of(FtpBrand brand);
 
 // One FTP server with one account, whose folder is empty at first. vsftpd and ProFTPD run for any user, Pure-FTPd for root
 // only; as root, ProFTPD and Pure-FTPd serve as nobody.
-class FtpServer {
+class FtpServer : public ServedFolder {
  public:
   struct Options {
     FtpBrand brand = FtpBrand::vsftpd;
@@ -36,13 +36,6 @@ class FtpServer {
   [[nodiscard]] std::string user() const;
   [[nodiscard]] std::string password() const;
 
-  // The account's folder on disk.
-  [[nodiscard]] const std::filesystem::path& folder() const { return files_; }
-  void add(std::string_view name, std::string_view content) const;
-  void make_folder(std::string_view name) const;
-  [[nodiscard]] bool has(std::string_view name) const { return std::filesystem::exists(files_ / name); }
-  [[nodiscard]] std::string content(std::string_view name) const { return read_file(files_ / name); }
-
   void stop() { server_->stop(); }
 
  private:
@@ -51,11 +44,8 @@ class FtpServer {
   ChildOptions prepare_proftpd(const ReservedPorts& ports) const;
   ChildOptions prepare_pure_ftpd(const ReservedPorts& ports) const;
   [[nodiscard]] std::filesystem::path config_file(std::string_view text) const;
-  void give_to_server(const std::filesystem::path& path) const;
 
   Options options_;
-  TempDir folder_{"ftp"};
-  std::filesystem::path files_;
   std::optional<ServerProcess> server_;
 };
 
