@@ -3,19 +3,6 @@
 #include "yinet/host/text.h"
 
 namespace yinet::cli {
-namespace {
-
-std::string decoded(std::string_view text) {
-  std::string plain;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const bool escape = text[i] == '%' && text.size() - i > 2 && hex_value(text[i + 1]) >= 0 && hex_value(text[i + 2]) >= 0;
-    plain.push_back(escape ? static_cast<char>(hex_value(text[i + 1]) * 16 + hex_value(text[i + 2])) : text[i]);
-    if (escape) i += 2;
-  }
-  return plain;
-}
-
-}  // namespace
 
 std::optional<FtpUrl> parse_ftp_url(std::string_view text) {
   constexpr std::string_view kBehindScheme = "://";
@@ -26,13 +13,13 @@ std::optional<FtpUrl> parse_ftp_url(std::string_view text) {
   text.remove_prefix(scheme_end + kBehindScheme.size());
   const std::size_t slash = text.find('/');
   std::string_view server = text.substr(0, slash);
-  if (slash != std::string_view::npos) url.path = decoded(text.substr(slash + 1));
+  if (slash != std::string_view::npos) url.path = percent_decoded(text.substr(slash + 1));
   if (const std::size_t at = server.rfind('@'); at != std::string_view::npos) {
     const std::string_view account = server.substr(0, at);
     const std::size_t colon = account.find(':');
-    url.user = decoded(account.substr(0, colon));
+    url.user = percent_decoded(account.substr(0, colon));
     url.has_password = colon != std::string_view::npos;
-    if (url.has_password) url.password = decoded(account.substr(colon + 1));
+    if (url.has_password) url.password = percent_decoded(account.substr(colon + 1));
     server.remove_prefix(at + 1);
   }
   url.host = server;

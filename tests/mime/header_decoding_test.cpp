@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "yinet/host/codepage.h"
+#include "yinet/host/structured_value.h"
 #include "yinet/host/text.h"
 #include "yinet/host/ybase64.h"
 #include "yinet/mime/quoted_printable.h"

@@ -233,6 +233,17 @@ std::string format_placeholders(std::string_view text, const std::string_view* v
   return result.append(text, done);
 }
 
+std::string percent_decoded(std::string_view text) {
+  std::string plain;
+  plain.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool escape = text[i] == '%' && text.size() - i > 2 && hex_value(text[i + 1]) >= 0 && hex_value(text[i + 2]) >= 0;
+    plain += escape ? static_cast<char>(hex_value(text[i + 1]) * 16 + hex_value(text[i + 2])) : text[i];
+    if (escape) i += 2;
+  }
+  return plain;
+}
+
 std::string printable(std::string_view text) {
   static constexpr char kHex[] = "0123456789abcdef";
   std::string result;

@@ -67,6 +67,9 @@ std::string formatted(std::string_view text, const Values&... values) {
   return format_placeholders(text, views.data(), views.size());
 }
 
+// "%41" becomes "A"; an escape without two hexadecimal digits stays as it is. "+" is a character like any other.
+YINET_API std::string percent_decoded(std::string_view text);
+
 // Text from outside, made fit for one line of a log or a terminal: control characters (0-31, 127, and the C1 range that
 // Windows-1252 leaves unassigned) become "\r", "\n", "\t" or "\xHH".
 YINET_API std::string printable(std::string_view text);

@@ -152,29 +152,6 @@ bool is_plain(std::string_view value) {
          find_ignoring_case(value, "utf-8") == kNone;
 }
 
-bool is_quoted(std::string_view text) { return text.size() >= 2 && text.front() == '"' && text.back() == '"'; }
-
-// Cuts at each `delimiter` that stands outside double quotes. A quote that is never closed is a character like any other.
-std::vector<std::string_view> split_outside_quotes(std::string_view text, char delimiter) {
-  std::vector<std::string_view> items;
-  const char stops[] = {'"', delimiter};
-  std::size_t start = 0;
-  bool unclosed = false;
-  for (std::size_t at = 0; (at = text.find_first_of(std::string_view(stops, 2), at)) != kNone; ++at) {
-    if (text[at] == delimiter) {
-      items.push_back(text.substr(start, at - start));
-      start = at + 1;
-    } else if (!unclosed) {
-      std::size_t close = at + 1;
-      while ((close = text.find('"', close)) != kNone && text[close - 1] == '\\') ++close;
-      if (close == kNone) unclosed = true;
-      else at = close;
-    }
-  }
-  items.push_back(text.substr(start));
-  return items;
-}
-
 }  // namespace
 
 EncodedWord encoded_word_kind(std::string_view word) {
@@ -237,26 +214,6 @@ void unfold_header(std::string_view header, const std::function<void(std::string
     pending = line;
   }
   if (!pending.empty()) on_line(pending, true);
-}
-
-StructuredValue split_structured_value(std::string_view value, bool first_equals_splits) {
-  StructuredValue result;
-  const auto items = split_outside_quotes(value, ';');
-  result.first = trimmed(items.front());
-  for (std::size_t i = 1; i < items.size(); ++i) {
-    const std::string_view item = items[i];
-    std::vector<std::string_view> pieces;
-    if (const std::size_t equals = item.find('='); first_equals_splits && equals != kNone) {
-      pieces = {item.substr(0, equals), item.substr(equals + 1)};
-    } else {
-      pieces = split_outside_quotes(item, '=');
-    }
-    if (pieces.size() != 2) continue;
-    std::string_view text = trimmed(pieces[1]);
-    if (is_quoted(text)) text = text.substr(1, text.size() - 2);
-    result.parameters.push_back({trimmed(pieces[0]), text});
-  }
-  return result;
 }
 
 }  // namespace yinet

@@ -5,7 +5,6 @@
 #include <functional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace yinet {
 
@@ -24,20 +23,5 @@ std::string decode_header_value(std::string_view value);
 // Calls `on_line(line, is_last)` with every logical line of a header block, continuations joined by one space. Text
 // behind the last CRLF counts as no line. The view ends with the call.
 void unfold_header(std::string_view header, const std::function<void(std::string_view line, bool is_last)>& on_line);
-
-// One parameter of a structured header value; quotes around the value are gone.
-struct HeaderParameter {
-  std::string_view name;
-  std::string_view value;
-};
-
-// A "Content-Type" or "Content-Disposition" value taken apart: what stands before the first ";" and the parameters
-// behind it. ";" and "=" inside double quotes do not split. A parameter with no or with several "=" is left out, unless
-// `first_equals_splits`. Views into `value`.
-struct StructuredValue {
-  std::string_view first;
-  std::vector<HeaderParameter> parameters;
-};
-StructuredValue split_structured_value(std::string_view value, bool first_equals_splits);
 
 }  // namespace yinet

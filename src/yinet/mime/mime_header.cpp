@@ -6,6 +6,7 @@
 
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
+#include "yinet/host/structured_value.h"
 #include "yinet/host/text.h"
 #include "yinet/host/ylog.h"
 #include "yinet/mime/header_decoding.h"
