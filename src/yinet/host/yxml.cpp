@@ -81,6 +81,11 @@ std::string meant_encoding(const std::string& declared) {
   return to_lower(declared);
 }
 
+std::string encoding_of(std::string_view xml, std::string_view otherwise) {
+  const std::string declared = declared_encoding(xml);
+  return meant_encoding(declared.empty() ? std::string(otherwise) : declared);
+}
+
 std::size_t first_malformed(std::string_view utf8) {
   const auto* const bytes = reinterpret_cast<const uint8_t*>(utf8.data());
   std::size_t position = 0;
@@ -93,14 +98,14 @@ std::size_t first_malformed(std::string_view utf8) {
   return position;
 }
 
-Result document_as_utf8(std::string_view xml, std::string& utf8) {
+Result document_as_utf8(std::string_view xml, std::string_view encoding_otherwise, std::string& utf8) {
   if (xml.starts_with("\xEF\xBB\xBF")) {
     utf8 = xml.substr(3);
   } else if (xml.starts_with("\xFF\xFE") || xml.starts_with(std::string_view("<\0", 2))) {
     if (auto error = converted_to_utf8(xml.substr(xml.front() == '<' ? 0 : 2), "utf-16le", utf8)) return error;
   } else if (xml.starts_with("\xFE\xFF") || xml.starts_with(std::string_view("\0<", 2))) {
     if (auto error = converted_to_utf8(xml.substr(xml.front() == '\0' ? 0 : 2), "utf-16be", utf8)) return error;
-  } else if (const std::string encoding = meant_encoding(declared_encoding(xml)); encoding == "utf-8") {
+  } else if (const std::string encoding = encoding_of(xml, encoding_otherwise); encoding == "utf-8") {
     utf8 = xml;
   } else if (auto error = converted_to_utf8(xml, encoding, utf8)) {
     return error;
@@ -328,11 +333,11 @@ class Reader {
   XmlError error_;
 };
 
-Result parse(std::string_view xml, YObject& record) {
+Result parse(std::string_view xml, std::string_view encoding, YObject& record) {
   if (xml.size() > static_cast<std::uint64_t>(setting_number(settings::kXmlSizeLimit)))
     return XmlError{"the document is larger than \"XML\"/\"GroessenLimit\" allows", 0};
   std::string utf8;
-  if (auto error = document_as_utf8(xml, utf8)) return error;
+  if (auto error = document_as_utf8(xml, encoding, utf8)) return error;
   // Two tags for an element: a document that cannot stay within the limit is not even taken apart.
   if (std::count(utf8.begin(), utf8.end(), '<') / 3 > setting_number(settings::kXmlElementLimit))
     return XmlError{"more elements and attributes than \"XML\"/\"ElementLimit\" allows", 0};
@@ -529,8 +534,8 @@ YString YXml::Escape(std::string_view text) {
   return YString(std::move(out));
 }
 
-std::optional<yinet::XmlError> YXml::Parse(std::string_view xml, YObject& record) {
-  return guarded([&] { return parse(xml, record); });
+std::optional<yinet::XmlError> YXml::Parse(std::string_view xml, YObject& record, std::string_view encoding) {
+  return guarded([&] { return parse(xml, encoding, record); });
 }
 
 std::optional<yinet::XmlError> YXml::Write(const YObject& record, std::string& xml) {
