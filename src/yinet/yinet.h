@@ -27,6 +27,7 @@
 #include "yinet/host/ytextmanager.h"
 #include "yinet/host/yxml.h"
 #include "yinet/http/http.h"
+#include "yinet/http/http_helper.h"
 #include "yinet/mime/content_agents.h"
 #include "yinet/mime/mail_files.h"
 #include "yinet/mime/mail_parser.h"
