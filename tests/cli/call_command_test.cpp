@@ -99,6 +99,33 @@ TEST_F(CallCommand, ParametersReachTheWireAsTheirBytes) {
   }
 }
 
+TEST_F(CallCommand, SoapAnswersAndFaultsOfARealServer) {
+  YINET_REQUIRE_PROGRAM("nginx");
+  const NginxServer nginx;
+  nginx.add_document("answer.xml",
+                     "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><S:Envelope xmlns:S=\"urn:s\"><S:Body><Count>"
+                     "<Item unit=\"St\xFC" "ck\">24</Item></Count></S:Body></S:Envelope>");
+  nginx.add_document("fault.xml", "<Fault><faultcode>Client</faultcode></Fault>");
+  nlohmann::json call_record = nlohmann::json::parse(read_file(YINET_EXAMPLES "/soap-call.json"));
+  const auto called = [&](const std::string& url) {
+    call_record["pParam"]["ENDPOINT"] = url;
+    return call({"SOAP_EXECUTEFUNCTION", "--json", "-"}, call_record.dump());
+  };
+  for (const std::string& url : {nginx.url("/post/answer.xml"), nginx.tls_url("/post/answer.xml")}) {
+    const CommandResult answer = called(url);
+    EXPECT_EQ(answer.exit_code, 0) << answer.errors;
+    const nlohmann::json count = record_of(answer)["pErg"]["S:Envelope"]["S:Body"]["Count"];
+    EXPECT_EQ(count, nlohmann::json::parse("{\"Item\": \"24\", \"Item@unit\": \"St\xC3\xBC" "ck\"}"));
+  }
+  const CommandResult fault = called(nginx.url("/fault/fault.xml"));
+  EXPECT_EQ(fault.exit_code, 1);
+  EXPECT_EQ(record_of(fault)["pErg"]["Fault"]["faultcode"], "Client");
+  const CommandResult page = called(nginx.url("/post/index.html"));
+  EXPECT_EQ(page.exit_code, 1);
+  EXPECT_EQ(record_of(page)["pErg"], nlohmann::json::object());
+  EXPECT_THAT(page.errors, HasSubstr("21952"));
+}
+
 TEST_F(CallCommand, TracesGoToStandardErrorOnlyWhenAskedFor) {
   YINET_REQUIRE_PROGRAM("nginx");
   const NginxServer nginx;

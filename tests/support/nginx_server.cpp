@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <sstream>
+#include <utility>
 
 #include "support/certificates.h"
 
@@ -19,6 +20,9 @@ std::string locations() {
     text << "location = /status/" << code << " { return " << code << " \"status " << code << "\"; }\n";
   for (const int code : {301, 302, 303, 307, 308})
     text << "location = /redirect/" << code << " { return " << code << " $scheme://$http_host/hello.txt; }\n";
+  // A static file refuses POST with 405, and what an error page names is fetched by GET.
+  for (const auto& [folder, code] : {std::pair("post", "200"), std::pair("fault", "500")})
+    text << "location ~ ^/" << folder << "(/.*)$ { error_page 405 =" << code << " $1; return 405; }\n";
   text << "location = /empty { return 200 \"\"; }\nlocation = /cookies {\n";
   for (const std::string_view cookie : NginxServer::kCookies) text << "  add_header Set-Cookie \"" << cookie << "\";\n";
   text << "  return 200 \"cookies\"; }\n";
@@ -40,7 +44,7 @@ std::string configuration(const ReservedPorts& ports, const fs::path& folder, co
        << "events { worker_connections 1024; }\nhttp {\n";
   for (const char* kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
     text << kind << "_temp_path " << here << "/" << kind << ";\n";
-  text << "types { text/html html; text/plain txt; }\ndefault_type application/octet-stream;\n"
+  text << "types { text/html html; text/plain txt; text/xml xml; }\ndefault_type application/octet-stream;\n"
        << "gzip off;\nsendfile on;\nclient_max_body_size 0;\nkeepalive_requests 1000000;\n"
        << "access_log off;\nroot " << documents.string() << ";\nssl_certificate " << pair.certificate.string()
        << ";\nssl_certificate_key " << pair.key.string() << ";\n"

@@ -17,6 +17,7 @@ namespace yinet::test {
 //   /chunked/NAME      the same document, always as a chunked body (with has_echo())
 //   /status/CODE       that code with the body "status CODE"; CODE is one of kStatusCodes
 //   /redirect/CODE     301, 302, 303, 307 or 308 to /hello.txt, as an absolute URL
+//   /post/NAME         the document of that name, also for POST; /fault/NAME: the same with status 500
 //   /empty             200 with Content-Length 0
 //   /cookies           200 with three Set-Cookie lines: kCookies
 //   /echo              the body of the request, in chunks, whatever its size (with has_echo())

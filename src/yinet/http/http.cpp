@@ -167,6 +167,10 @@ bool HTTP::POST(const YString& url, const YBuffer& content, const YString& conte
   });
 }
 
+void HTTP::set_request_field(const YString& name, const YString& value) {
+  guarded("HTTP::set_request_field", [&] { return fields_.Store<YString>(name, value), true; });
+}
+
 void HTTP::ParseUrl(const YString& url, YString& host, unsigned& port, YString& path, bool& useTls) {
   const yinet::HttpUrl parts = yinet::parse_http_url(url, useTls);
   host = YString(parts.host);
@@ -186,6 +190,7 @@ YString HTTP::GenarateHeader(const EREQUST_TYPE& type, const YString& host, cons
                                 .user_agent = user_agent,
                                 .time = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()),
                                 .cookies = cookies_.Find<YObject>(host),
+                                .fields = &fields_,
                                 .content_length = contentLength ? *contentLength : 0,
                                 .content_type = contentType ? std::string_view(*contentType) : std::string_view()};
   if (const auto value = line_breaking_value(head)) {

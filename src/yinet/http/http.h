@@ -27,6 +27,9 @@ class YINET_API HTTP {
   // Sends `content`, at most 2^31-1 bytes, as `contentType`, which is "text/plain" when empty.
   bool POST(const YString& url, const YBuffer& content, const YString& contentType, YBuffer& response,
             YString& responseContentType, YString& status);
+  // A field "name:value" that goes with every later request; an equal name replaces the one before. Requests fail with
+  // 21905 when one of both holds CR, LF or NUL.
+  void set_request_field(const YString& name, const YString& value);
 
  private:
   static void ParseUrl(const YString& url, YString& host, unsigned& port, YString& path, bool& useTls);
@@ -43,4 +46,5 @@ class YINET_API HTTP {
   static void getChunkedContentLength(YBuffer& buffer, const int& start, int& size, int& dataStart);
 
   YObject cookies_;  // by host: records of cookies by name, each a record with the text "VALUE"
+  YObject fields_;   // texts by name, beside those that every request has
 };

@@ -5,6 +5,7 @@
 
 #include "yinet/host/text.h"
 #include "yinet/host/yobject.h"
+#include "yinet/http/http_message.h"
 #include "yinet/http/http_response.h"
 
 namespace yinet {
@@ -57,6 +58,7 @@ std::string request_head_text(const RequestHead& head) {
     text += formatted("Content-Type:$1$\r\n",
                       head.content_type.empty() ? std::string_view("text/plain") : head.content_type);
   }
+  if (head.fields) text += field_lines(*head.fields).value_or("");
   return text += "\r\n";
 }
 
@@ -68,6 +70,10 @@ std::optional<std::string> line_breaking_value(const RequestHead& head) {
   for_each_cookie(head.cookies, [&broken](const YString& name, const YString& value) {
     if (breaks_protocol_line(name) || breaks_protocol_line(value)) broken = name.str();
   });
+  for (int i = 0; head.fields && i < head.fields->GetStringKeyCount(); ++i) {
+    const YString name = head.fields->GetStringKey(i);
+    if (breaks_protocol_line(name) || breaks_protocol_line(head.fields->GetString(name))) broken = name.str();
+  }
   return broken;
 }
 

@@ -23,6 +23,7 @@ struct RequestHead {
   std::string_view user_agent = {};
   std::chrono::sys_seconds time = {};
   const YObject* cookies = nullptr;    // of this host: records with the text "VALUE" under the cookie's name
+  const YObject* fields = nullptr;     // further fields: texts by name
   std::int64_t content_length = 0;     // these two for POST only
   std::string_view content_type = {};  // empty stands for "text/plain"
 };
@@ -31,8 +32,8 @@ struct RequestHead {
 // locale; every cookie has a line of its own.
 std::string request_head_text(const RequestHead& head);
 
-// The first value of the head that holds CR, LF or NUL and so would become a line of its own on the wire; of a cookie, its
-// name. Such a head must not be sent. Empty when there is none.
+// The first value of the head that holds CR, LF or NUL and so would become a line of its own on the wire; of a cookie
+// or further field, its name. Such a head must not be sent. Empty when there is none.
 std::optional<std::string> line_breaking_value(const RequestHead& head);
 
 }  // namespace yinet

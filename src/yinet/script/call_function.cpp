@@ -132,6 +132,12 @@ bool says_failure(const YObject& parameters) {
   }
 }
 
+// A script has declared the record that receives results before it calls; other callers need not.
+void supply_result_records(const ScriptFunction& function, YObject& parameters) {
+  for (const ScriptParameter& parameter : function.parameters)
+    if (parameter.direction == Direction::out && parameter.type == kTypeObject) parameters.Ensure<YObject>(parameter.key);
+}
+
 void run(const ScriptFunction& function, YObject& parameters) {
   YObject block;
   YObject& inner = block.Store<YObject>(kBlockKey, std::move(parameters));
@@ -169,6 +175,7 @@ CallOutcome call_function(std::string_view name, YObject& parameters) {
   if (!function) return {CallStatus::wrong_call, unknown_function_text(name)};
   if (auto problem = fit_parameters(*function, parameters)) return {CallStatus::wrong_call, std::move(*problem)};
   parameters.Delete(key::kResult);
+  supply_result_records(*function, parameters);
   run(*function, parameters);
   return {says_failure(parameters) ? CallStatus::failed : CallStatus::succeeded, {}};
 }

@@ -11,6 +11,7 @@ namespace yinet {
 std::span<const ScriptFunction> ftps_functions();  // ftps_functions.cpp
 std::span<const ScriptFunction> http_functions();  // http_functions.cpp
 std::span<const ScriptFunction> mime_functions();  // mime_functions.cpp
+std::span<const ScriptFunction> soap_functions();  // soap_functions.cpp
 std::span<const ScriptFunction> tls_functions();   // tls_functions.cpp
 
 }  // namespace yinet

@@ -21,6 +21,9 @@ YINET_API void FTPS_LOESCHE(YObject* arguments);
 YINET_API void HTTP_GET(YObject* arguments);
 YINET_API void HTTP_POST(YObject* arguments);
 
+// SOAP
+YINET_API void SOAP_EXECUTEFUNCTION(YObject* arguments);
+
 // Mail
 YINET_API void MIME_DEKODIERE(YObject* arguments);
 

@@ -14,6 +14,9 @@ inline constexpr std::string_view kResponseFile = "pResponseFile";
 inline constexpr std::string_view kContent = "pContent";
 inline constexpr std::string_view kContentType = "pContentType";
 
+inline constexpr std::string_view kSoapCall = "pParam";
+inline constexpr std::string_view kSoapAnswer = "pErg";
+
 // FTP
 inline constexpr std::string_view kFtpType = "pFTPTyp";
 inline constexpr std::string_view kHost = "pHOST";

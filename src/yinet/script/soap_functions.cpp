@@ -1,0 +1,88 @@
+// SOAP_EXECUTEFUNCTION: one operation of a web service.
+
+#include <array>
+
+#include "yinet/host/codepage.h"
+#include "yinet/host/message_numbers.h"
+#include "yinet/host/yjson.h"
+#include "yinet/host/ylog.h"
+#include "yinet/host/yobject.h"
+#include "yinet/http/soap_call.h"
+#include "yinet/script/families.h"
+#include "yinet/script/functions.h"
+#include "yinet/script/parameter_keys.h"
+#include "yinet/script/script_frame.h"
+
+namespace yinet {
+namespace {
+
+constexpr int kFailureLevel = 6;
+constexpr int kTraceChannel = 2195;
+
+std::string text_form(const YObject& record) {
+  return debug_traces() ? ansi_from_utf8_lossy(YJSON::Write(record)) : std::string();
+}
+
+YObject* record_parameter(YObject& parameters, std::string_view key) {
+  auto* record = parameters.Find<YObject>(key);
+  if (!record) YLog.Event(kFailureLevel, message::kSoapParameterMissing, key);
+  return record;
+}
+
+void soap_execute_function(YObject& parameters) {
+  store_result(parameters, false);
+  const YObject* call = record_parameter(parameters, key::kSoapCall);
+  YObject* answer = call ? record_parameter(parameters, key::kSoapAnswer) : nullptr;
+  if (!answer) return;
+  YLog.DebugStart(kTraceChannel, message::kSoapTrace, text_form(*call));
+  answer->Clear();
+  const bool done = execute_soap_call(*call, *answer);
+  YLog.DebugEnd(kTraceChannel, message::kSoapTrace, text_form(*answer));
+  store_result(parameters, done);
+}
+
+constexpr std::array kParameters = {
+    ScriptParameter{.key = key::kSoapCall,
+                    .type = kTypeObject,
+                    .direction = Direction::in,
+                    .default_value = "",
+                    .meaning = "ENDPOINT is the service's URL, NAMESPACE its namespace, BODY holds one record, named like "
+                               "the operation, with its parameters as texts; optional are HEADER, a record for the SOAP "
+                               "header, and SOAPACTION, the value of that HTTP field."},
+    ScriptParameter{.key = key::kSoapAnswer,
+                    .type = kTypeObject,
+                    .direction = Direction::out,
+                    .default_value = "",
+                    .meaning = "The answer or the fault: elements by name, inner ones in records, repeated ones in arrays, "
+                               "attributes as name@attribute."}};
+constexpr std::array kMessages = {
+    message::kScriptFunctionFailed, message::kConnectFailed,        message::kHandshakeStepFailed,
+    message::kCertificateRejected,  message::kTlsContextFailed,     message::kTlsConnectFailed,
+    message::kConnectTlsFailed,     message::kReceiveBufferFailed,  message::kSendBufferFailed,
+    message::kSendBufferGaveUp,     message::kHttpConnectFailed,    message::kHttpSendFailed,
+    message::kHttpReceiveFailed,    message::kHttpServerSilent,     message::kHttpLineBreakRefused,
+    message::kHttpReplyTooLarge,    message::kSoapRequestNotBuilt,  message::kSoapAnswerNotXml,
+    message::kSoapParameterMissing, message::kSoapAnswerUnreadable, message::kSoapTrace,
+    message::kSoapRequestTrace};
+constexpr std::array<std::string_view, 1> kExample = {
+    R"(pParam:={"ENDPOINT": "http://127.0.0.1:8080/stock", "NAMESPACE": "urn:stock", "BODY": {"Count": {"Item": "4711"}}})"};
+constexpr std::array kFunctions = {
+    ScriptFunction{.name = "SOAP_EXECUTEFUNCTION",
+                   .entry = &SOAP_EXECUTEFUNCTION,
+                   .family = "SOAP",
+                   .summary = "Calls one operation of a SOAP 1.1 web service over HTTP or HTTPS.",
+                   .parameters = kParameters,
+                   .result_type = kTypeBool,
+                   .result_meaning = "True when the service answered with status 200 and its answer could be read.",
+                   .messages = kMessages,
+                   .example = kExample}};
+
+}  // namespace
+
+std::span<const ScriptFunction> soap_functions() { return kFunctions; }
+
+}  // namespace yinet
+
+void SOAP_EXECUTEFUNCTION(YObject* arguments) {
+  yinet::run_script_function("SOAP_EXECUTEFUNCTION", arguments, yinet::soap_execute_function);
+}
