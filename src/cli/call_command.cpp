@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -10,8 +11,10 @@
 #include "yinet/host/text.h"
 #include "yinet/host/yfile.h"
 #include "yinet/host/yjson.h"
+#include "yinet/host/ylog.h"
 #include "yinet/script/call_function.h"
 #include "yinet/script/parameter_keys.h"
+#include "yinet/script/yinet_call.h"
 
 namespace yinet::cli {
 namespace {
@@ -88,32 +91,61 @@ Problem take_all(const Arguments& arguments, YObject& record) {
   return std::nullopt;
 }
 
+// The record as the library gives it back, keys in its order, all texts UTF-8.
+using Json = nlohmann::ordered_json;
+
 // A result that lies in the temporary folder is of little use without the folder's name.
-void remark_temporary_files(const YObject& record) {
-  for (int i = 0; i < record.GetStringKeyCount(); ++i) {
-    const YString* text = record.FindAt<YString>(i);
-    if (!text || !starts_with_ignoring_case(*text, kTemporaryPrefix) || !YFile::Exist(*text)) continue;
-    remark(utf8_from_ansi(record.GetStringKey(i)) + " is the file " + YFileManager.ResolveSystemPath(*text));
+void remark_temporary_files(const Json& record) {
+  for (const auto& [key, value] : record.items()) {
+    const std::string text = value.is_string() ? text_from_argument(value.get<std::string>()).text : std::string();
+    if (starts_with_ignoring_case(text, kTemporaryPrefix) && YFile::Exist(text))
+      remark(key + " is the file " + YFileManager.ResolveSystemPath(text));
   }
 }
 
-void remark_failure(const std::string& function, const YObject& record) {
-  const YString status = record.GetString(key::kStatus);
-  remark(function + " failed" + (status.IsEmpty() ? "" : ": " + utf8_from_ansi(printable(status))));
+void remark_failure(const std::string& function, const Json& record) {
+  const std::string status = text_from_argument(record.value(std::string(key::kStatus), "")).text;
+  remark(function + " failed" + (status.empty() ? "" : ": " + utf8_from_ansi(printable(status))));
 }
+
+void mask_url_passwords_in(Json& value) {
+  if (value.is_string()) value = mask_url_passwords(value.get<std::string>());
+  if (!value.is_structured()) return;
+  for (Json& inner : value) mask_url_passwords_in(inner);
+}
+
+// What is printed ends up in logs and mails.
+void mask_passwords(const ScriptFunction& function, Json& record) {
+  for (auto& [key, value] : record.items()) {
+    const ScriptParameter* parameter = find_parameter(function, text_from_argument(key).text);
+    if (!parameter) continue;
+    if (parameter->secret) value = "***";
+    else if (parameter->direction == Direction::in) mask_url_passwords_in(value);
+  }
+}
+
+struct FreeAnswer {
+  void operator()(char* text) const { yinet_free(text); }
+};
 
 int call(const Arguments& arguments) {
   const ScriptFunction* function = find_script_function(arguments.function);
   if (!function) return wrong_call(unknown_function_text(arguments.function) + " \"yinet functions\" lists them all.");
-  YObject record;
-  if (const auto problem = take_all(arguments, record)) return wrong_call(*problem);
-  const CallOutcome outcome = call_function(function->name, record);
-  if (outcome.status == CallStatus::wrong_call)
-    return wrong_call(outcome.problem + " \"yinet functions " + std::string(function->name) + "\" explains them.");
-  print(YJSON::Write(record, 2) + "\n");
+  YObject parameters;
+  if (const auto problem = take_all(arguments, parameters)) return wrong_call(*problem);
+  const std::string name(function->name);
+  char* text = nullptr;
+  const int status = yinet_call(name.c_str(), YJSON::Write(parameters).c_str(), &text);
+  const std::unique_ptr<char, FreeAnswer> answer(text);
+  if (!answer) throw std::bad_alloc();
+  Json record = Json::parse(answer.get());
+  if (status == YINET_WRONG_CALL)
+    return wrong_call(record.value("error", "") + " \"yinet functions " + name + "\" explains them.");
+  mask_passwords(*function, record);
+  print(record.dump(2) + "\n");
   remark_temporary_files(record);
-  if (outcome.status == CallStatus::succeeded) return kSucceeded;
-  remark_failure(std::string(function->name), record);
+  if (status == YINET_SUCCEEDED) return kSucceeded;
+  remark_failure(name, record);
   return kFailed;
 }
 

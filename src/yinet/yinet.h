@@ -41,3 +41,4 @@
 #include "yinet/script/parameter_keys.h"
 #include "yinet/script/ssh_client_class.h"
 #include "yinet/script/suggestions.h"
+#include "yinet/script/yinet_call.h"

@@ -126,6 +126,16 @@ TEST_F(CallCommand, SoapAnswersAndFaultsOfARealServer) {
   EXPECT_THAT(page.errors, HasSubstr("21952"));
 }
 
+TEST_F(CallCommand, PasswordsAreNotPrinted) {
+  const CommandResult result = call({"FTPS_LOESCHE", "pHOST=127.0.0.1:" + std::to_string(refused_port()), "pUser=me",
+                                     "PPASSWD=geheim1", "pProxyPassword=geheim2", "pDateiname=ftp://u:geheim3@h/x"});
+  EXPECT_EQ(result.exit_code, 1);
+  EXPECT_EQ(record_of(result)["PPASSWD"], "***");
+  EXPECT_EQ(record_of(result)["pUser"], "me");
+  EXPECT_EQ(record_of(result)["pDateiname"], "ftp://u:***@h/x");
+  EXPECT_THAT(result.output + result.errors, testing::Not(HasSubstr("geheim")));
+}
+
 TEST_F(CallCommand, TracesGoToStandardErrorOnlyWhenAskedFor) {
   YINET_REQUIRE_PROGRAM("nginx");
   const NginxServer nginx;

@@ -45,4 +45,5 @@ while read -r header; do
   [ "$(grep -sm 1 '^#include' "$source")" = "#include \"$header\"" ] ||
     "$compiler" -std=c++20 -fsyntax-only -I "$include" -x c++ - <<<"#include \"$header\"" || failed=1
 done <"$work/headers"
+"$compiler" -std=c99 -pedantic-errors -fsyntax-only -I "$include" -x c - <<<'#include "yinet/script/yinet_call.h"' || failed=1
 exit $failed

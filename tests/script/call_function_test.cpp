@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "yinet/host/yjson.h"
+#include "yinet/script/yinet_call.h"
 
 namespace yinet {
 namespace {
@@ -111,6 +112,29 @@ TEST(CallFunction, AFunctionWithoutResultSucceeds) {
     EXPECT_EQ(outcome.status, CallStatus::succeeded);
     EXPECT_EQ(outcome.json, "{}");
   }
+}
+
+// What the C interface answers, with its status in front.
+std::string c_call(const char* function, const char* json) {
+  char* answer = nullptr;
+  const int status = yinet_call(function, json, &answer);
+  const std::string told = std::to_string(status) + " " + (answer ? answer : "null");
+  yinet_free(answer);
+  return told;
+}
+
+TEST(CInterface, AnswersInJsonWhateverItIsGiven) {
+  EXPECT_EQ(c_call("SECURESOCKETGLOBALSSLINIT", nullptr), "0 {}");
+  EXPECT_EQ(c_call("mime_dekodiere", R"({"pEMLDatei": "/nowhere/\u00fc"})"),
+            "1 {\"pEMLDatei\":\"/nowhere/\xC3\xBC\",\"pMail\":{},\"_RETV\":false}");
+  EXPECT_THAT(c_call(nullptr, nullptr), testing::StartsWith(R"(2 {"error":"no script function is named \"\"; did you)"));
+  EXPECT_THAT(c_call("HTTP_GET", R"({"pUrl":{}})"), HasSubstr("pUrl needs a text, not a record"));
+  EXPECT_EQ(yinet_call("SECURESOCKETGLOBALSSLINIT", "{}", nullptr), YINET_SUCCEEDED);
+  yinet_free(nullptr);
+}
+
+TEST(CInterface, RecordsForResultsNeedNotBeGiven) {
+  EXPECT_EQ(c_call("SOAP_EXECUTEFUNCTION", R"({"pParam":{}})"), R"(1 {"pParam":{},"pErg":{},"_RETV":false})");
 }
 
 }  // namespace

@@ -47,6 +47,7 @@ TEST(FunctionTable, RowsAreComplete) {
       EXPECT_TRUE(parameter.key.starts_with('p')) << parameter.key;
       EXPECT_TRUE(is_plain_sentence(parameter.meaning)) << parameter.key;
       EXPECT_TRUE(is_value_type(parameter.type)) << parameter.key;
+      EXPECT_EQ(parameter.secret, find_ignoring_case(parameter.key, "passw") != std::string_view::npos) << parameter.key;
       EXPECT_EQ(find_parameter(function, to_upper(parameter.key)), &parameter);
     }
   }

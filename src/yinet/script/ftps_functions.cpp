@@ -249,6 +249,11 @@ void ftps_delete(YObject& parameters) {
 constexpr ScriptParameter in_text(std::string_view key, std::string_view meaning) {
   return {.key = key, .type = kTypeString, .direction = Direction::in, .default_value = "", .meaning = meaning};
 }
+constexpr ScriptParameter in_password(std::string_view key, std::string_view meaning) {
+  ScriptParameter row = in_text(key, meaning);
+  row.secret = true;
+  return row;
+}
 constexpr ScriptParameter in_number(std::string_view key, std::string_view default_value, std::string_view meaning) {
   return {.key = key, .type = kTypeInteger, .direction = Direction::in, .default_value = default_value, .meaning = meaning};
 }
@@ -258,7 +263,7 @@ constexpr ScriptParameter kTypeRow =
 constexpr ScriptParameter kHostRow =
     in_text(key::kHost, "Server as host or host:port; LOCAL or LOKAL works on local files.");
 constexpr ScriptParameter kUserRow = in_text(key::kUser, "Login name.");
-constexpr ScriptParameter kPasswordRow = in_text(key::kPassword, "Password.");
+constexpr ScriptParameter kPasswordRow = in_password(key::kPassword, "Password.");
 constexpr ScriptParameter kCertificateRow =
     in_text(key::kCertificate, "List of folders with trusted certificates; a PEM file with key is shown to the server.");
 constexpr ScriptParameter kProxyTypeRow =
@@ -267,7 +272,7 @@ constexpr ScriptParameter kProxyAddressRow = in_text(key::kProxyAddress, "Proxy 
 constexpr ScriptParameter kProxyUserRow =
     in_text(key::kProxyUser, "User of the proxy; the setting Internet/ProxyBenutzer when absent.");
 constexpr ScriptParameter kProxyPasswordRow =
-    in_text(key::kProxyPassword, "Password of the proxy; the setting Internet/ProxyPasswort when absent.");
+    in_password(key::kProxyPassword, "Password of the proxy; the setting Internet/ProxyPasswort when absent.");
 constexpr ScriptParameter kOptionsRow =
     in_number(key::kOptions, "0", "Bit 4 compares the sizes on both sides after the transfer.");
 

@@ -22,6 +22,7 @@ struct ScriptParameter {
   std::string_view default_value;  // what an absent input counts as, as text; empty for empty text and for outputs
   std::string_view meaning;        // one English sentence
   std::uint8_t other_type = 0;     // a second type that is taken as well, 0 for none
+  bool secret = false;             // a password: who shows parameters writes "***" for it
 };
 
 struct ScriptFunction {
