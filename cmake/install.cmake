@@ -1,5 +1,5 @@
-# cmake --install: the library, its headers, the program, and what other builds need to find them: a CMake package
-# (find_package(YInet), target YInet::yinet) and a pkg-config file (yinet).
+# cmake --install: the library, its headers, the program with its manual page and bash completion, and what other builds
+# need to find them: a CMake package (find_package(YInet), target YInet::yinet) and a pkg-config file (yinet).
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/YInet)
@@ -8,6 +8,9 @@ install(TARGETS yinet EXPORT YInetTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(TARGETS yinet_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES ${PROJECT_BINARY_DIR}/yinet.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${PROJECT_SOURCE_DIR}/src/cli/completion.bash
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME yinet)
 install(EXPORT YInetTargets NAMESPACE YInet:: DESTINATION ${package_dir})
 
 # The targets file is all that the package needs: users see no dependency of the library.

@@ -38,17 +38,35 @@ int list_settings() {
   return kSucceeded;
 }
 
+struct MessageQuestion {
+  int number = 0;  // 0 for all
+  bool full = false;
+};
+
+std::string level_text(int level) { return level == 0 ? "trace" : "level " + std::to_string(level); }
+
 void print_message(const MessageText& message) {
   print(std::to_string(message.number) + "  " + utf8_from_ansi(message_template(message.number)) + "\n");
 }
 
-int list_messages(int number) {
-  for (const MessageText& message : all_messages())
-    if (number == 0 || message.number == number) print_message(message);
-  if (number == 0) return kSucceeded;
-  const MessageText* message = find_message(number);
-  if (!message) return wrong_call("there is no message " + std::to_string(number) + "; \"yinet messages\" lists all");
-  if (!message->cure.empty()) print("       " + std::string(message->cure) + "\n");
+void print_full_message(const MessageText& message) {
+  print(std::to_string(message.number) + " (" + level_text(message.level) + ")\n  English: " +
+        std::string(message.english) + "\n  German: " + utf8_from_ansi(message.german) + "\n");
+  if (!message.cure.empty()) print("  Cure: " + std::string(message.cure) + "\n");
+}
+
+int list_messages(const MessageQuestion& question) {
+  if (question.number != 0 && !find_message(question.number))
+    return wrong_call("there is no message " + std::to_string(question.number) + "; \"yinet messages\" lists all");
+  for (const MessageText& message : all_messages()) {
+    if (question.number != 0 && message.number != question.number) continue;
+    if (question.full) {
+      print_full_message(message);
+      continue;
+    }
+    print_message(message);
+    if (question.number != 0 && !message.cure.empty()) print("       " + std::string(message.cure) + "\n");
+  }
   return kSucceeded;
 }
 
@@ -61,11 +79,12 @@ Command add_settings_command(CLI::App& program) {
 }
 
 Command add_messages_command(CLI::App& program) {
-  const auto number = std::make_shared<int>(0);
+  const auto question = std::make_shared<MessageQuestion>();
   CLI::App* command = program.add_subcommand("messages", "List the messages, or explain one");
   command->footer("Examples:\n  yinet messages\n  yinet --language de messages 21410");
-  command->add_option("NUMBER", *number, "Message to explain")->type_name("")->check(CLI::Range(1, 99999));
-  return {command, [number] { return list_messages(*number); }};
+  command->add_option("NUMBER", question->number, "Message to explain")->type_name("")->check(CLI::Range(1, 99999));
+  command->add_flag("--full", question->full, "With level, both languages and what to do");
+  return {command, [question] { return list_messages(*question); }};
 }
 
 }  // namespace yinet::cli
