@@ -56,7 +56,7 @@ class SystemConfiguration : public testing::Test {
                                "/log 2>&1 & server=$!; for i in $(seq 200); do [ $(grep -c 'loaded, serial' " + folder +
                                "/log) -ge 2 ] && break; sleep 0.02; done; " YINET_PROGRAM " dns " + type + " " + name +
                                "; code=$?; kill $server; wait; exit $code";
-    return run_command(in_network_namespace({"sh", "-c", script}, true, folder_ / "resolv.conf"));
+    return run_command(in_network_namespace({"sh", "-c", script}, folder_ / "resolv.conf"));
   }
 
   TempDir folder_;

@@ -16,7 +16,7 @@ using test::kDnsMx;
 using testing::ElementsAre;
 
 DnsMessage reply_about(std::string_view name, std::uint16_t type) {
-  return DnsMessage::reply_to({.bytes = {}, .id = 7, .name = std::string(name), .type = type});
+  return DnsMessage::reply_to({.id = 7, .name = std::string(name), .type = type});
 }
 
 std::string alias_with_two_addresses() {

@@ -166,7 +166,7 @@ TEST_F(Transfer, ALargeSendArrivesWholeAndOnce) {
     EXPECT_EQ(talk.socket.bytes_sent(), content.size());
     talk.socket.Close();
     talk.peer.finish();
-    EXPECT_TRUE(talk.peer.received() == content) << talk.peer.received_count() << " bytes arrived";
+    EXPECT_TRUE(talk.peer.received() == content) << talk.peer.received().size() << " bytes arrived";
   }
   EXPECT_THAT(log.numbers(), testing::IsEmpty());
 }
@@ -192,7 +192,7 @@ TEST_F(Transfer, AStandstillEndsTheSendAndTheRestCanFollow) {
     EXPECT_TRUE(talk.socket.send_rest(YBuffer(content)));
     talk.socket.Close();
     talk.peer.finish();
-    EXPECT_TRUE(talk.peer.received() == content) << talk.peer.received_count() << " bytes arrived";
+    EXPECT_TRUE(talk.peer.received() == content) << talk.peer.received().size() << " bytes arrived";
   }
 }
 
@@ -247,7 +247,7 @@ TEST_F(Transfer, AnUploadClosedAtOnceLosesNothing) {
     EXPECT_TRUE(talk.socket.Send(YBuffer(content)));
     talk.socket.Close();
     talk.peer.finish();
-    EXPECT_TRUE(talk.peer.received() == content) << talk.peer.received_count() << " bytes arrived";
+    EXPECT_TRUE(talk.peer.received() == content) << talk.peer.received().size() << " bytes arrived";
     EXPECT_EQ(talk.peer.client_ending(), Ending::closed);
   }
 }

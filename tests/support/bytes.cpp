@@ -1,61 +1,46 @@
 #include "support/bytes.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
 namespace yinet::test {
-namespace {
-
-int hex_value(char digit) {
-  if (digit >= '0' && digit <= '9') return digit - '0';
-  if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
-  if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
-  return -1;
-}
-
-void append_escaped(std::string& text, unsigned char byte) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  switch (byte) {
-    case '\r': text += "\\r"; return;
-    case '\n': text += "\\n"; return;
-    case '\t': text += "\\t"; return;
-    case '\\': text += "\\\\"; return;
-    default: break;
-  }
-  if (byte >= 0x20 && byte <= 0x7E) {
-    text += static_cast<char>(byte);
-  } else {
-    text += "\\x";
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 15];
-  }
-}
-
-}  // namespace
 
 std::string printable(std::string_view bytes, std::size_t limit) {
   std::string text;
-  for (const char byte : bytes.substr(0, limit)) append_escaped(text, static_cast<unsigned char>(byte));
+  for (const char byte : bytes.substr(0, limit)) {
+    switch (byte) {
+      case '\r': text += "\\r"; break;
+      case '\n': text += "\\n"; break;
+      case '\t': text += "\\t"; break;
+      case '\\': text += "\\\\"; break;
+      default:
+        std::array<char, 8> escape{};
+        const bool plain = byte >= 0x20 && byte <= 0x7E;
+        std::snprintf(escape.data(), escape.size(), plain ? "%c" : "\\x%02x", static_cast<unsigned char>(byte));
+        text += escape.data();
+    }
+  }
   if (bytes.size() > limit) text += "... (" + std::to_string(bytes.size()) + " bytes)";
   return text;
 }
 
 std::string from_hex(std::string_view digits) {
   std::string bytes;
-  int high = -1;
+  std::string pair;
   for (const char digit : digits) {
     if (digit == ' ') continue;
-    const int value = hex_value(digit);
-    if (value < 0) throw std::invalid_argument("not a hexadecimal digit: " + std::string(1, digit));
-    if (high < 0) {
-      high = value;
-    } else {
-      bytes += static_cast<char>(high * 16 + value);
-      high = -1;
-    }
+    pair += digit;
+    if (pair.size() < 2) continue;
+    std::size_t read = 0;
+    bytes += static_cast<char>(std::stoi(pair, &read, 16));
+    if (read != 2) throw std::invalid_argument("not hexadecimal: " + pair);
+    pair.clear();
   }
-  if (high >= 0) throw std::invalid_argument("half a byte at the end of the hexadecimal digits");
+  if (!pair.empty()) throw std::invalid_argument("half a byte at the end of the hexadecimal digits");
   return bytes;
 }
 
@@ -67,8 +52,7 @@ std::string pattern_bytes(std::size_t count, unsigned seed) {
     state ^= state << 13;
     state ^= state >> 7;
     state ^= state << 17;
-    const std::size_t left = count - at;
-    std::memcpy(bytes.data() + at, &state, left < sizeof(state) ? left : sizeof(state));
+    std::memcpy(bytes.data() + at, &state, std::min(count - at, sizeof(state)));
   }
   return bytes;
 }

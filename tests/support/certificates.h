@@ -6,9 +6,6 @@
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <vector>
-
-#include "support/temp_dir.h"
 
 namespace yinet::test {
 
@@ -22,34 +19,31 @@ struct PemPair {
 struct CertificateWish {
   std::string common_name = "localhost";  // any bytes; those above 127 count as Latin-1
   std::string organization = {};          // left out when empty; any bytes as well
-  std::vector<std::string> dns_names = {"localhost"};
-  std::vector<std::string> addresses = {"127.0.0.1", "::1"};
-  std::chrono::seconds valid_from = std::chrono::hours(-1);  // both counted from now
-  std::chrono::seconds valid_until = std::chrono::hours(24);
+  std::string names = "DNS:localhost,IP:127.0.0.1,IP:::1";   // left out when empty
+  std::chrono::hours valid_from = std::chrono::hours(-1);  // both counted from now
+  std::chrono::hours valid_until = std::chrono::hours(24);
+  std::string usage = "serverAuth";
   bool self_signed = false;
-  bool for_client = false;        // its extended key usage is client instead of server authentication
+  bool authority = false;
   bool rsa = false;               // a key of 2048 bits, about 0.1 s: for servers that take nothing else
   std::string key_password = {};  // encrypts the key file
 };
 
-// A certificate authority and what it has signed, all in a private folder that lives as long as this
-// object. The named certificates are made when first asked for. Thread-safe.
+// A certificate authority and what it has signed, all in a private folder that lives as long as the process. Each is
+// made when first asked for. Thread-safe.
 class Certificates {
  public:
-  Certificates();
+  static const Certificates& shared();
   Certificates(const Certificates&) = delete;
   Certificates& operator=(const Certificates&) = delete;
   ~Certificates();
 
-  // One for the whole process.
-  static const Certificates& shared();
-
-  [[nodiscard]] const std::filesystem::path& ca_file() const;
+  [[nodiscard]] std::filesystem::path ca_file() const;
   // The authority's certificate as OpenSSL looks it up, under the name of its subject's hash.
-  [[nodiscard]] const std::filesystem::path& ca_folder() const;
+  [[nodiscard]] std::filesystem::path ca_folder() const;
 
-  [[nodiscard]] PemPair good() const;           // localhost, 127.0.0.1, ::1
-  [[nodiscard]] PemPair self_signed() const;    // same names
+  [[nodiscard]] PemPair good() const { return make("good", {}); }
+  [[nodiscard]] PemPair self_signed() const { return make("self-signed", {.self_signed = true}); }
   [[nodiscard]] PemPair wrong_name() const;     // other.example and 127.0.0.99
   [[nodiscard]] PemPair expired() const;        // since an hour
   [[nodiscard]] PemPair not_yet_valid() const;  // only from tomorrow on
@@ -61,6 +55,7 @@ class Certificates {
   [[nodiscard]] PemPair make(const std::string& name, const CertificateWish& wish) const;
 
  private:
+  Certificates();
   struct Authority;
   std::unique_ptr<Authority> authority_;
 };

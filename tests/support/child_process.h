@@ -20,11 +20,11 @@ struct ChildOptions {
   std::vector<std::string> argv;                   // argv[0] is looked for along $PATH and the folders for daemons
   std::map<std::string, std::string> environment;  // on top of the test's own
   std::optional<std::string> standard_input;       // absent: /dev/null
-  bool keep_input_open = false;                    // instead: a pipe whose other end closes with stop()
 };
 
 // A running program in a session and process group of its own, so that stop() reaches the processes
-// it forks as well; whatever it leaves behind there is killed when it ends. Standard output and error go to two files of a private folder.
+// it forks as well; whatever it leaves behind there is killed when it ends. Standard output and error go to two files
+// of a private folder.
 //
 // The destructor stops it. Should the test process die before, the kernel sends the program SIGTERM;
 // that bond is to the thread that made this object, so make it in one that lives as long as the child.
@@ -32,33 +32,25 @@ struct ChildOptions {
 // Not thread-safe.
 class ChildProcess {
  public:
-  // Throws std::runtime_error when the program is missing or can't be executed.
-  explicit ChildProcess(ChildOptions options);
+  explicit ChildProcess(const ChildOptions& options);  // throws std::runtime_error when the program is missing
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
-  ~ChildProcess();
+  ~ChildProcess() { stop(); }
 
   [[nodiscard]] bool running();
 
   // Exit code, or 128 + signal number; empty while it is still running.
   [[nodiscard]] std::optional<int> wait(milliseconds patience = kPatience);
 
-  // False when the child ends or the time is over before it happens.
-  [[nodiscard]] bool wait_for_output(std::string_view text, milliseconds patience = kPatience);
+  // SIGTERM to the whole group, SIGKILL to what is left after a while. Returns the exit code as wait() does.
+  int stop();
 
-  // SIGTERM to the whole group, SIGKILL to what is left after `patience`. Returns the exit code as wait() does.
-  int stop(milliseconds patience = milliseconds(5000));
-
-  [[nodiscard]] std::string output() const;  // what came on standard output so far
-  [[nodiscard]] std::string errors() const;  // and on standard error
+  [[nodiscard]] std::string output() const { return read_file(folder_ / "out"); }  // so far
+  [[nodiscard]] std::string errors() const { return read_file(folder_ / "err"); }
   [[nodiscard]] const std::string& command_line() const { return command_line_; }
 
  private:
-  void launch(const ChildOptions& options);
-  void send_signal(int number) const;  // to the whole group
-
-  TempDir folder_;
-  FileDescriptor input_;
+  TempDir folder_{"child"};
   std::string command_line_;
   pid_t pid_ = -1;
   std::optional<int> exit_code_;
@@ -71,7 +63,7 @@ struct CommandResult {
 };
 
 // Runs a program to its end; one that takes longer than kPatience is ended.
-CommandResult run_command(ChildOptions options);
+CommandResult run_command(const ChildOptions& options);
 CommandResult run_command(std::vector<std::string> argv, std::string standard_input = {});
 
 // Where a program is: a path with "/" as it is, a name along $PATH, then in the folders for daemons,

@@ -3,10 +3,10 @@
 
 #include <cstdint>
 #include <functional>
-#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
-#include <string_view>
+#include <thread>
 #include <vector>
 
 #include "support/dns_message.h"
@@ -27,25 +27,18 @@ class KnotServer {
  public:
   explicit KnotServer(const std::vector<DnsZone>& zones);
 
-  [[nodiscard]] std::uint16_t port() const { return server_->port(); }
-  [[nodiscard]] std::string target() const { return "127.0.0.1:" + std::to_string(port()); }
+  [[nodiscard]] std::string target() const { return "127.0.0.1:" + std::to_string(server_->port()); }
 
  private:
   TempDir folder_{"knot"};
   std::optional<ServerProcess> server_;
 };
 
-// One message from a ScriptedDnsServer.
-struct DnsReply {
-  std::string bytes;
-  bool then_close = false;  // ends the TCP connection
-};
+// The bytes of the reply, or none at all for silence. Called on the server's thread, for one query at a time.
+using DnsHandler = std::function<std::string(const DnsQuery&)>;
 
-// Called on the server's thread, for one query at a time. No reply at all is silence.
-using DnsHandler = std::function<std::vector<DnsReply>(const DnsQuery&)>;
-
-// Answers on a free port of 127.0.0.1, UDP and TCP alike. Bytes that
-// can't be read as a query, and exceptions of the handler, become failures of the test at its end.
+// Answers on a free UDP port of 127.0.0.1; over TCP it refuses. Bytes that can't be read as a query, and exceptions of
+// the handler, become failures of the test.
 class ScriptedDnsServer {
  public:
   explicit ScriptedDnsServer(DnsHandler handler);
@@ -53,22 +46,18 @@ class ScriptedDnsServer {
   ScriptedDnsServer& operator=(const ScriptedDnsServer&) = delete;
   ~ScriptedDnsServer();
 
-  [[nodiscard]] std::uint16_t port() const;
-  [[nodiscard]] std::string target() const { return "127.0.0.1:" + std::to_string(port()); }
+  [[nodiscard]] std::string target() const { return target_; }
   [[nodiscard]] std::vector<DnsQuery> queries() const;  // so far, in the order of their arrival
 
-  // Handlers for the usual lies.
-  static DnsHandler silent();
-  static DnsHandler always(std::function<DnsMessage(const DnsQuery&)> reply);
-  static DnsHandler wrong_id();             // an address, under another id
-  static DnsHandler cut(std::size_t kept);  // an address, of which only so many bytes come
-  static DnsHandler truncated_on_udp();     // TC over UDP, 192.0.2.7 over TCP
-  static DnsHandler cname_loop();           // NAME -> loop.NAME -> NAME
-  static DnsHandler cname_only();           // NAME -> elsewhere.test, and no address
-
  private:
-  struct Impl;
-  std::unique_ptr<Impl> impl_;
+  void serve();
+  const DnsHandler handler_;
+  FileDescriptor socket_;
+  std::string target_;
+  Signal ending_;
+  mutable std::mutex mutex_;
+  std::vector<DnsQuery> queries_;  // guarded by the mutex
+  std::thread thread_;
 };
 
 }  // namespace yinet::test

@@ -1,7 +1,8 @@
 #include "support/requirements.h"
 
-#include <sys/socket.h>
 #include <unistd.h>
+
+#include <system_error>
 
 #include "support/child_process.h"
 #include "support/socket_address.h"
@@ -29,21 +30,21 @@ std::string missing_network_namespaces() {
 }
 
 std::string missing_ipv6() {
-  const SocketAddress loopback("::1", 0);
-  const FileDescriptor probe(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (probe.valid() && ::bind(probe.get(), loopback.get(), loopback.size()) == 0) return {};
-  return "the loopback has no IPv6 address";
+  try {
+    listen_on("::1", 0);
+    return {};
+  } catch (const std::system_error&) {
+    return "the loopback has no IPv6 address";
+  }
 }
 
-std::vector<std::string> in_network_namespace(const std::vector<std::string>& argv, bool loopback_up,
+std::vector<std::string> in_network_namespace(const std::vector<std::string>& argv,
                                               const std::filesystem::path& resolver) {
-  std::string set_up = "PATH=$PATH:/usr/sbin:/sbin; ";  // ordinary users lack the folder of ip
-  if (loopback_up) set_up += "ip link set lo up && ";
-  if (!resolver.empty()) set_up += "mount --bind \"$0\" /etc/resolv.conf && ";
+  std::string script = "PATH=$PATH:/usr/sbin:/sbin; ip link set lo up && ";  // ordinary users lack the folder of ip
+  if (!resolver.empty()) script += "mount --bind \"$0\" /etc/resolv.conf && ";
   // Root needs no user namespace, which some machines and every changed root directory refuse.
   const char* namespaces = ::geteuid() == 0 ? "-mn" : "-rmn";
-  std::vector<std::string> command{
-      "unshare", namespaces, "sh", "-c", set_up + "exec \"$@\"", resolver.empty() ? "sh" : resolver.string()};
+  std::vector<std::string> command{"unshare", namespaces, "sh", "-c", script + "exec \"$@\"", resolver.string()};
   command.insert(command.end(), argv.begin(), argv.end());
   return command;
 }

@@ -18,9 +18,9 @@ std::string missing_network_namespaces();
 std::string missing_ipv6();
 
 // The command line `argv` in a network (and mount) namespace of its own, for any user: no interface but
-// an own loopback, which is up or not, and so all ports free, those below 1024 included. A file given as
+// an own loopback, and so all ports free, those below 1024 included. A file given as
 // `resolver` takes the place of /etc/resolv.conf there. Needs YINET_REQUIRE_NETWORK_NAMESPACES().
-std::vector<std::string> in_network_namespace(const std::vector<std::string>& argv, bool loopback_up = true,
+std::vector<std::string> in_network_namespace(const std::vector<std::string>& argv,
                                               const std::filesystem::path& resolver = {});
 
 }  // namespace yinet::test

@@ -26,40 +26,38 @@ namespace yinet::test {
 // How the other side has ended the connection, as far as was read.
 enum class Ending { none, closed, closed_without_notify, reset };
 
-// One connection, as a script sees it. Every step has a deadline, which begins anew with each byte that
-// moves; a step that fails throws ScriptFailure, which ends the script and is reported. "The client" is
-// the other side. Used by the script's own thread only.
+struct ConnectionRecord;  // what the test may look at
+struct ScriptRun;         // the threads and records of one peer
+
+// One connection, as a script sees it. No step waits longer than kStepPatience for the client, or kGrace once the test
+// finishes the peer; a step that fails throws, which ends the script and is reported. "The client" is the other side.
+// Used by the script's own thread only.
 class Connection {
  public:
-  // How long a step waits for the client. Once the test finishes the peer, it's at most kGrace.
   static constexpr milliseconds kStepPatience{20000};
   static constexpr milliseconds kGrace{5000};
 
-  struct Impl;
-  explicit Connection(Impl& impl) : impl_(impl) {}
+  Connection(ScriptRun& run, ConnectionRecord& record, FileDescriptor socket, std::size_t index);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
+  void run(const std::function<void(Connection&)>& script);  // and the ending that it leaves open; never throws
 
-  [[nodiscard]] std::size_t index() const;  // 0 for the first connection of its peer
-  void patience(milliseconds patience);
-  void count_only();  // from now on what comes is counted, but not kept for received()
+  [[nodiscard]] std::size_t index() const { return index_; }  // 0 for the first connection of its peer
 
   // --- receiving: bytes that came beyond what a step needs stay for the next one ---
   void expect(std::string_view bytes);                 // exactly these; fails at the first other byte
   std::string read_until(std::string_view delimiter);  // up to the delimiter and with it
   std::string read_line() { return read_until("\n"); }
-  std::string read_exactly(std::size_t count);
-  void skip(std::size_t count);  // like read_exactly, without keeping anything
-  std::string read_to_end();     // the rest, until the client ends its side, however it does that
-  void expect_end();             // no further byte, and an end in order: with TLS a close_notify first
+  void skip(std::size_t count);
+  std::string read_to_end();  // the rest, until the client ends its side, however it does that
+  void expect_end();          // no further byte, and an end in order: with TLS a close_notify first
 
   // --- sending ---
   void send(std::string_view bytes);
   void send_pieces(const std::vector<std::string>& pieces, milliseconds pause = milliseconds(5));
   void send_slowly(std::string_view bytes, milliseconds pause = milliseconds(1));  // byte by byte
-  // Sends `bytes` over and over until the client closes, the test finishes the peer or `most` bytes are
-  // out; returns how many went into the socket.
-  std::size_t flood(std::string_view bytes, std::size_t most);
+  // Sends `bytes` over and over until the client closes, the test finishes the peer or `most` bytes are out.
+  void flood(std::string_view bytes, std::size_t most);
 
   // --- waiting ---
   void pause(milliseconds time);      // cut short when the test finishes the peer
@@ -71,22 +69,42 @@ class Connection {
   // --- TLS; the context says whether the script's side is the server or the client ---
   void start_tls(const TlsContext& context);
   bool try_tls(const TlsContext& context);  // false, and no failure, when the handshake fails
-  // Takes part in the handshake until its own first flight is ready, and sends only `most` bytes of it.
-  void cut_tls_handshake(const TlsContext& context, std::size_t most);
-  std::string read_tls_record();  // a whole record as it stands on the wire, such as a ClientHello
 
   // --- ending; a script that has none of these ends with close() ---
   void close();                 // TLS: close_notify; end of sending; reads on until the client ends too
   void close_without_notify();  // the same without close_notify
   void half_close();            // end of sending (with close_notify), the script goes on reading
-  void close_now();             // closes the descriptor: what the client sends from now on is answered by a reset
   void reset();                 // RST, whatever is still under way is lost
 
-  [[nodiscard]] Ending client_ending() const;
-  [[noreturn]] void fail(const std::string& reason);  // for scripts that judge by themselves
-
  private:
-  Impl& impl_;
+  void begin(std::string step);
+  [[noreturn]] void fail(const std::string& reason) const;
+  void note(const std::string& event);
+
+  short wait(short events, const char* for_what, bool insist = true);
+  void pump();
+  void take(std::string_view from_wire);
+  void store(std::string_view bytes);
+  void end_input(Ending ending);
+  bool more();
+  void need_more();
+  bool push(std::string_view bytes, bool insist = true);
+  bool push_wire(std::string_view bytes, bool insist);
+  void end_sending();
+  void drain();
+
+  ScriptRun& run_;
+  ConnectionRecord& record_;
+  FileDescriptor socket_;
+  const std::size_t index_;
+  TlsSession tls_;
+  bool tls_up_ = false;
+  std::string tls_error_;
+  std::string inbox_;   // application bytes that no step has asked for yet
+  bool ended_ = false;  // nothing more can come from the client
+  bool gone_ = false;   // and the wire has ended as well
+  bool sending_ended_ = false;
+  std::string step_;
 };
 
 using ConnectionScript = std::function<void(Connection&)>;
@@ -103,8 +121,6 @@ class Script {
     for (const ConnectionScript& step : steps_) step(connection);
   }
 
-  Script& patience(milliseconds time) { return add(&Connection::patience, time); }
-  Script& count_only() { return add(&Connection::count_only); }
   Script& expect(std::string bytes) { return add(&Connection::expect, std::move(bytes)); }
   Script& read_until(std::string delimiter) { return add(&Connection::read_until, std::move(delimiter)); }
   Script& skip(std::size_t count) { return add(&Connection::skip, count); }
@@ -119,20 +135,14 @@ class Script {
   }
   Script& flood(std::string bytes, std::size_t most) { return add(&Connection::flood, std::move(bytes), most); }
   Script& pause(milliseconds time) { return add(&Connection::pause, time); }
-  // The gate must outlive the peer.
-  Script& wait_for(const Signal& gate) { return add(&Connection::wait_for, std::cref(gate)); }
+  Script& wait_for(const Signal& gate) { return add(&Connection::wait_for, std::cref(gate)); }  // outlives the peer
   Script& stay_silent() { return add(&Connection::stay_silent); }
   Script& start_tls(TlsContext context = TlsContext::server()) {
     return add(&Connection::start_tls, std::move(context));
   }
-  Script& cut_tls_handshake(TlsContext context, std::size_t most) {
-    return add(&Connection::cut_tls_handshake, std::move(context), most);
-  }
-  Script& read_tls_record() { return add(&Connection::read_tls_record); }
   Script& close() { return add(&Connection::close); }
   Script& close_without_notify() { return add(&Connection::close_without_notify); }
   Script& half_close() { return add(&Connection::half_close); }
-  Script& close_now() { return add(&Connection::close_now); }
   Script& reset() { return add(&Connection::reset); }
 
  private:
@@ -143,10 +153,7 @@ class Script {
   std::vector<ConnectionScript> steps_;
 };
 
-class ScriptRunner;  // the threads and records behind peers and clients
-
-// What peers and clients have in common: looking at what happened. All may be called at any time from
-// the test's thread, the waiting ones also from scripts of other peers.
+// What peers and clients have in common: looking at what happened, at any time and from any thread.
 class ScriptedEnd {
  public:
   ScriptedEnd(const ScriptedEnd&) = delete;
@@ -155,13 +162,11 @@ class ScriptedEnd {
   // Everything that connection number `index` has received so far: application bytes once TLS is up.
   // When a write was the client's last act, call finish() first.
   [[nodiscard]] std::string received(std::size_t index = 0) const;
-  [[nodiscard]] std::size_t received_count(std::size_t index = 0) const;
   [[nodiscard]] TlsInfo tls(std::size_t index = 0) const;
   [[nodiscard]] Ending client_ending(std::size_t index = 0) const;
 
   // False when the time is over before it happens.
-  [[nodiscard]] bool wait_for_received(std::string_view text, std::size_t index = 0,
-                                       milliseconds patience = kPatience) const;
+  [[nodiscard]] bool wait_for_received(std::string_view text, std::size_t index = 0) const;
 
   // Lets all scripts run to their end, ends silences, closes everything and reports what went wrong as
   // failures of the running test. The destructor does the same; a second call does nothing.
@@ -173,47 +178,47 @@ class ScriptedEnd {
  protected:
   ScriptedEnd();
   ~ScriptedEnd();
-  std::unique_ptr<ScriptRunner> runner_;
+  std::unique_ptr<ScriptRun> run_;
+};
+
+struct ScriptedPeerOptions {
+  std::string address = "127.0.0.1";
+  int receive_buffer = 0;  // bytes; small, for a client that shall get stuck. 0: the system's
 };
 
 // A server: a listener on a free loopback port. Connections run side by side, each in its own thread.
 class ScriptedPeer : public ScriptedEnd {
  public:
-  struct Options {
-    std::string address = "127.0.0.1";
-    int receive_buffer = 0;  // bytes; small, for a client that shall get stuck. 0: the system's
-  };
+  using Options = ScriptedPeerOptions;
 
   // Exactly one connection, or one for each script in the order of their arrival. One that never comes is reported;
   // any further one is reset and reported.
-  explicit ScriptedPeer(ConnectionScript script) : ScriptedPeer(std::move(script), Options()) {}
-  ScriptedPeer(ConnectionScript script, const Options& options);
-  explicit ScriptedPeer(std::vector<ConnectionScript> in_order) : ScriptedPeer(std::move(in_order), Options()) {}
-  ScriptedPeer(std::vector<ConnectionScript> in_order, const Options& options);
+  explicit ScriptedPeer(ConnectionScript script, const Options& options = {})
+      : ScriptedPeer(std::vector{std::move(script)}, options) {}
+  explicit ScriptedPeer(std::vector<ConnectionScript> in_order, const Options& options = {});
   // Any number of connections, none included, with the same script.
-  static ScriptedPeer for_every_connection(ConnectionScript script) {
-    return for_every_connection(std::move(script), Options());
+  static ScriptedPeer for_every_connection(ConnectionScript script, const Options& options = {}) {
+    return {Every(), std::move(script), options};
   }
-  static ScriptedPeer for_every_connection(ConnectionScript script, const Options& options);
   ~ScriptedPeer() = default;
 
   [[nodiscard]] std::uint16_t port() const { return port_; }
   [[nodiscard]] std::string target() const;  // "127.0.0.1:12345"
   [[nodiscard]] std::string url(std::string_view path = "/", std::string_view scheme = "http") const;
-
   [[nodiscard]] std::size_t connection_count() const;
-  [[nodiscard]] bool wait_for_connections(std::size_t count, milliseconds patience = kPatience) const;
+  [[nodiscard]] bool wait_for_connections(std::size_t count) const;
 
  private:
-  ScriptedPeer(bool in_order, std::vector<ConnectionScript> scripts, const Options& options);
+  struct Every {};
+  ScriptedPeer(Every, ConnectionScript script, const Options& options);
+  void listen(const Options& options, std::function<ConnectionScript(std::size_t)> choice);
   std::uint16_t port_ = 0;
-  std::string host_;
 };
 
 // A client: connects to a port of this machine and runs one script, in a thread of its own.
 class ScriptedClient : public ScriptedEnd {
  public:
-  ScriptedClient(std::uint16_t port, ConnectionScript script);
+  ScriptedClient(std::uint16_t port, const ConnectionScript& script);
   ~ScriptedClient() = default;
 };
 

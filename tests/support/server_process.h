@@ -32,16 +32,14 @@ struct ServerSetup {
 class ServerProcess {
  public:
   // Returns when it serves. Throws std::runtime_error with its output and log when it doesn't.
-  explicit ServerProcess(ServerSetup setup);
+  explicit ServerProcess(const ServerSetup& setup);
 
   [[nodiscard]] std::uint16_t port(std::size_t index = 0) const { return (*ports_)[index]; }
-  [[nodiscard]] ChildProcess& process() { return *child_; }
   [[nodiscard]] const ChildProcess& process() const { return *child_; }
   void stop() { child_->stop(); }  // in mid-test: what it served is gone, its ports stay reserved
 
  private:
   bool serves(const ServerSetup& setup);
-  [[nodiscard]] std::string report(const ServerSetup& setup) const;
   std::optional<ReservedPorts> ports_;
   std::unique_ptr<ChildProcess> child_;
 };

@@ -1,4 +1,4 @@
-// Loopback addresses and listeners, for the test support itself.
+// Loopback addresses, listeners and the start of threads, for the test support itself.
 #pragma once
 
 #include <sys/socket.h>
@@ -14,8 +14,7 @@ namespace yinet::test {
 class SocketAddress {
  public:
   SocketAddress(const std::string& address, std::uint16_t port);  // throws std::invalid_argument
-  static SocketAddress local_of(int socket);                      // throw std::system_error
-  static SocketAddress peer_of(int socket);
+  static SocketAddress local_of(int socket);
 
   [[nodiscard]] const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&storage_); }
   [[nodiscard]] socklen_t size() const { return size_; }
@@ -32,5 +31,8 @@ class SocketAddress {
 // A TCP listener with SO_REUSEADDR; port 0 takes a free one. `receive_buffer` (bytes, 0: the system's)
 // is inherited by the accepted connections. Throws std::system_error.
 FileDescriptor listen_on(const std::string& address, std::uint16_t port, int backlog = 128, int receive_buffer = 0);
+
+// For every thread of the support: the host's signals belong to the host's threads.
+void block_all_signals();
 
 }  // namespace yinet::test

@@ -2,9 +2,7 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "support/certificates.h"
@@ -12,26 +10,21 @@
 
 namespace yinet::test {
 
-// For sessions with a TLS stack in another process. It has the shared good certificate and serves one connection after
-// the other.
+// For sessions with a TLS stack in another process. It has the shared good certificate, serves one connection after
+// the other and prints what comes.
 class TlsServer {
  public:
-  enum class Mode { terminal };  // prints what comes
+  explicit TlsServer(const std::vector<std::string>& arguments);  // more of "openssl s_server", such as "-tls1_2"
 
-  struct Options {
-    Mode mode = Mode::terminal;
-    std::vector<std::string> arguments = {};  // more of "openssl s_server", such as "-tls1_2"
-  };
-
-  explicit TlsServer(const Options& options);
-
-  [[nodiscard]] std::uint16_t port() const { return server_->port(); }
+  [[nodiscard]] std::uint16_t port() const { return server_.port(); }
   // What has come from clients, between its own remarks about their sessions.
-  [[nodiscard]] std::string received() const { return server_->process().output(); }
-  [[nodiscard]] bool wait_for_received(std::string_view text) { return server_->process().wait_for_output(text); }
+  [[nodiscard]] std::string received() const { return server_.process().output(); }
+  [[nodiscard]] bool wait_for_received(std::string_view text) const {
+    return eventually([&] { return received().find(text) != std::string::npos; });
+  }
 
  private:
-  std::optional<ServerProcess> server_;
+  ServerProcess server_;
 };
 
 }  // namespace yinet::test
