@@ -1,6 +1,5 @@
 // HTTP requests and large bodies, this library beside libcurl, against a server in a process of its own on loopback.
-// Every measured run is a process too, so that its processor seconds and its peak memory are its own. Transfers take
-// seconds, so they are timed as a whole: median, fastest and slowest of a few runs. Prints a table in Markdown.
+// Transfers take seconds, so they are timed as a whole: median, fastest and slowest of a few runs.
 //
 //   http_bench [requests] [body MiB] [runs]        default: 500 1024 5
 
@@ -9,34 +8,26 @@
 #include <netinet/tcp.h>
 #include <openssl/ssl.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <string>
-#include <vector>
 
+#include "side_by_side.h"
 #include "support/certificates.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/http/http.h"
 
 namespace {
 
+using namespace yinet::bench;
+
 constexpr std::size_t kPieceSize = 256 * 1024;
 constexpr std::size_t kSmallBody = 1024;
-
-[[noreturn]] void give_up(const char* what) {
-  std::perror(what);
-  std::exit(1);
-}
 
 // --- The server: one connection after the other ------------------------------------------------------------------------
 
@@ -179,99 +170,26 @@ long with_new_handles(const std::string& url) {
   return size;
 }
 
-// --- Measuring -----------------------------------------------------------------------------------------------------------
-
-struct Run {
-  double seconds = 0;
-  double processor_seconds = 0;
-  double peak_mib = 0;
-};
-
-double processor_seconds() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  const auto seconds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-  };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
-// In a child process; ends the program when a body is not complete.
-Run measure(const Request& request, const std::string& url, int count, long expected) {
-  int ends[2];
-  if (pipe(ends) != 0) give_up("pipe");
-  std::fflush(stdout);
-  const pid_t pid = fork();
-  if (pid == 0) {
+// `count` requests, each with a body of `expected` bytes.
+Work requests(Request request, const std::string& url, int count, long expected) {
+  return [=](Stopwatch& watch) {
     request(url.substr(0, url.rfind('/')) + "/1");  // one-time set-up of the libraries is not what is compared
-    const double processor_before = processor_seconds();
-    const auto start = std::chrono::steady_clock::now();
+    watch.restart();
     for (int i = 0; i < count; ++i)
-      if (request(url) != expected) _exit(1);
-    Run run;
-    run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    run.processor_seconds = processor_seconds() - processor_before;
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    run.peak_mib = static_cast<double>(usage.ru_maxrss) / 1024;
-    _exit(write(ends[1], &run, sizeof run) == sizeof run ? 0 : 1);
-  }
-  close(ends[1]);
-  Run run;
-  if (read(ends[0], &run, sizeof run) != sizeof run) {
-    std::printf("a client did not get %ld bytes from %s\n", expected, url.c_str());
-    std::exit(1);
-  }
-  close(ends[0]);
-  waitpid(pid, nullptr, 0);
-  return run;
-}
-
-struct Contender {
-  const char* name;
-  Request request;
-  std::vector<Run> runs = {};
-};
-
-// The last contender is what the others are compared with. Runs alternate, so that a busy moment hits all of them.
-void compare(const char* what, std::vector<Contender> contenders, const std::string& url, int count, long expected,
-             int runs) {
-  for (int i = 0; i < runs; ++i)
-    for (Contender& contender : contenders) contender.runs.push_back(measure(contender.request, url, count, expected));
-  for (Contender& contender : contenders)
-    std::sort(contender.runs.begin(), contender.runs.end(),
-              [](const Run& a, const Run& b) { return a.seconds < b.seconds; });
-  const auto median = [](const Contender& contender) { return contender.runs[contender.runs.size() / 2]; };
-  const double reference = median(contenders.back()).seconds;
-  for (const Contender& contender : contenders) {
-    const Run run = median(contender);
-    std::printf("| %s | %s | %.3f | %.3f-%.3f | %.3f | %.0f | %.2f |\n", what, contender.name, run.seconds,
-                contender.runs.front().seconds, contender.runs.back().seconds, run.processor_seconds, run.peak_mib,
-                run.seconds / reference);
-  }
-}
-
-void print_machine() {
-  std::string line;
-  std::ifstream processors("/proc/cpuinfo");
-  while (std::getline(processors, line) && !line.starts_with("model name")) {
-  }
-  std::printf("%s, %ld processors, g++ %s, %s\n", line.c_str(), sysconf(_SC_NPROCESSORS_ONLN), __VERSION__,
-              curl_version());
-#ifndef __OPTIMIZE__
-  std::printf("WARNING: built without optimisation, the numbers mean nothing\n");
-#endif
+      if (request(url) != expected) return false;
+    return true;
+  };
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   const auto argument = [&](int index, int otherwise) { return argc > index ? std::atoi(argv[index]) : otherwise; };
-  const int requests = argument(1, 500);
+  const int count = argument(1, 500);
   const long body = static_cast<long>(argument(2, 1024)) << 20;
   const int runs = argument(3, 5);
   curl_global_init(CURL_GLOBAL_DEFAULT);
-  print_machine();
+  print_machine(curl_version());
 
   const yinet::test::PemPair certificate = yinet::test::Certificates::shared().good();
   SSL_CTX* const context = SSL_CTX_new(TLS_server_method());
@@ -294,23 +212,24 @@ int main(int argc, char** argv) {
     };
   };
 
-  std::printf("\n%d requests of 1 KB on new connections; one body of %ld MiB\n\n", requests, body >> 20);
-  std::printf(
-      "| What | Client | s | fastest-slowest | CPU s | peak MiB | time, libcurl = 1 "
-      "|\n|---|---|---|---|---|---|---|\n");
+  std::printf("\n%d requests of 1 KB on new connections; one body of %ld MiB\n\n", count, body >> 20);
+  print_table_head("libcurl");
   for (const bool secure : {false, true}) {
+    const auto small = [&](Request request) { return requests(std::move(request), url(secure, "counted", kSmallBody), count, kSmallBody); };
     compare(secure ? "requests, TLS" : "requests, plain",
-            {{"yinet, pause 50 ms", with_settings("50", "0")},
-             {"yinet, pause 0", with_settings("0", "0")},
-             {"libcurl, one handle", with_one_handle},
-             {"libcurl, new handles", with_new_handles}},
-            url(secure, "counted", kSmallBody), requests, kSmallBody, runs);
-    for (const char* const form : {"counted", "chunked"})
+            {{"yinet, pause 50 ms", small(with_settings("50", "0"))},
+             {"yinet, pause 0", small(with_settings("0", "0"))},
+             {"libcurl, one handle", small(with_one_handle)},
+             {"libcurl, new handles", small(with_new_handles)}},
+            runs);
+    for (const char* const form : {"counted", "chunked"}) {
+      const auto large = [&](Request request) { return requests(std::move(request), url(secure, form, body), 1, body); };
       compare((std::string(form) + (secure ? ", TLS" : ", plain")).c_str(),
-              {{"yinet", with_settings("0", "0")},
-               {"yinet, exact", with_settings("0", "1")},
-               {"libcurl", with_new_handles}},
-              url(secure, form, body), 1, body, runs);
+              {{"yinet", large(with_settings("0", "0"))},
+               {"yinet, exact", large(with_settings("0", "1"))},
+               {"libcurl", large(with_new_handles)}},
+              runs);
+    }
   }
   for (const pid_t server : servers) kill(server, SIGTERM);
 }
