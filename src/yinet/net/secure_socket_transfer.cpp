@@ -203,9 +203,11 @@ std::size_t take_buffered(SocketState& state, char* target, std::size_t size) {
   return count;
 }
 
-// One read for a caller, through the read-ahead when it is on and the caller asks for little.
+// One read for a caller, through the read-ahead when it is on and the caller asks for little. A read over TLS gives one
+// record at the most, whatever room there is, and what lies behind it is read ahead inside the TLS session.
 IoResult read_or_fill(BIO* bio, SocketState& state, char* target, std::size_t size) {
-  if (!state.read_ahead || size >= state.ahead_capacity) return read_step(bio, state, target, size);
+  const std::size_t most = session_of(bio) != nullptr ? SSL3_RT_MAX_PLAIN_LENGTH : state.ahead_capacity;
+  if (!state.read_ahead || size >= std::min(most, state.ahead_capacity)) return read_step(bio, state, target, size);
   const IoResult result = read_step(bio, state, state.ahead.get(), state.ahead_capacity);
   if (result.outcome != Io::done) return result;
   state.begin = 0;
