@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "command.h"
+#include "ftp_failure.h"
 #include "ftp_url.h"
 #include "terminal.h"
 #include "transfer_progress.h"
@@ -32,11 +33,7 @@ absolute one. Passwords come from the URL, from YINET_FTP_PASSWORD and YINET_PRO
 Exit status: 0 success, 2 wrong call, 3 no connection, 4 login refused, 5 refused by the server (no such file, say),
 6 local file, 7 the transfer broke off, 1 any other failure.)";
 
-constexpr int kNoConnection = 3;
-constexpr int kLoginRefused = 4;
-constexpr int kRefusedByServer = 5;
-constexpr int kLocalFile = 6;
-constexpr int kBrokenOff = 7;
+constexpr const char* kNoListing = "-1";  // of ftps, for no data connection
 
 constexpr int kPlainType = 1;
 constexpr int kTlsType = 4;
@@ -63,10 +60,13 @@ std::optional<int> type_of(const std::pair<std::string_view, int> (&rows)[Count]
 
 YString inside(const std::string& text) { return YString(text_from_argument(text).text); }
 
-std::string password_of(const FtpUrl& url, const char* variable, const std::string& question) {
+// Empty, with a remark, when there is none to be had.
+std::optional<std::string> password_of(const FtpUrl& url, const char* variable, const std::string& question) {
   if (url.has_password || url.user.empty()) return url.password;
   if (const char* value = std::getenv(variable)) return value;
-  return ask_for_password(question);
+  auto typed = ask_for_password(question);
+  if (!typed) remark("no password for " + url.user + ": " + variable + " is not set, and there is no terminal to ask on");
+  return typed;
 }
 
 // People get what scripts don't: exact replies, downloads that are checked, and limits that count silence only.
@@ -75,60 +75,45 @@ void use_careful_settings() {
     set_setting_default(setting->section, setting->name, "1");
 }
 
-std::string last_words(ftps& ftp) { return utf8_from_ansi(printable(trimmed(ftp.get_last_mes(0)))); }
-
-int fail(int code, const std::string& what) {
-  remark(what);
-  return code;
-}
-
-bool server_refused(ftps& ftp) { return ftp.get_last_mesnum() >= 400 && ftp.get_last_mesnum() < 700; }
-
-int connection_failure(ftps& ftp) {
-  const YString command = ftp.get_last_command();
-  const bool login = server_refused(ftp) && (command.StartsWith("USER") || command.StartsWith("PASS"));
-  return fail(login ? kLoginRefused : kNoConnection, last_words(ftp));
-}
-
-int transfer_failure(ftps& ftp, int result) {
-  if (result == -32) return fail(kLocalFile, last_words(ftp));
-  return fail(server_refused(ftp) ? kRefusedByServer : kBrokenOff, last_words(ftp));
-}
-
 // One command on a connection that is logged in; gives the exit code.
 using Action = int (*)(ftps& ftp, const FtpUrl& url, const Arguments& arguments);
 
 template <typename Work>
-int transfer(ftps& ftp, bool quiet, Work work) {
+int transfer(ftps& ftp, bool quiet, const std::string& remote, const std::string& local, Work work) {
   TransferProgress progress(quiet);
-  ftp.on_progress([&](std::int64_t done, std::int64_t total) { progress.show(done, total); });
+  std::int64_t bytes = 0;
+  std::int64_t all = -1;
+  ftp.on_progress([&](std::int64_t done, std::int64_t total) { progress.show(bytes = done, all = total); });
   const int result = work();
   ftp.on_progress(nullptr);
-  progress.finish(result == 0);
-  return result == 0 ? kSucceeded : transfer_failure(ftp, result);
+  const bool succeeded = result == 0 && went_well(ftp);
+  progress.finish(succeeded);
+  return succeeded ? kSucceeded : transfer_failure(ftp, result, remote, local, bytes, all);
 }
 
 int get(ftps& ftp, const FtpUrl& url, const Arguments& arguments) {
   std::string target = arguments.file.empty() ? "./" : arguments.file;
   std::error_code ignored;
   if (!target.ends_with('/') && std::filesystem::is_directory(target, ignored)) target += '/';
-  return transfer(ftp, arguments.quiet, [&] { return ftp.download_file(inside(url.path), inside(target), ftps::kByteType); });
+  return transfer(ftp, arguments.quiet, url.path, target,
+                  [&] { return ftp.download_file(inside(url.path), inside(target), ftps::kByteType); });
 }
 
 int put(ftps& ftp, const FtpUrl& url, const Arguments& arguments) {
   std::string target = url.path;
-  if (target.ends_with('/')) target += std::filesystem::path(arguments.file).filename().string();
-  return transfer(ftp, arguments.quiet, [&] { return ftp.upload_file(inside(arguments.file), inside(target), ftps::kByteType); });
+  if (target.empty() || target.ends_with('/')) target += std::filesystem::path(arguments.file).filename().string();
+  return transfer(ftp, arguments.quiet, target, arguments.file,
+                  [&] { return ftp.upload_file(inside(arguments.file), inside(target), ftps::kByteType); });
 }
 
 int remove(ftps& ftp, const FtpUrl& url, const Arguments&) {
   const int result = ftp.del_file(inside(url.path));
-  return result == 0 && ftp.get_last_mesnum() < 400 ? kSucceeded : fail(kRefusedByServer, last_words(ftp));
+  return result == 0 && went_well(ftp) ? kSucceeded : command_failure(ftp, url.path);
 }
 
 int size(ftps& ftp, const FtpUrl& url, const Arguments&) {
   const long bytes = ftp.get_filesize(inside(url.path));
-  if (bytes < 0) return fail(kRefusedByServer, last_words(ftp));
+  if (bytes < 0) return command_failure(ftp, url.path);
   print(std::to_string(bytes) + "\n");
   return kSucceeded;
 }
@@ -136,17 +121,31 @@ int size(ftps& ftp, const FtpUrl& url, const Arguments&) {
 int list(ftps& ftp, const FtpUrl& url, const Arguments&) {
   std::string folder = url.path;
   while (folder.size() > 1 && folder.ends_with('/')) folder.pop_back();
+  const auto failed = [&] { return command_failure(ftp, folder.empty() ? "." : folder); };
   if (!folder.empty()) {
     ftp.send_command(inside("CWD " + folder), ftps::kReadReply);
-    if (ftp.get_last_mesnum() >= 400) return fail(kRefusedByServer, last_words(ftp));
+    if (!went_well(ftp)) return failed();
   }
   const YString listing = ftp.get_dir_content();
-  if (ftp.get_last_mesnum() >= 400) return transfer_failure(ftp, -1);
+  if (!went_well(ftp) || listing == kNoListing) return failed();
   for (const std::string_view line : split(listing, "\n"))
     if (!trimmed(line).empty()) print(utf8_from_ansi(printable(trimmed_back(line))) + "\n");
   ftp.get_ftpserver_mes();  // the listing's own reply
-  return ftp.get_last_mesnum() < 400 ? kSucceeded : transfer_failure(ftp, -1);
+  return went_well(ftp) ? kSucceeded : failed();
 }
+
+struct Row {
+  const char* name;
+  const char* help;
+  Action action;
+  bool needs_path;  // in the URL
+  bool takes_file, needs_file;
+};
+constexpr std::array kRows = {Row{"get", "Fetch a file", &get, true, true, false},
+                              Row{"put", "Bring a file to the server", &put, false, true, true},
+                              Row{"rm", "Delete a file", &remove, true, false, false},
+                              Row{"size", "Print the size of a file", &size, true, false, false},
+                              Row{"ls", "List a folder", &list, false, false, false}};
 
 std::optional<int> ftp_type(const Arguments& arguments, const FtpUrl& url) {
   if (arguments.type.empty()) return type_of(kServerSchemes, url.scheme);
@@ -156,9 +155,10 @@ std::optional<int> ftp_type(const Arguments& arguments, const FtpUrl& url) {
   return number > 0 ? std::optional<int>(number) : std::nullopt;
 }
 
-int run(Action action, const Arguments& arguments) {
+int run(const Row& row, const Arguments& arguments) {
   auto url = parse_ftp_url(arguments.url);
   if (!url || !type_of(kServerSchemes, url->scheme)) return wrong_call("write the URL as ftp://HOST/PATH or ftps://HOST/PATH");
+  if (row.needs_path && (url->path.empty() || url->path.ends_with('/'))) return wrong_call("the URL names no file");
   const auto type = ftp_type(arguments, *url);
   if (!type) return wrong_call("--type is \"tls\", \"plain\" or a number above 0");
   ProxyChoice proxy;
@@ -168,21 +168,30 @@ int run(Action action, const Arguments& arguments) {
     if (!kind) return wrong_call("write the proxy as socks5://HOST:PORT, socks4://HOST:PORT or ftp://HOST:PORT");
     proxy = {*kind, *parsed};
   }
+  if (breaks_protocol_line(url->user) || breaks_protocol_line(url->path)) return wrong_call("a name cannot hold a line break");
+  if (const std::string reason = row.needs_file ? reason_not_to_send(arguments.file) : ""; !reason.empty()) {
+    remark(reason);
+    return kLocalFile;
+  }
   if (url->user.empty()) {
     url->user = "anonymous";
     url->password = "anonymous@";
     url->has_password = true;
   }
-  const YString password = inside(password_of(*url, "YINET_FTP_PASSWORD", "Password for " + url->user + ": "));
-  const YString proxy_password =
-      inside(password_of(proxy.url, "YINET_PROXY_PASSWORD", "Password of the proxy for " + proxy.url.user + ": "));
+  const auto typed = password_of(*url, "YINET_FTP_PASSWORD", "Password for " + url->user + ": ");
+  if (!typed) return kWrongCall;
+  const auto proxy_typed =
+      password_of(proxy.url, "YINET_PROXY_PASSWORD", "Password of the proxy for " + proxy.url.user + ": ");
+  if (!proxy_typed) return kWrongCall;
+  const YString password = inside(*typed);
+  const YString proxy_password = inside(*proxy_typed);
   const SecretScope no_password(password);
   const SecretScope no_proxy_password(proxy_password);
   use_careful_settings();
   ftps ftp(inside(url->host), inside(url->user), password, inside(proxy.url.host), *type, proxy.type,
            inside(arguments.certificate), inside(proxy.url.user), proxy_password);
-  if (ftp.connect() != 0) return connection_failure(ftp);
-  const int code = action(ftp, *url, arguments);
+  if (ftp.connect() != 0 || no_reply(ftp)) return connection_failure(ftp, url->host, url->user);
+  const int code = row.action(ftp, *url, arguments);
   ftp.closeconnection();
   return code;
 }
@@ -193,25 +202,15 @@ Command add_ftp_command(CLI::App& program) {
   CLI::App* command = program.add_subcommand("ftp", "Move files to and from FTP servers, with or without TLS");
   command->require_subcommand(1);
   command->footer(kExamples);
-  struct Row {
-    const char* name;
-    const char* help;
-    Action action;
-    bool takes_file, needs_file;
-  };
-  constexpr std::array kRows = {Row{"get", "Fetch a file", &get, true, false},
-                                Row{"put", "Bring a file to the server", &put, true, true},
-                                Row{"rm", "Delete a file", &remove, false, false},
-                                Row{"size", "Print the size of a file", &size, false, false},
-                                Row{"ls", "List a folder", &list, false, false}};
   const auto arguments = std::make_shared<Arguments>();
-  std::vector<std::pair<CLI::App*, Action>> actions;
+  std::vector<std::pair<CLI::App*, const Row*>> rows;
   for (const Row& row : kRows) {
     CLI::App* app = command->add_subcommand(row.name, row.help);
     app->footer(kExamples);
     app->add_option("URL", arguments->url, "ftp:// or ftps:// with server and path")->required()->type_name("");
     if (row.takes_file) {
-      auto* file = app->add_option("FILE", arguments->file, "The local file");
+      auto* file = app->add_option("FILE", arguments->file,
+                                   row.needs_file ? "The local file" : "The local file or folder; the working folder if absent");
       file->type_name("");
       if (row.needs_file) file->required();
     }
@@ -219,11 +218,11 @@ Command add_ftp_command(CLI::App& program) {
     app->add_option("--proxy", arguments->proxy, "socks5://, socks4:// or ftp:// with user, host and port")->type_name("URL");
     app->add_option("--certificate", arguments->certificate, "Folder of trusted certificates, or the client's PEM file");
     app->add_flag("--quiet", arguments->quiet, "No progress and no throughput");
-    actions.emplace_back(app, row.action);
+    rows.emplace_back(app, &row);
   }
   return {command, [=] {
-            for (const auto& [app, action] : actions)
-              if (app->parsed()) return run(action, *arguments);
+            for (const auto& [app, row] : rows)
+              if (app->parsed()) return run(*row, *arguments);
             return kWrongCall;
           }};
 }

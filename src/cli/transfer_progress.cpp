@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdio>
 
 #include "terminal.h"
@@ -57,23 +58,26 @@ void TransferProgress::finish(bool succeeded) {
          readable_size(static_cast<double>(done_) / seconds) + "/s");
 }
 
-std::string ask_for_password(const std::string& question) {
+std::optional<std::string> ask_for_password(const std::string& question) {
   const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY);
   termios before{};
-  std::string line;
   if (terminal < 0 || tcgetattr(terminal, &before) != 0) {
     if (terminal >= 0) close(terminal);
-    return line;
+    return std::nullopt;
   }
+  // Ctrl-C is read like a letter: ending right here would leave the terminal without echo.
   termios silent = before;
-  silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+  silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ISIG);
+  const char interrupt = static_cast<char>(before.c_cc[VINTR]);
   tcsetattr(terminal, TCSAFLUSH, &silent);
   static_cast<void>(!write(terminal, question.data(), question.size()));
+  std::string line;
   char c = 0;
-  while (read(terminal, &c, 1) == 1 && c != '\n') line.push_back(c);
+  while (read(terminal, &c, 1) == 1 && c != '\n' && c != interrupt) line.push_back(c);
   tcsetattr(terminal, TCSAFLUSH, &before);
   static_cast<void>(!write(terminal, "\n", 1));
   close(terminal);
+  if (c == interrupt) std::raise(SIGINT);
   return line;
 }
 

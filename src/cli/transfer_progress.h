@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace yinet::cli {
@@ -29,7 +30,7 @@ class TransferProgress {
 // "512 bytes", "1.5 MB": decimal units.
 std::string readable_size(double bytes);
 
-// A line typed on the terminal without echo; empty when there is none.
-std::string ask_for_password(const std::string& question);
+// A line typed on the terminal without echo; empty when there is no terminal.
+std::optional<std::string> ask_for_password(const std::string& question);
 
 }  // namespace yinet::cli

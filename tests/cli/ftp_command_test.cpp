@@ -56,7 +56,7 @@ TEST(FtpCommand, MovesListsAndDeletesFiles) {
   EXPECT_EQ(result.exit_code, 4);
   EXPECT_THAT(result.errors, testing::Not(testing::HasSubstr("not the password")));
   EXPECT_EQ(run_ftp({"size", "ftp://127.0.0.1:" + std::to_string(refused_port()) + "/x"}, "").exit_code, 3);
-  for (const char* wrong : {"http://x/y", "127.0.0.1/x", "ftp://", "ftp:///x"}) EXPECT_EQ(run_ftp({"size", wrong}, "").exit_code, 2) << wrong;
+  for (const char* wrong : {"http://x/y", "127.0.0.1/x", "ftp://", "ftp:///x", "ftp://x/", "ftp://x/a%0Ab"}) EXPECT_EQ(run_ftp({"size", wrong}, "").exit_code, 2) << wrong;
 }
 
 TEST(FtpCommand, ACutDownloadIsAFailure) {
@@ -80,6 +80,14 @@ TEST(FtpCommand, ACutDownloadIsAFailure) {
   const TempDir local;
   const CommandResult result = run_ftp({"get", "ftp://u:p@" + server.target() + "/f", (local / "x").string()}, "");
   EXPECT_EQ(result.exit_code, 7) << result.errors;
+}
+
+TEST(FtpCommand, AReplyThatDoesNotComeIsAFailure) {
+  ScriptedPeer server(Script().send("220 hi\r\n").expect("USER u\r\n").send("331 a\r\n").expect("PASS p\r\n").send("230 b\r\n")
+                          .expect("DELE f\r\n").stay_silent());
+  const CommandResult result = run_ftp({"rm", "ftp://u:p@" + server.target() + "/f", "--set", "FTP/AntwortLimit=2000"}, "");
+  EXPECT_EQ(result.exit_code, 7);
+  EXPECT_EQ(result.errors, "yinet: f: the server did not answer in time\n");
 }
 
 }  // namespace

@@ -1,0 +1,94 @@
+#include "ftp_failure.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string_view>
+
+#include "terminal.h"
+#include "yinet/ftp/ftps.h"
+#include "yinet/host/codepage.h"
+#include "yinet/host/text.h"
+#include "yinet/host/ylog.h"
+
+namespace yinet::cli {
+namespace {
+
+constexpr int kFirstRefusal = 400;
+constexpr int kFirstOwnStatus = 700;  // of ftps itself, not of the server
+constexpr int kConnectFailed = 702;
+constexpr int kTargetNotOpened = 708;
+constexpr int kTargetNotWritten = 710;
+constexpr int kLocalFileResult = -32;
+
+bool refused_by_server(ftps& ftp) {
+  return !no_reply(ftp) && ftp.get_last_mesnum() >= kFirstRefusal && ftp.get_last_mesnum() < kFirstOwnStatus;
+}
+
+// What the server said last, or why it said nothing.
+std::string words(ftps& ftp) {
+  if (no_reply(ftp)) return "the server did not answer in time";
+  if (ftp.get_last_mesnum() >= kFirstOwnStatus) return "the server has ended the connection";
+  return utf8_from_ansi(printable(SecretScope::masked(trimmed(ftp.get_last_mes(0)))));
+}
+
+int fail(int code, const std::string& what) {
+  remark(what);
+  return code;
+}
+
+std::string why_not_written(int number, const std::string& local) {
+  const std::filesystem::path folder = std::filesystem::path(local).parent_path();
+  std::error_code error;
+  if (number == kTargetNotWritten) return local + " could not be written to its end";
+  if (!folder.empty() && !std::filesystem::is_directory(folder, error)) return "there is no folder " + folder.string();
+  return local + " cannot be written";
+}
+
+}  // namespace
+
+bool no_reply(ftps& ftp) { return ftp.GetScoketDescriptor() < 0; }
+bool went_well(ftps& ftp) { return !no_reply(ftp) && ftp.get_last_mesnum() < kFirstRefusal; }
+
+int connection_failure(ftps& ftp, const std::string& server, const std::string& user) {
+  if (ftp.get_last_mesnum() == kConnectFailed) return fail(kNoConnection, "no connection to " + server);
+  const YString command = ftp.get_last_command();
+  if (command.StartsWith("AUTH")) {
+    if (!refused_by_server(ftp) && went_well(ftp)) return fail(kNoConnection, "TLS with " + server + " did not come about");
+    if (refused_by_server(ftp)) {
+      return fail(kNoConnection, server + " offers no TLS (" + words(ftp) + "); ftp:// does without, with the password in clear");
+    }
+  }
+  const bool login = refused_by_server(ftp) && (command.StartsWith("USER") || command.StartsWith("PASS"));
+  return login ? fail(kLoginRefused, "login as " + user + " refused: " + words(ftp))
+               : fail(kNoConnection, server + ": " + words(ftp));
+}
+
+int command_failure(ftps& ftp, const std::string& path) {
+  return fail(refused_by_server(ftp) ? kRefusedByServer : kBrokenOff, path + ": " + words(ftp));
+}
+
+int transfer_failure(ftps& ftp, int result, const std::string& remote, const std::string& local, std::int64_t done,
+                     std::int64_t total) {
+  if (result == kLocalFileResult) {
+    const int number = ftp.get_last_mesnum();
+    const bool target = number == kTargetNotOpened || number == kTargetNotWritten;
+    return fail(kLocalFile, target ? why_not_written(number, local) : local + " cannot be read");
+  }
+  if (!went_well(ftp)) return command_failure(ftp, remote);
+  const std::string progress = total >= 0 ? std::to_string(done) + " of " + std::to_string(total) + " bytes" : "";
+  return fail(kBrokenOff, remote + ": the transfer broke off" + (progress.empty() ? "" : " after " + progress));
+}
+
+std::string reason_not_to_send(const std::string& file) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> opened(std::fopen(file.c_str(), "rb"), &std::fclose);
+  std::error_code error;
+  if (!opened) return file + " cannot be read: " + std::strerror(errno);
+  if (std::filesystem::is_directory(file, error)) return file + " is a folder";
+  if (std::filesystem::file_size(file, error) == 0) return file + " is empty, and empty files are not sent";
+  return {};
+}
+
+}  // namespace yinet::cli
