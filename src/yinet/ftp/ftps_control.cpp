@@ -57,13 +57,17 @@ ftps::ftps(const YString& host, const YString& user, const YString& password, co
   load_certificate();
 }
 
-ftps::ftps(const ftps& other) : SecureSocket(), state_(std::make_unique<FtpsState>()) { copy_settings(other); }
+ftps::ftps(const ftps& other) : SecureSocket(), state_(std::make_unique<FtpsState>()) {
+  copy_settings(other);
+  load_certificate();
+}
 
 ftps& ftps::operator=(const ftps& other) {
   if (this == &other) return *this;
   Close();
   SSL_CTX_free(std::exchange(sslContext, nullptr));
   copy_settings(other);
+  load_certificate();
   return *this;
 }
 
@@ -135,7 +139,6 @@ void ftps::copy_settings(const ftps& other) {
   ftp_type_ = other.ftp_type_;
   data_port_ = other.data_port_;
   data_address_ = other.data_address_;
-  load_certificate();
 }
 
 // --- Connecting ---------------------------------------------------------------------------------------------------------
@@ -207,7 +210,8 @@ int ftps::connect() {
       const std::lock_guard guard(state_->dialogue);
       send_command("AUTH TLS", kReadReply);
       if (refused()) {  // no TLS can come up, and nothing secret may follow without it
-        YLog.Event(kErrorLevel, message::kFtpTlsRefused, address_text(host_, port_), get_last_mes(0));
+        const bool by_server = get_last_mesnum() < kFirstOwnStatus;
+        if (by_server) YLog.Event(kErrorLevel, message::kFtpTlsRefused, address_text(host_, port_), get_last_mes(0));
         return kFailed;
       }
       drop_clear_text();

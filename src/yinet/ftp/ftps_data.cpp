@@ -82,21 +82,21 @@ int ftps::connect_data(SecureSocket& data, int flags) {
 
 int ftps::connect_data_through_socks(SecureSocket& data, int flags) {
   const std::string proxy = formatted("$1$:$2$", proxy_host_, std::to_string(proxy_port_));
-  const int go_on = (flags & kForce) != 0 ? kDone : kFailed;
+  const bool go_on = (flags & kForce) != 0;  // with TLS only as far as STARTTLS, which fails without a tunnel
   YLog.DebugEvent(kTraceChannel, message::kFtpProxyConnecting, proxy);
   const int connected = data.Connect(data_address_, static_cast<unsigned int>(data_port_), proxy_host_,
                                      static_cast<unsigned int>(proxy_port_), false, proxy_user_, proxy_password_);
   if (connected == kFailed) {
     YLog.DebugEvent(kTraceChannel, message::kFtpProxyFailed, proxy, data_address_);
     YLog.DebugEnd(kTraceChannel, message::kFtpDataFailed, data_address_, std::to_string(data_port_));
-    return go_on;
+    if (!go_on) return kFailed;
   }
   YLog.DebugEvent(kTraceChannel, message::kFtpProxyStep, proxy, std::to_string(connected));
   const int tunnel = data.SocksConnect(static_cast<unsigned int>(proxy_type_));
   if (tunnel != kDone) {
     YLog.DebugEvent(kTraceChannel, message::kFtpSocksStep, proxy, std::to_string(tunnel));
     data.Close();  // what goes through it would be the proxy's, not the server's
-    return go_on;
+    if (!go_on) return kFailed;
   }
   if (ftp_type_ == kTlsType) {
     data.resume_session_of(*this);

@@ -41,6 +41,7 @@ inline constexpr int kReceiveEnded = -1000;  // of SecureSocket::Receive
 
 // Reply codes that are looked at.
 inline constexpr int kFirstRefusal = 400;
+inline constexpr int kFirstOwnStatus = 700;  // no server's reply, but one of the texts below
 inline constexpr int kSizeReply = 213;
 inline constexpr int kNoFileReply = 550;
 

@@ -76,7 +76,8 @@ long ftps::get_filesize(const YString& remote) {
     constexpr std::size_t kBehindCode = 4;
     constexpr int kWithCommand = 1;
     set_server_transfer_type(kByteType, 0);
-    send_command(YString(formatted("SIZE $1$", remote)), kReadReply);
+    // After a reply that did not come the last message is that of another command, another file's size perhaps.
+    if (send_command(YString(formatted("SIZE $1$", remote)), kReadReply) == kTimeOver) return -1;
     switch (get_last_mesnum()) {
       case kSizeReply: return size_in_answer(get_last_mes(kWithCommand), kBehindCode);
       case kNoFileReply: return kNoSuchFile;

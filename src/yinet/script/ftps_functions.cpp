@@ -82,7 +82,8 @@ struct Login {
 bool handed_to_ssh(YObject& parameters, std::string_view function) {
   if (parameters.GetInteger(key::kFtpType) != kSshType) return false;
   const ProxyLogin account = proxy_login(parameters);
-  const SecretScope no_password(account.password);
+  const SecretScope no_password(parameters.GetString(key::kPassword));
+  const SecretScope no_proxy_password(account.password);
   parameters.Store<YString>(key::kProxyUser, account.user);
   parameters.Store<YString>(key::kProxyPassword, account.password);
   YScript.ExecuteFunction(ssh_client::kClass, function, 0, &parameters);
@@ -169,11 +170,11 @@ void ftps_download(YObject& parameters) {
   if (name.IsEmpty()) name = YFile::ExtractNameAndExtension(local_name(file));
   const YString wanted = parameters.GetString(key::kTargetFolder);
   const YString resolved = YFileManager.ResolvePath(wanted.IsEmpty() ? YString(".") : wanted);
-  // A folder that means nothing here must not turn into the root.
-  if (resolved.IsEmpty()) return store_result(parameters, kFailure);
   const YString folder = with_last_backslash(resolved);
-  const YString target = folder + name;
+  // A folder that means nothing here must not turn into the root.
+  const YString target = resolved.IsEmpty() ? YString() : folder + name;
   if (login.is_local()) return download_locally(parameters, login, file, folder, target);
+  if (target.IsEmpty()) return store_result(parameters, kFailure);
 
   ftps ftp = login.client();
   if (ftp.connect() != kDone) return store_result(parameters, kFailure);
@@ -290,9 +291,10 @@ constexpr std::array kDeleteParameters = {
     kProxyTypeRow, kProxyAddressRow, kProxyUserRow, kProxyPasswordRow};
 
 constexpr std::string_view kResultMeaning = "1 when it succeeded, otherwise 0; true or false with a local host.";
-constexpr std::array<int, 7> kDownloadMessages = {21001, 21714, 21715, 21716, 21734, 21736, 21738};
-constexpr std::array<int, 5> kUploadMessages = {21001, 21710, 21714, 21715, 21716};
-constexpr std::array<int, 4> kDeleteMessages = {21001, 21712, 21714, 21715};
+constexpr std::array kDownloadMessages = {21001, 21714, 21715, 21716, 21717, 21718, 21734,
+                                          21736, 21738, 21745, 21746, 21747, 21749};
+constexpr std::array kUploadMessages = {21001, 21710, 21714, 21715, 21716, 21717, 21718, 21742, 21743, 21744, 21749};
+constexpr std::array kDeleteMessages = {21001, 21712, 21714, 21715, 21717, 21718};
 constexpr std::array<std::string_view, 5> kDownloadExample = {"pHOST=ftp.example.com", "pUser=me", "pPasswd=secret",
                                                               "pDateiname=reports/today.txt",
                                                               "pZielverzeichnis=TEMP:"};
