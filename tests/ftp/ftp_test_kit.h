@@ -5,9 +5,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "net/socket_test_kit.h"
 #include "support/bytes.h"
@@ -27,50 +29,55 @@ class OpenFtps : public ftps {
  public:
   using ftps::ftps;
   using ftps::set_last_mes;
+  using ftps::set_transfer_type;
   using ftps::StartNoopThread;
   using ftps::StopNOOPThread;
-  using ftps::str2_to_adr;
-  using ftps::str2_to_port;
 };
 
-// How a client gets to its server.
-enum class Route { direct, socks5, socks5_password, socks4 };
-inline constexpr Route kAllRoutes[] = {Route::direct, Route::socks5, Route::socks5_password, Route::socks4};
-inline std::string name_of(Route route) {
-  switch (route) {
-    case Route::direct: return "direct";
-    case Route::socks5: return "socks5";
-    case Route::socks5_password: return "socks5_password";
-    case Route::socks4: return "socks4";
-  }
-  return {};
+// What a scripted server expects and answers, in turn, without line ends. An empty command is not waited for; the answers
+// "close" and "reset" end the connection, and so does a 421.
+using Turns = std::vector<std::pair<std::string, std::string>>;
+inline Turns operator+(Turns a, const Turns& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
 }
+inline const Turns kLogin = {{"", "220 hi"}, {"USER u", "331 go on"}, {"PASS p", "230 in"}};
 
-// The proxy of a route, when it has one.
-class Way {
- public:
-  static std::string missing(Route route) {
-    return route == Route::direct ? std::string() : SocksServer::missing(brand(route));
-  }
-  explicit Way(Route route) : route_(route) {
-    if (route == Route::direct) return;
-    const bool password = route == Route::socks5_password;
-    proxy_ = std::make_unique<SocksServer>(brand(route), password ? "proxy user" : "", password ? "proxy pass" : "");
-  }
-  [[nodiscard]] OpenFtps client(const FtpServer& server, int ftp_type) const {
-    return OpenFtps(server.address(), server.user(), server.password(), proxy_ ? proxy_->address() : "", ftp_type, type(),
-                    "", route_ == Route::socks5_password ? "proxy user" : "",
-                    route_ == Route::socks5_password ? "proxy pass" : "");
-  }
-  [[nodiscard]] std::string proxy_address() const { return proxy_ ? proxy_->address() : ""; }
-  [[nodiscard]] int type() const { return route_ == Route::direct ? 0 : route_ == Route::socks4 ? 4 : 5; }
+inline ConnectionScript dialogue(Turns turns, ConnectionScript then = Script().read_to_end()) {
+  return [turns = std::move(turns), then = std::move(then)](Connection& connection) {
+    for (const auto& [command, reply] : turns) {
+      if (!command.empty()) connection.expect(command + "\r\n");
+      if (reply == "close") return connection.close();
+      if (reply == "reset") return connection.reset();
+      connection.send(reply + "\r\n");
+      if (reply.starts_with("421")) return connection.close();
+    }
+    then(connection);
+  };
+}
+inline std::string passive(std::uint16_t port, const std::string& address = "127,0,0,1") {
+  return "227 (" + address + "," + std::to_string(port / 256) + "," + std::to_string(port % 256) + ")";
+}
+inline YString target_of(const ScriptedPeer& server) { return YString(server.target()); }
 
- private:
-  static SocksServer::Brand brand(Route route) {
-    return route == Route::socks5_password ? SocksServer::Brand::microsocks : SocksServer::Brand::dante;
+// A client that is logged in at a scripted server. "@" as an answer is the address of its data connections, and "@" with an
+// address "1,2,3,4" behind it names their port there.
+struct Dialogue {
+  explicit Dialogue(Turns turns, ConnectionScript data_script = Script().read_to_end(),
+                    ConnectionScript then = Script().read_to_end())
+      : data(ScriptedPeer::for_every_connection(std::move(data_script))), server(dialogue(kLogin + with_address(std::move(turns)), std::move(then))) {
+    EXPECT_EQ(ftp.connect(), 0);
   }
-  Route route_;
-  std::unique_ptr<SocksServer> proxy_;
+  Turns with_address(Turns turns) const {
+    for (auto& [command, reply] : turns)
+      if (reply.starts_with('@')) reply = reply.size() > 1 ? passive(data.port(), reply.substr(1)) : passive(data.port());
+    return turns;
+  }
+  ftps* operator->() { return &ftp; }
+
+  ScriptedPeer data;
+  ScriptedPeer server;
+  OpenFtps ftp{target_of(server), "u", "p", kPlainFtp, ""};
 };
 
 class FtpTest : public SocketTest {

@@ -11,17 +11,13 @@
 namespace yinet::test {
 namespace {
 
-struct Raised {
-  int number;
-  std::string text, context;
-};
-
 class FtpsFunctionsTest : public FtpTest {
  protected:
   FtpsFunctionsTest() {
     set_error_handler([this](const ErrorMessage& message) {
       EXPECT_EQ(message.level, 6);
-      raised.push_back({message.number, std::string(message.text), std::string(message.context)});
+      raised.push_back(message.number);
+      context = message.context;
     });
   }
   ~FtpsFunctionsTest() override { set_error_handler(nullptr); }
@@ -32,167 +28,127 @@ class FtpsFunctionsTest : public FtpTest {
     find_script_function(name)->entry(&block);
     return *block.FindAt<YObject>(0);
   }
-  static YObject login(const YString& host, const YString& user, const YString& password, int type) {
-    YObject parameters;
-    parameters.Store<YString>("pHOST", host);
-    parameters.Store<YString>("pUser", user);
-    parameters.Store<YString>("pPasswd", password);
-    parameters.Store<std::int32_t>("pFTPTyp", type);
-    return parameters;
+  static bool succeeds(std::string_view name, const YObject& parameters) {
+    const YObject result = call(name, parameters);
+    EXPECT_EQ(result.GetType("_RETV"), kTypeInteger);
+    return result.GetInteger("_RETV") == 1;
   }
-  static YObject login(const FtpServer& server, int type) {
-    return login(server.address(), server.user(), server.password(), type);
+  // All texts that the three functions need: `local_path` there, `remote` here, back again into the folder under its name.
+  YObject parameters(std::string_view host, std::string_view user, std::string_view password, int type,
+                     const YString& local_path = {}, std::string_view remote = "f") {
+    YObject all;
+    const std::pair<std::string_view, std::string_view> texts[] = {
+        {"pHOST", host}, {"pUser", user}, {"pPasswd", password}, {"pQuellDateiname", local_path}, {"pZieldateiname", remote},
+        {"pDateiname", remote}};
+    for (const auto& [key, text] : texts) all.StoreText(key, text);
+    all.Store<YString>("pZielverzeichnis", local_name(""));
+    all.Store<std::int32_t>("pFTPTyp", type);
+    return all;
   }
 
-  std::vector<Raised> raised;
+  std::vector<int> raised;
+  std::string context;  // of the last message
 };
 
 TEST_F(FtpsFunctionsTest, AFileGoesThereAndBackAndAway) {
   YINET_SKIP_FOR(FtpServer::missing(FtpBrand::proftpd));
   const FtpServer server({.brand = FtpBrand::proftpd, .tls = true});
   server.make_folder("in");
-  YObject parameters = login(server, 0);  // counts as 4
-  parameters.Store<YString>("pQuellDateiname", local_file("there.txt", "content"));
-  parameters.StoreText("pZieldateiname", "in/there.txt");
-  parameters.Store<std::int32_t>("pOptionen", 0);
-  EXPECT_EQ(call("FTPS_UPLOAD", parameters).GetInteger("_RETV"), 1);
+  YObject file = parameters(server.address(), server.user(), server.password(), 0, local_file("source", "content"), "in/there.txt");
+  EXPECT_TRUE(succeeds("FTPS_UPLOAD", file)) << "type 0 counts as 4";
   EXPECT_EQ(server.content("in/there.txt"), "content");
-
-  parameters.StoreText("pDateiname", "in/there.txt");
-  parameters.Store<YString>("pZielverzeichnis", local_name(""));
-  parameters.StoreText("pLokalerName", "back.txt");
-  parameters.Store<std::int32_t>("pOptionen", 4);
-  YObject result = call("FTPS_DOWNLOADDATEI", parameters);
-  EXPECT_EQ(result.GetType("_RETV"), kTypeInteger);
-  EXPECT_EQ(result.GetInteger("_RETV"), 1);
-  EXPECT_EQ(read_file(local / "back.txt"), "content");
-  EXPECT_EQ(call("FTPS_LOESCHE", parameters).GetInteger("_RETV"), 1);
+  file.Store<std::int32_t>("pOptionen", 4);
+  EXPECT_TRUE(succeeds("FTPS_DOWNLOADDATEI", file));
+  EXPECT_EQ(read_file(local / "there.txt"), "content");
+  EXPECT_TRUE(succeeds("FTPS_LOESCHE", file));
   EXPECT_FALSE(server.has("in/there.txt"));
-  EXPECT_TRUE(raised.empty());
 
-  result = call("FTPS_LOESCHE", parameters);
-  EXPECT_EQ(result.GetInteger("_RETV"), 0);
-  parameters.StoreText("pLokalerName", "none.txt");
-  EXPECT_EQ(call("FTPS_DOWNLOADDATEI", parameters).GetInteger("_RETV"), 0);
+  file.StoreText("pLokalerName", "none.txt");
+  file.StoreText("pZieldateiname", "nowhere/x");
+  for (const char* function : {"FTPS_LOESCHE", "FTPS_DOWNLOADDATEI", "FTPS_UPLOAD"}) {
+    EXPECT_FALSE(succeeds(function, file));
+    EXPECT_THAT(context, testing::HasSubstr(server.password())) << "the host gets it";
+  }
+  EXPECT_THAT(raised, testing::ElementsAre(21712, 21736, 21710));
   EXPECT_FALSE(std::filesystem::exists(local / "none.txt"));
-  parameters.StoreText("pZieldateiname", "nowhere/x");
-  EXPECT_EQ(call("FTPS_UPLOAD", parameters).GetInteger("_RETV"), 0);
-  ASSERT_EQ(raised.size(), 3U);
-  EXPECT_EQ(raised[0].number, 21712);
-  EXPECT_EQ(raised[1].number, 21736);
-  EXPECT_EQ(raised[2].number, 21710);
-  for (const Raised& message : raised)
-    EXPECT_THAT(message.context, testing::HasSubstr(server.password().c_str())) << "the host gets it";
 
-  parameters.StoreText("pPasswd", "wrong");
-  EXPECT_EQ(call("FTPS_LOESCHE", parameters).GetInteger("_RETV"), 0);
-  EXPECT_EQ(raised.size(), 3U) << "a failed login raises nothing";
-}
-
-TEST_F(FtpsFunctionsTest, TheLogMasksThePasswordOfAContext) {
-  YINET_SKIP_FOR(FtpServer::missing(FtpBrand::proftpd));
-  const FtpServer server({.brand = FtpBrand::proftpd});
+  std::string lines;  // as the log has them without a host's own handler
   set_error_handler(nullptr);
-  std::string lines;
   set_log_sink([&](const LogRecord& record) { lines += log_line(record) + "\n"; });
-  YObject parameters = login(server, kPlainFtp);
-  parameters.StoreText("pDateiname", "missing");
-  EXPECT_EQ(call("FTPS_LOESCHE", parameters).GetInteger("_RETV"), 0);
-  EXPECT_THAT(lines, testing::HasSubstr("***"));
-  EXPECT_THAT(lines, testing::Not(testing::HasSubstr(server.password())));
+  EXPECT_FALSE(succeeds("FTPS_LOESCHE", file));
+  EXPECT_THAT(lines, testing::AllOf(testing::HasSubstr("***"), testing::Not(testing::HasSubstr(server.password()))));
+  lines.clear();
+  file.StoreText("pPasswd", "wrong");
+  EXPECT_FALSE(succeeds("FTPS_LOESCHE", file));
+  EXPECT_EQ(lines, "") << "a failed login raises nothing";
 }
 
-// One connection of a scripted server: the login, then a dialogue, then whatever the client sends.
-ConnectionScript session(std::vector<std::pair<std::string, std::string>> turns) {
-  return [turns = std::move(turns)](Connection& connection) {
-    connection.send("220 hi\r\n");
-    connection.expect("USER u\r\n");
-    connection.send("331 go on\r\n");
-    connection.expect("PASS p\r\n");
-    connection.send("230 in\r\n");
-    for (const auto& [command, reply] : turns) {
-      connection.expect(command);
-      connection.send(reply);
-    }
-    connection.read_to_end();
-  };
-}
-
-TEST_F(FtpsFunctionsTest, TheSizeCheckTellsWhatIsWrong) {
+TEST_F(FtpsFunctionsTest, ResultsTurnIntoMessages) {
+  const Turns size_known = {{"TYPE I", "200 ok"}, {"SIZE f", "213 7"}};
+  const Turns stored = {{"PASV", "@"}, {"TYPE I", "200 ok"}, {"STOR f", "150 go\r\n226 done"}};
+  const Turns fetched = size_known + Turns{{"PASV", "@"}, {"RETR f", "150 go\r\n226 done"}};
   const struct {
-    const char* size_reply;  // empty: the second login fails
-    int upload, download;    // messages, 0 for success
-  } cases[] = {{"213 7\r\n", 0, 0},
-               {"213 8\r\n", 21742, 21745},
-               {"550 no\r\n", 21743, 21746},
-               {"500 what\r\n", 21742, 21745},
-               {"", 21749, 21749}};
+    const char* function;
+    Turns turns;
+    const char* check;  // the reply to the size check; empty: its login fails; null: there is none
+    int message;        // 0 for success, 1 for a silent failure
+  } cases[] = {
+      {"FTPS_UPLOAD", stored, "213 7", 0},
+      {"FTPS_UPLOAD", stored, "213 8", 21742},
+      {"FTPS_UPLOAD", stored, "550 no", 21743},
+      {"FTPS_UPLOAD", stored, "", 21749},
+      {"FTPS_DOWNLOADDATEI", fetched, "213 7", 0},
+      {"FTPS_DOWNLOADDATEI", fetched, "500 what", 21745},
+      {"FTPS_DOWNLOADDATEI", fetched, "550 no", 21746},
+      {"FTPS_DOWNLOADDATEI", fetched, "", 21749},
+      {"FTPS_DOWNLOADDATEI", {{"TYPE I", "200 ok"}, {"SIZE f", "500 what"}}, nullptr, 21738},
+      {"FTPS_DOWNLOADDATEI", size_known + Turns{{"PASV", "@"}, {"RETR f", "550 no"}}, nullptr, 1},
+  };
   for (const auto& c : cases) {
-    for (const bool upload : {true, false}) {
-      SCOPED_TRACE(std::string(c.size_reply) + (upload ? "upload" : "download"));
-      raised.clear();
-      ScriptedPeer data(upload ? Script().read_to_end() : Script().send("content").close());
-      const std::string passive = "227 (127,0,0,1," + std::to_string(data.port() / 256) + "," +
-                                  std::to_string(data.port() % 256) + ")\r\n";
-      std::vector<std::pair<std::string, std::string>> turns;
-      if (!upload) turns.insert(turns.end(), {{"TYPE I\r\n", "200 ok\r\n"}, {"SIZE f\r\n", "213 7\r\n"}});
-      turns.emplace_back("PASV\r\n", passive);
-      if (upload) turns.emplace_back("TYPE I\r\n", "200 ok\r\n");
-      turns.emplace_back(upload ? "STOR f\r\n" : "RETR f\r\n", "150 go\r\n226 done\r\n");
-      turns.emplace_back("QUIT\r\n", "221 bye\r\n");
-      ScriptedPeer server(std::vector<ConnectionScript>{
-          session(turns), *c.size_reply ? session({{"TYPE I\r\n", "200 ok\r\n"}, {"SIZE f\r\n", c.size_reply}})
-                                        : ConnectionScript(Script().send("421 full\r\n").close())});
-      YObject parameters = login(YString(server.target()), "u", "p", kPlainFtp);
-      parameters.Store<std::int32_t>("pOptionen", 4);
-      parameters.Store<YString>("pQuellDateiname", local_file("f", "content"));
-      parameters.StoreText("pZieldateiname", "f");
-      parameters.StoreText("pDateiname", "f");
-      parameters.Store<YString>("pZielverzeichnis", local_name(""));
-      const int wanted = upload ? c.upload : c.download;
-      EXPECT_EQ(call(upload ? "FTPS_UPLOAD" : "FTPS_DOWNLOADDATEI", parameters).GetInteger("_RETV"), wanted == 0 ? 1 : 0);
-      EXPECT_EQ(raised.empty() ? 0 : raised.front().number, wanted);
-    }
+    SCOPED_TRACE(c.function + std::string(" ") + (c.check ? c.check : "no check"));
+    raised.clear();
+    const bool upload = c.function == std::string_view("FTPS_UPLOAD");
+    ScriptedPeer data = ScriptedPeer::for_every_connection(upload ? Script().read_to_end() : Script().send("content").close());
+    Turns turns = kLogin + c.turns + Turns{{"QUIT", "221 bye"}};
+    for (auto& [command, reply] : turns)
+      if (reply == "@") reply = passive(data.port());
+    std::vector<ConnectionScript> connections = {dialogue(turns)};
+    if (c.check) connections.push_back(*c.check ? dialogue(kLogin + Turns{{"TYPE I", "200 ok"}, {"SIZE f", c.check}}) : dialogue({{"", "421 full"}}));
+    ScriptedPeer server(connections);
+    YObject file = parameters(server.target(), "u", "p", kPlainFtp, local_file("source", "content"));
+    file.Store<std::int32_t>("pOptionen", 4);
+    EXPECT_EQ(succeeds(c.function, file), c.message == 0);
+    EXPECT_EQ(raised, c.message > 1 ? std::vector<int>{c.message} : std::vector<int>());
+    static_cast<void>(data.take_failures());  // a refused download leaves its data unread
   }
 }
 
 TEST_F(FtpsFunctionsTest, LocalHostsWorkOnFiles) {
+  local.make_folder("b");
   const YString source = local_file("a.txt", "content");
-  local.make_folder("b");
-  YObject parameters = login("lokal", "u", "p", 0);
-  parameters.Store<YString>("pDateiname", source);
-  parameters.Store<YString>("pZielverzeichnis", local_name("b"));
-  YObject result = call("FTPS_DOWNLOADDATEI", parameters);
-  EXPECT_FALSE(result.Exist("_RETV")) << "success leaves it untouched";
+  YObject file = parameters("lokal", "u", "p", 0, source, std::string_view(local_name("b/c.txt")));
+  file.Store<YString>("pDateiname", local_name("b\\..\\a.txt"));  // "..", whatever its separators, never chooses the folder
+  file.Store<YString>("pZielverzeichnis", local_name("b"));
+  EXPECT_FALSE(call("FTPS_DOWNLOADDATEI", file).Exist("_RETV")) << "success leaves it untouched";
   EXPECT_EQ(read_file(local / "b/a.txt"), "content");
-  result = call("FTPS_DOWNLOADDATEI", parameters);
-  EXPECT_EQ(result.GetType("_RETV"), kTypeBool) << "an existing file stays";
-  EXPECT_FALSE(result.GetBool("_RETV"));
-  ASSERT_EQ(raised.size(), 1U);
-  EXPECT_EQ(raised[0].number, 21734);
-
-  parameters.Store<YString>("pQuellDateiname", source);
-  parameters.Store<YString>("pZieldateiname", local_name("b/c.txt"));
-  EXPECT_TRUE(call("FTPS_UPLOAD", parameters).GetBool("_RETV"));
-  EXPECT_FALSE(call("FTPS_UPLOAD", parameters).GetBool("_RETV"));
-  parameters.StoreText("pHOST", "LOCAL");
-  result = call("FTPS_LOESCHE", parameters);
-  EXPECT_EQ(result.GetType("_RETV"), kTypeBool);
-  EXPECT_TRUE(result.GetBool("_RETV"));
-  EXPECT_FALSE(std::filesystem::exists(local / "a.txt"));
-  EXPECT_FALSE(call("FTPS_LOESCHE", parameters).GetBool("_RETV"));
-}
-
-TEST_F(FtpsFunctionsTest, ARemoteNameNeverChoosesTheLocalFolder) {
-  local_file("evil", "content");
-  local.make_folder("b");
-  for (const char* name : {"b/../evil", "b\\..\\evil", "b\\../evil"}) {
-    YObject parameters = login("LOCAL", "", "", 0);
-    parameters.Store<YString>("pDateiname", local_name(name));
-    parameters.Store<YString>("pZielverzeichnis", local_name("b"));
-    EXPECT_FALSE(call("FTPS_DOWNLOADDATEI", parameters).Exist("_RETV")) << name;
-    EXPECT_TRUE(std::filesystem::remove(local / "b/evil")) << name;
+  for (const YString& folder : {local_name("b"), YString("Q:\\nowhere")}) {  // the file is there, the folder means nothing
+    file.Store<YString>("pZielverzeichnis", folder);
+    const YObject result = call("FTPS_DOWNLOADDATEI", file);
+    EXPECT_EQ(result.GetType("_RETV"), kTypeBool);
+    EXPECT_FALSE(result.GetBool("_RETV"));
   }
+  EXPECT_THAT(raised, testing::ElementsAre(21734, 21734));
+
+  file.StoreText("pHOST", "LOCAL");
+  file.Store<YString>("pDateiname", source);
+  for (const char* function : {"FTPS_UPLOAD", "FTPS_LOESCHE"}) {
+    const YObject result = call(function, file);
+    EXPECT_EQ(result.GetType("_RETV"), kTypeBool);
+    EXPECT_TRUE(result.GetBool("_RETV"));
+    EXPECT_FALSE(call(function, file).GetBool("_RETV")) << "exists already, is gone";
+  }
+  EXPECT_EQ(read_file(local / "b/c.txt"), "content");
+  EXPECT_FALSE(std::filesystem::exists(local / "a.txt"));
 }
 
 TEST_F(FtpsFunctionsTest, TypeFiveGoesToTheScriptClass) {
@@ -202,20 +158,18 @@ TEST_F(FtpsFunctionsTest, TypeFiveGoesToTheScriptClass) {
       {"FTPS_DOWNLOADDATEI", "Download"}, {"FTPS_UPLOAD", "Upload"}, {"FTPS_LOESCHE", "L\xF6sche"}};
   for (const auto& [function, name] : functions) {
     YObject seen;
-    register_script_function("SSHClient", name, [&](YObject& parameters) {
-      seen = parameters;
-      parameters.Store<std::int32_t>("_RETV", 7);
+    register_script_function("SSHClient", name, [&](YObject& given) {
+      seen = given;
+      given.Store<std::int32_t>("_RETV", 7);
     });
-    YObject parameters = login("nowhere.invalid", "u", "p", 5);
-    parameters.StoreText("pProxyBenutzer", "");
-    const YObject result = call(function, parameters);
+    YObject file = parameters("nowhere.invalid", "u", "p", 5);
+    file.StoreText("pProxyBenutzer", "");
+    EXPECT_EQ(call(function, file).GetInteger("_RETV"), 7);
     register_script_function("SSHClient", name, nullptr);
-    EXPECT_EQ(result.GetInteger("_RETV"), 7);
     EXPECT_EQ(seen.GetString("pHOST"), "nowhere.invalid");
     EXPECT_EQ(seen.GetString("pProxyBenutzer"), "") << "given, though empty";
     EXPECT_EQ(seen.GetString("pProxyPassword"), "host password");
   }
-  EXPECT_TRUE(log.numbers().empty());
 }
 
 }  // namespace
