@@ -1,5 +1,7 @@
 #include "yinet/host/yobject.h"
 
+#include <sys/random.h>
+
 #include <algorithm>
 #include <cstring>
 #include <string>
@@ -121,9 +123,17 @@ bool RecordValue::as_bool() const { return as_integer() != 0; }
 
 namespace {
 
+// Chosen anew by every process: keys come from the network, and must not be made to share one place in the index.
+std::uint64_t hash_seed() {
+  std::uint64_t seed = 14695981039346656037U;
+  static_cast<void>(!getrandom(&seed, sizeof seed, GRND_NONBLOCK));  // without it the usual start of FNV-1a serves
+  return seed;
+}
+
 // FNV-1a over the lower-case form, its high bits mixed into the low ones that choose the place.
 std::uint64_t key_hash(std::string_view key) {
-  std::uint64_t hash = 14695981039346656037U;
+  static const std::uint64_t seed = hash_seed();
+  std::uint64_t hash = seed;
   for (const char c : key) hash = (hash ^ kLowerCase[static_cast<unsigned char>(c)]) * 1099511628211U;
   return hash ^ (hash >> 32);
 }
