@@ -7,6 +7,7 @@
 #include "command.h"
 #include "terminal.h"
 #include "yinet/host/codepage.h"
+#include "yinet/host/flag_word.h"
 #include "yinet/host/messages.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
@@ -33,9 +34,12 @@ void remark_unknown_setting(const std::string& path) {
                         listed_with_or(nearest_names(path, known))));
 }
 
-bool suits(const Setting& setting, std::string_view value) {
-  if (setting.unit == SettingUnit::text || setting.unit == SettingUnit::boolean) return true;
-  return !value.empty() && value.find_first_not_of("0123456789") == std::string_view::npos;
+// What the value lacks, or the empty text.
+std::string_view misfit(const Setting& setting, std::string_view value) {
+  if (setting.unit == SettingUnit::text) return "";
+  if (setting.unit == SettingUnit::boolean) return flag_word(value) ? "" : "the value must be 0 or 1";
+  const bool number = !value.empty() && value.find_first_not_of("0123456789") == std::string_view::npos;
+  return number ? "" : "the value must be a number of 0 or more";
 }
 
 }  // namespace
@@ -71,13 +75,14 @@ int GlobalOptions::apply() const {
 int GlobalOptions::apply_setting(const std::string& assignment) const {
   const std::size_t equals = assignment.find('=');
   const std::size_t slash = assignment.find('/');
-  if (equals == std::string::npos || slash == std::string::npos || slash > equals)
+  if (equals == std::string::npos || slash == std::string::npos || slash == 0 || slash + 1 >= equals)
     return wrong_call("--set " + assignment + ": write SECTION/KEY=VALUE, for example --set DNS/Server=127.0.0.1:53");
   const std::string section = text_from_argument(assignment.substr(0, slash)).text;
   const std::string name = text_from_argument(assignment.substr(slash + 1, equals - slash - 1)).text;
   const std::string value = text_from_argument(assignment.substr(equals + 1)).text;
   if (const Setting* row = find_row(section, name)) {
-    if (!suits(*row, value)) return wrong_call("--set " + assignment + ": the value must be a number of 0 or more");
+    const std::string_view problem = misfit(*row, value);
+    if (!problem.empty()) return wrong_call("--set " + assignment + ": " + std::string(problem));
   } else {
     remark_unknown_setting(section + "/" + name);
   }

@@ -9,7 +9,7 @@
 #include "terminal.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/messages.h"
-#include "yinet/host/settings.h"
+#include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
 
 namespace yinet::cli {
@@ -28,14 +28,23 @@ std::string_view unit_name(SettingUnit unit) {
   return "";
 }
 
-int list_settings() {
+std::string shown_value(const Setting& setting) {
+  const std::string value = setting_text(setting);
+  return &setting == &settings::kProxyPassword && !value.empty() ? "***" : printable(value);
+}
+
+// Those whose section or name holds the text.
+int list_settings(const std::string& wanted) {
+  bool found = false;
   for (const Setting& setting : all_settings()) {
     const std::string path = std::string(setting.section) + "/" + std::string(setting.name);
-    print(utf8_from_ansi(path + " = " + printable(setting_text(setting))) + "\n    " + std::string(setting.meaning) +
-          " (" + std::string(unit_name(setting.unit)) + "; default \"" + utf8_from_ansi(setting.default_value) +
+    if (find_ignoring_case(path, wanted) == std::string::npos) continue;
+    found = true;
+    print(utf8_from_ansi(path + " = " + shown_value(setting)) + "\n    " + std::string(setting.meaning) + " (" +
+          std::string(unit_name(setting.unit)) + "; default \"" + utf8_from_ansi(setting.default_value) +
           "\"; environment " + environment_name(setting.section, setting.name) + ")\n");
   }
-  return kSucceeded;
+  return found ? kSucceeded : wrong_call("there is no setting \"" + wanted + "\"; \"yinet settings\" lists all");
 }
 
 struct MessageQuestion {
@@ -73,9 +82,11 @@ int list_messages(const MessageQuestion& question) {
 }  // namespace
 
 Command add_settings_command(CLI::App& program) {
+  const auto wanted = std::make_shared<std::string>();
   CLI::App* command = program.add_subcommand("settings", "List the settings with their values, defaults and units");
-  command->footer("Examples:\n  yinet settings\n  yinet --settings my.ini settings");
-  return {command, list_settings};
+  command->footer("Examples:\n  yinet settings\n  yinet settings DNS/\n  yinet --settings my.ini settings");
+  command->add_option("NAME", *wanted, "Only those with this in their section or name")->type_name("");
+  return {command, [wanted] { return list_settings(*wanted); }};
 }
 
 Command add_messages_command(CLI::App& program) {

@@ -6,6 +6,7 @@
 #include "yinet/ftp/ftps.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/export.h"
+#include "yinet/host/flag_word.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/messages.h"
 #include "yinet/host/setting_table.h"

@@ -54,7 +54,10 @@ TEST(Program, WrongCallsEndWithTwoAndSayWhatWouldBeRight) {
       {{"dns", "a"}, "NAME is required"},
       {{"messages", "1"}, "there is no message 1"},
       {{"--set", "DNS=1", "settings"}, "write SECTION/KEY=VALUE"},
+      {{"--set", "/X=1", "settings"}, "write SECTION/KEY=VALUE"},
       {{"--set", "DNS/Zeitlimit=soon", "settings"}, "the value must be a number"},
+      {{"--set", "TLS/NamenPruefen=maybe", "settings"}, "the value must be 0 or 1"},
+      {{"settings", "bogus"}, "there is no setting \"bogus\""},
       {{"--settings", "/nowhere/file", "settings"}, "/nowhere/file: "},
       {{"--log", "xml", "settings"}, "xml"},
       {{"--language", "fr", "settings"}, "fr"},
@@ -87,11 +90,11 @@ TEST(Program, SettingsComeFromFileEnvironmentAndOptions) {
   const std::string file = folder.write("my.ini", "[DNS]\nVersuche = 7\nZeitlimit = 70\n").string();
   const CommandResult result =
       run_command({.argv = program_call({"--settings", file, "settings", "--set", "dns/zeitlimit=9"}),
-                   .environment = {{"YINET_DNS_SERVER", "192.0.2.1"}}});
+                   .environment = {{"YINET_DNS_SERVER", "192.0.2.1"}, {"YINET_INTERNET_PROXYPASSWORT", "geheim"}}});
   EXPECT_EQ(result.exit_code, 0);
   EXPECT_EQ(result.errors, "");
   EXPECT_THAT(result.output, AllOf(HasSubstr("DNS/Versuche = 7\n"), HasSubstr("DNS/Zeitlimit = 9\n"),
-                                   HasSubstr("DNS/Server = 192.0.2.1\n")));
+                                   HasSubstr("DNS/Server = 192.0.2.1\n"), HasSubstr("ProxyPasswort = ***\n")));
 }
 
 TEST(Program, RemarksOnSettingsThatTheLibraryDoesNotHave) {

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "yinet/host/codepage.h"
+#include "yinet/host/flag_word.h"
 #include "yinet/host/messages.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/shared_slot.h"
@@ -50,15 +51,6 @@ std::optional<std::int64_t> number_in(std::string_view text) {
   return error == std::errc::result_out_of_range ? std::numeric_limits<std::int64_t>::max() : number;
 }
 
-std::optional<bool> flag_in(std::string_view text) {
-  constexpr std::pair<std::string_view, bool> kWords[] = {
-      {"1", true},  {"true", true},   {"ja", true},    {"yes", true}, {"on", true},
-      {"0", false}, {"false", false}, {"nein", false}, {"no", false}, {"off", false}};
-  for (const auto& [word, flag] : kWords)
-    if (equal_ignoring_case(trimmed(text), word)) return flag;
-  return std::nullopt;
-}
-
 // A value in all the forms that readers ask for.
 struct Value {
   std::string text;
@@ -69,7 +61,7 @@ struct Value {
 Value value_of(const Setting& setting, std::string text) {
   Value value;
   value.number = number_in(text).value_or(number_in(setting.default_value).value_or(0));
-  value.flag = flag_in(text).value_or(flag_in(setting.default_value).value_or(false));
+  value.flag = flag_word(text).value_or(flag_word(setting.default_value).value_or(false));
   value.text = std::move(text);
   return value;
 }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "yinet/host/codepage.h"
+#include "yinet/host/flag_word.h"
 #include "yinet/host/text.h"
 #include "yinet/host/yjson.h"
 #include "yinet/script/parameter_keys.h"
@@ -17,9 +18,6 @@ namespace {
 constexpr std::string_view kBlockKey = "PARAMETER";  // any name will do: only the position counts
 constexpr std::size_t kShownText = 60;
 
-constexpr std::array<std::string_view, 5> kTrueWords = {"1", "true", "yes", "ja", "on"};
-constexpr std::array<std::string_view, 5> kFalseWords = {"0", "false", "no", "nein", "off"};
-
 std::optional<std::int32_t> whole_number(std::string_view text) {
   text = trimmed(text);
   if (text.starts_with('+') && text.size() > 1 && is_digit(text[1])) text.remove_prefix(1);
@@ -27,13 +25,6 @@ std::optional<std::int32_t> whole_number(std::string_view text) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
   return number;
-}
-
-std::optional<bool> flag_word(std::string_view text) {
-  const auto same = [text = trimmed(text)](std::string_view word) { return equal_ignoring_case(word, text); };
-  if (std::ranges::any_of(kTrueWords, same)) return true;
-  if (std::ranges::any_of(kFalseWords, same)) return false;
-  return std::nullopt;
 }
 
 // One conversion per wanted type; false when the value cannot be that. The entry has another type than the wanted one.
