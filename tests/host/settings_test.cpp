@@ -51,40 +51,9 @@ TEST_F(SettingsTest, EveryRowIsUniqueHasAMeaningAndAFittingDefault) {
   }
 }
 
-TEST_F(SettingsTest, DefaultsAreTheDocumentedOnes) {
-  const struct {
-    const Setting& setting;
-    std::int64_t value;
-  } kCases[] = {
-      {settings::kConnectPause, 50},   {settings::kConnectLimit, 120'000},
-      {settings::kSendPause, 50},      {settings::kSendAttempts, 50},
-      {settings::kIdleLimit, 120'000}, {settings::kTlsAttemptPause, 10},
-      {settings::kTlsAttempts, 500},   {settings::kTlsCloseLimit, 2000},
-      {settings::kTlsVerifyAlways, 0}, {settings::kTlsCheckName, 1},
-      {settings::kReadAhead, 65536},   {settings::kHttpIdlePause, 100},
-      {settings::kHttpIdlePolls, 100}, {settings::kHttpHeaderLimit, 8 * 1024 * 1024},
-      {settings::kHttpBodyLimit, 0},   {settings::kHttpTimeLimit, 0},
-      {settings::kHttpExactReader, 0}, {settings::kHttpCookieLimit, 300},
-      {settings::kRawNames, 0},
-  };
-  for (const auto& [setting, value] : kCases) EXPECT_EQ(setting_number(setting), value) << setting.name;
-  EXPECT_EQ(setting_text(settings::kSystemName), "YInet");
-  EXPECT_EQ(setting_text(settings::kDefaultAddress), "");
-}
-
-TEST_F(SettingsTest, FileIsBelowOverridesAndTakenBackOverridesUncoverIt) {
-  ASSERT_EQ(load_settings_file(file_with("[kommunikation]\nPAUSENACHVERBINDUNG = 7\n")), std::nullopt);
-  EXPECT_EQ(setting_number(settings::kConnectPause), 7);
-  set_setting("KOMMUNIKATION", "PauseNachVerbindung", "8");
-  EXPECT_EQ(setting_number(settings::kConnectPause), 8);
-  set_setting("Kommunikation", "PauseNachVerbindung", std::nullopt);
-  EXPECT_EQ(setting_number(settings::kConnectPause), 7);
-  ASSERT_EQ(load_settings_file("/dev/null"), std::nullopt);
-  EXPECT_EQ(setting_number(settings::kConnectPause), 50);
-}
-
-TEST_F(SettingsTest, APluggedSourceReplacesTheFileButNotOverrides) {
-  ASSERT_EQ(load_settings_file(file_with("[HTTP]\nAbfragen=5\n[DNS]\nVersuche=6\n")), std::nullopt);
+TEST_F(SettingsTest, OverridesComeBeforeASourceAndThatTakesThePlaceOfTheFile) {
+  ASSERT_EQ(load_settings_file(file_with("[http]\nABFRAGEN=5\n[DNS]\nVersuche=6\n")), std::nullopt);
+  EXPECT_EQ(setting_number(settings::kHttpIdlePolls), 5);
   set_settings_source([](std::string_view section, std::string_view name) -> std::optional<std::string> {
     if (section == "HTTP" && name == "Abfragen") return "9";
     return std::nullopt;
@@ -93,9 +62,11 @@ TEST_F(SettingsTest, APluggedSourceReplacesTheFileButNotOverrides) {
   EXPECT_EQ(setting_number(settings::kDnsTries), 2) << "the file must not count beside a source";
   set_setting("HTTP", "Abfragen", "11");
   EXPECT_EQ(setting_number(settings::kHttpIdlePolls), 11);
-  set_setting("HTTP", "Abfragen", std::nullopt);
+  set_setting("http", "abfragen", std::nullopt);
   set_settings_source(nullptr);
   EXPECT_EQ(setting_number(settings::kHttpIdlePolls), 5);
+  ASSERT_EQ(load_settings_file("/dev/null"), std::nullopt);
+  EXPECT_EQ(setting_number(settings::kHttpIdlePolls), 100);
 }
 
 TEST_F(SettingsTest, ASourceMayThrowAndMayLookUpSettingsItself) {
@@ -116,29 +87,10 @@ TEST_F(SettingsTest, NumbersAndFlagsAreReadForgivingly) {
     const char* text;
     std::int64_t number;  // of a setting whose default is 50
     bool flag_default_on, flag_default_off;
-  } kCases[] = {
-      {"0", 0, false, false},
-      {"1", 1, true, true},
-      {" 12 ", 12, true, false},
-      {"+5", 5, true, false},
-      {"-5", 0, true, false},
-      {"", 50, true, false},
-      {"5 ms", 50, true, false},
-      {"0x10", 50, true, false},
-      {"1.5", 50, true, false},
-      {"-", 50, true, false},
-      {"JA", 50, true, true},
-      {"Nein", 50, false, false},
-      {"oN", 50, true, true},
-      {"OFF", 50, false, false},
-      {"yes", 50, true, true},
-      {"no", 50, false, false},
-      {"true", 50, true, true},
-      {"false", 50, false, false},
-      {"ture", 50, true, false},
-      {"9223372036854775808", INT64_MAX, true, false},
-      {"-9223372036854775809", 0, true, false},
-  };
+  } kCases[] = {{"0", 0, false, false},   {"1", 1, true, true},     {" 12 ", 12, true, false}, {"-5", 0, true, false},
+                {"", 50, true, false},    {"5 ms", 50, true, false}, {"0x10", 50, true, false}, {"JA", 50, true, true},
+                {"Nein", 50, false, false}, {"oN", 50, true, true},  {"ture", 50, true, false},
+                {"9223372036854775808", INT64_MAX, true, false}};
   for (const auto& c : kCases) {
     set_setting("Kommunikation", "PauseNachVerbindung", c.text);
     set_setting("TLS", "NamenPruefen", c.text);
@@ -147,58 +99,33 @@ TEST_F(SettingsTest, NumbersAndFlagsAreReadForgivingly) {
     EXPECT_EQ(setting_flag(settings::kTlsCheckName), c.flag_default_on) << c.text;
     EXPECT_EQ(setting_flag(settings::kTlsVerifyAlways), c.flag_default_off) << c.text;
   }
-  set_setting("Kommunikation", "PauseNachVerbindung", "4294967296");
   EXPECT_EQ(setting_int(settings::kConnectPause), INT32_MAX);
 }
 
 TEST_F(SettingsTest, NamesOutsideTheTableAreFoundToo) {
   EXPECT_EQ(find_setting("Eigenes", "Wert"), std::nullopt);
-  EXPECT_EQ(YEnviron.Get("Eigenes", "Wert"), "");
   ASSERT_EQ(load_settings_file(file_with("[Eigenes]\nWert = gut\n")), std::nullopt);
   EXPECT_EQ(YEnviron.Get("EIGENES", "wert"), "gut");
   EXPECT_EQ(YEnviron.Get("System", "Name"), "YInet");
   const Setting row{"Eigenes", "Wert", "7", SettingUnit::count, ""};
-  EXPECT_EQ(setting_text(row), "gut");
   EXPECT_EQ(setting_number(row), 7);
 }
 
 TEST_F(SettingsTest, FileFormat) {
   const auto parsed = parse_settings(
-      "\xEF\xBB\xBF# comment\r\n"
-      "  [ Gr\xC3\xB6\xC3\x9F"
-      "e ]  \r\n"
-      "\r\n"
-      " Na me =  a = b ; no comment \r\n"
-      "; comment\n"
-      "Leer=\n"
-      "[Andere]\n"
-      "Name=\xE6\x97\xA5");
+      "\xEF\xBB\xBF# comment\r\n  [ Gr\xC3\xB6\xC3\x9F" "e ]  \r\n\r\n Na me =  a = b ; no comment \r\n; comment\n"
+      "Leer=\n[Andere]\nName=\xE6\x97\xA5");
   ASSERT_EQ(parsed.error, "");
-  ASSERT_EQ(parsed.entries.size(), 3U);
-  EXPECT_EQ(parsed.entries[0].section,
-            "Gr\xF6\xDF"
-            "e");
-  EXPECT_EQ(parsed.entries[0].name, "Na me");
-  EXPECT_EQ(parsed.entries[0].value, "a = b ; no comment");
-  EXPECT_EQ(parsed.entries[1].value, "");
-  EXPECT_EQ(parsed.entries[2].section, "Andere");
-  EXPECT_EQ(parsed.entries[2].value, "\xE6\x97\xA5") << "what Windows-1252 cannot hold stays as its bytes";
+  std::string all;
+  for (const auto& entry : parsed.entries) all += entry.section + "|" + entry.name + "|" + entry.value + "\n";
+  EXPECT_EQ(all, "Gr\xF6\xDF" "e|Na me|a = b ; no comment\nGr\xF6\xDF" "e|Leer|\nAndere|Name|\xE6\x97\xA5\n");
 }
 
 TEST_F(SettingsTest, BrokenFilesAreRefusedWithTheLine) {
-  const struct {
-    std::string text;
-    const char* error;
-  } kCases[] = {
-      {"[A]\nb=1\nc\n", "line 3: neither"},
-      {"b=1\n", "line 1: a setting before"},
-      {"\n[A\nb=1\n", "line 2: \"]\""},
-      {"[ ]\n", "line 1: a section without"},
-      {"[A]\n = 5\n", "line 2: a setting without"},
-      {"[A]\nb=\xFC\n", "line 2: not valid UTF-8"},
-      {std::string("[A]\r\n\r\nb=\0\r\n", 12), "line 3: a NUL"},
-      {"[", "line 1: \"]\""},
-  };
+  const std::pair<std::string, const char*> kCases[] = {
+      {"[A]\nb=1\nc\n", "line 3: neither"}, {"b=1\n", "line 1: a setting before"}, {"\n[A\nb=1\n", "line 2: \"]\""},
+      {"[ ]\n", "line 1: a section without"}, {"[A]\n = 5\n", "line 2: a setting without"}, {"[", "line 1: \"]\""},
+      {"[A]\nb=\xFC\n", "line 2: not valid UTF-8"}, {std::string("[A]\r\n\r\nb=\0\r\n", 12), "line 3: a NUL"}};
   for (const auto& [text, error] : kCases) EXPECT_THAT(parse_settings(text).error, StartsWith(error)) << text;
 }
 
@@ -212,13 +139,8 @@ TEST_F(SettingsTest, AFileThatCannotBeUsedChangesNothing) {
 }
 
 TEST_F(SettingsTest, EnvironmentNames) {
-  EXPECT_EQ(environment_name("SYSTEM", "NAME"), "YINET_SYSTEM_NAME");
-  EXPECT_EQ(environment_name("Kommunikation", "StandardIPAdresse"), "YINET_KOMMUNIKATION_STANDARDIPADRESSE");
-  EXPECT_EQ(environment_name("Gr\xF6\xDF"
-                             "e",
-                             "\xC4ndern-\xFC"
-                             "ber.1"),
-            "YINET_GROESSE_AENDERN_UEBER_1");
+  EXPECT_EQ(environment_name("SYSTEM", "Name"), "YINET_SYSTEM_NAME");
+  EXPECT_EQ(environment_name("\xD6 \xDF.9", "\xC4z-\xFC"), "YINET_OE_SS_9_AEZ_UE");
 }
 
 // The environment is read by the first look-up of a process, so each of these runs in a process of its own.

@@ -1,6 +1,5 @@
 // A host loads the library at run time and may drop it again. Both must leave the process as it was.
 
-#include <arpa/inet.h>
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <netinet/in.h>
@@ -8,8 +7,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cerrno>
 #include <clocale>
 #include <cstring>
 #include <filesystem>
@@ -58,19 +55,16 @@ struct ProcessState {
   }
 };
 
-void expect_same(const ProcessState& before, const ProcessState& now) {
+TEST(Load, StartsNothingAndChangesNoGlobalState) {
+  std::setlocale(LC_ALL, "C");
+  const ProcessState before;
+  const Library library = load();
+  const ProcessState now;
   EXPECT_EQ(before.threads, now.threads);
   EXPECT_EQ(before.descriptors, now.descriptors);
   EXPECT_EQ(before.locale, now.locale);
   EXPECT_EQ(before.signal_handlers, now.signal_handlers);
   EXPECT_EQ(before.blocked_signals, now.blocked_signals);
-}
-
-TEST(Load, StartsNothingAndChangesNoGlobalState) {
-  std::setlocale(LC_ALL, "C");
-  const ProcessState before;
-  const Library library = load();
-  expect_same(before, ProcessState());
 }
 
 TEST(Load, LibraryLeavesMemoryEachTimeItIsUnloaded) {
@@ -85,58 +79,34 @@ TEST(Load, LibraryLeavesMemoryEachTimeItIsUnloaded) {
   }
 }
 
-// Accepts one connection on a free port of the loopback, reads a little and closes it.
-class RudeServer {
- public:
-  RudeServer() {
+// What the library has set up by then, for itself, for TLS and for the thread, must not be missed when the thread ends. The
+// server takes one ClientHello and closes.
+TEST(Load, ThreadOutlivesTheLibraryItHasUsed) {
+  constexpr char kTlsHandshake = 22;  // content type of a TLS record, RFC 8446 5.1
+  for (int round = 0; round < 3; ++round) {
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address;
-    const bool listening = bind(listener_, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
-                           listen(listener_, 1) == 0 &&
-                           getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size) == 0;
-    EXPECT_TRUE(listening) << std::strerror(errno);
-    port_ = ntohs(address.sin_port);
-    thread_ = std::thread([this] {
-      const int connection = accept(listener_, nullptr, nullptr);
-      char bytes[512];
-      client_hello_ = recv(connection, bytes, sizeof bytes, 0) > 0 && bytes[0] == kTlsHandshake;
+    auto* const name = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_TRUE(bind(listener, name, size) == 0 && listen(listener, 1) == 0 && getsockname(listener, name, &size) == 0);
+    std::thread server([&] {
+      const int connection = accept(listener, nullptr, nullptr);
+      char first = 0;
+      EXPECT_EQ(recv(connection, &first, 1, 0), 1);
+      EXPECT_EQ(first, kTlsHandshake);
       close(connection);
     });
-  }
-  ~RudeServer() {
-    shutdown(listener_, SHUT_RDWR);
-    thread_.join();
-    close(listener_);
-  }
-  RudeServer(const RudeServer&) = delete;
-  RudeServer& operator=(const RudeServer&) = delete;
-
-  [[nodiscard]] std::string tls_url() const { return "https://127.0.0.1:" + std::to_string(port_) + "/"; }
-  [[nodiscard]] bool got_client_hello() const { return client_hello_; }
-
- private:
-  static constexpr char kTlsHandshake = 22;  // content type of a TLS record, RFC 8446 5.1
-
-  int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  int port_ = 0;
-  std::atomic<bool> client_hello_ = false;
-  std::thread thread_;
-};
-
-// What the library has set up by then, for itself, for TLS and for the thread, must not be missed when the thread ends.
-TEST(Load, ThreadOutlivesTheLibraryItHasUsed) {
-  for (int round = 0; round < 3; ++round) {
-    RudeServer server;
-    std::thread([&server] {
+    std::thread([&] {
       const Library plugin = load(YINET_PLUGIN);
-      ASSERT_TRUE(plugin);
       const auto fetch_fails = reinterpret_cast<bool (*)(const char*)>(dlsym(plugin.get(), "plugin_fetch_fails"));
       ASSERT_TRUE(fetch_fails) << dlerror();
-      EXPECT_TRUE(fetch_fails(server.tls_url().c_str()));
+      EXPECT_TRUE(fetch_fails(("https://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/").c_str()));
     }).join();
-    EXPECT_TRUE(server.got_client_hello());
+    shutdown(listener, SHUT_RDWR);  // should nobody have come
+    server.join();
+    close(listener);
     EXPECT_FALSE(Library(dlopen(YINET_PLUGIN, RTLD_NOW | RTLD_NOLOAD)));
     EXPECT_FALSE(Library(dlopen(YINET_LIBRARY, RTLD_NOW | RTLD_NOLOAD)));
   }

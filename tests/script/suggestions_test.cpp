@@ -11,21 +11,15 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 TEST(NameDistance, CountsInsertionsDeletionsReplacementsAndSwaps) {
-  struct Case {
-    std::string_view a, b;
+  const struct {
+    std::string a, b;
     int distance;
-  };
-  for (const auto& [a, b, distance] :
-       {Case{"", "", 0}, Case{"", "abc", 3}, Case{"abc", "", 3}, Case{"abc", "ABC", 0}, Case{"HTTP_GTE", "HTTP_GET", 1},
-        Case{"pUrl", "pUrls", 1}, Case{"pUrl", "pUtl", 1}, Case{"kitten", "sitting", 3}, Case{"ca", "abc", 3},
-        Case{"ab", "ba", 1}}) {
-    EXPECT_EQ(name_distance(a, b), distance) << a << ' ' << b;
-    EXPECT_EQ(name_distance(b, a), distance) << b << ' ' << a;
+  } rows[] = {{"", "abc", 3}, {"abc", "ABC", 0}, {"HTTP_GTE", "HTTP_GET", 1}, {"pUrl", "pUtls", 2}, {"kitten", "sitting", 3},
+              {std::string(1000000, 'a'), std::string(64, 'a') + "bbb", 0}};  // only the beginning of huge names counts
+  for (const auto& [a, b, distance] : rows) {
+    EXPECT_EQ(name_distance(a, b), distance) << b;
+    EXPECT_EQ(name_distance(b, a), distance) << b;
   }
-}
-
-TEST(NameDistance, LooksAtTheBeginningOfHugeNamesOnly) {
-  EXPECT_EQ(name_distance(std::string(1000000, 'a'), std::string(64, 'a') + "bbb"), 0);
 }
 
 TEST(NearestNames, ComeNearestFirstAndLeaveOutTheFarOnes) {
