@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "yinet/ftp/ftp_answers.h"
-#include "yinet/ftp/ftp_names.h"
+#include "yinet/host/wire_text.h"
 #include "yinet/net/socks_messages.h"
 
 namespace {
@@ -34,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(yinet::size_in_answer(text, 4) >= -1);
   const auto server = yinet::split_host_and_port(text);
   require(server.host.size() <= text.size());
-  require(yinet::ftp_text_for_wire(yinet::ftp_text_from_wire(text)).size() <= 3 * text.size());
+  require(yinet::text_for_wire(yinet::text_from_wire(text)).size() <= 3 * text.size());
 
   if (const auto target = yinet::socks_target(text)) {
     const std::string request = yinet::socks5_connect(*target, 80);

@@ -1,7 +1,6 @@
 #include <CLI/CLI.hpp>
 
 #include <array>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -9,9 +8,10 @@
 
 #include "command.h"
 #include "ftp_failure.h"
-#include "ftp_url.h"
 #include "terminal.h"
+#include "transfer_call.h"
 #include "transfer_progress.h"
+#include "transfer_url.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/setting_table.h"
@@ -30,8 +30,7 @@ constexpr const char* kExamples = R"(Examples:
 ftps:// is FTP with explicit TLS (FTP type 4), ftp:// is plain FTP. Paths begin in the login's folder; "/%2F" begins an
 absolute one. Passwords come from the URL, from YINET_FTP_PASSWORD and YINET_PROXY_PASSWORD, or are asked for.
 
-Exit status: 0 success, 2 wrong call, 3 no connection, 4 login refused, 5 refused by the server (no such file, say),
-6 local file, 7 the transfer broke off, 1 any other failure.)";
+Exit status: )" YINET_TRANSFER_EXIT_CODES;
 
 constexpr const char* kNoListing = "-1";  // of ftps, for no data connection
 
@@ -45,7 +44,7 @@ struct Arguments {
 
 struct ProxyChoice {
   int type = 0;
-  FtpUrl url;
+  TransferUrl url;
 };
 
 constexpr std::pair<std::string_view, int> kServerSchemes[] = {{"ftp", kPlainType}, {"ftps", kTlsType}, {"ftpes", kTlsType}};
@@ -58,17 +57,6 @@ std::optional<int> type_of(const std::pair<std::string_view, int> (&rows)[Count]
   return std::nullopt;
 }
 
-YString inside(const std::string& text) { return YString(text_from_argument(text).text); }
-
-// Empty, with a remark, when there is none to be had.
-std::optional<std::string> password_of(const FtpUrl& url, const char* variable, const std::string& question) {
-  if (url.has_password || url.user.empty()) return url.password;
-  if (const char* value = std::getenv(variable)) return value;
-  auto typed = ask_for_password(question);
-  if (!typed) remark("no password for " + url.user + ": " + variable + " is not set, and there is no terminal to ask on");
-  return typed;
-}
-
 // People get what scripts don't: exact replies, downloads that are checked, and limits that count silence only.
 void use_careful_settings() {
   for (const Setting* setting : {&settings::kFtpExactReplies, &settings::kFtpExactDownloads, &settings::kFtpDownloadIdle})
@@ -76,7 +64,7 @@ void use_careful_settings() {
 }
 
 // One command on a connection that is logged in; gives the exit code.
-using Action = int (*)(ftps& ftp, const FtpUrl& url, const Arguments& arguments);
+using Action = int (*)(ftps& ftp, const TransferUrl& url, const Arguments& arguments);
 
 template <typename Work>
 int transfer(ftps& ftp, bool quiet, const std::string& remote, const std::string& local, Work work) {
@@ -91,7 +79,7 @@ int transfer(ftps& ftp, bool quiet, const std::string& remote, const std::string
   return succeeded ? kSucceeded : transfer_failure(ftp, result, remote, local, bytes, all);
 }
 
-int get(ftps& ftp, const FtpUrl& url, const Arguments& arguments) {
+int get(ftps& ftp, const TransferUrl& url, const Arguments& arguments) {
   std::string target = arguments.file.empty() ? "./" : arguments.file;
   std::error_code ignored;
   if (!target.ends_with('/') && std::filesystem::is_directory(target, ignored)) target += '/';
@@ -99,26 +87,26 @@ int get(ftps& ftp, const FtpUrl& url, const Arguments& arguments) {
                   [&] { return ftp.download_file(inside(url.path), inside(target), ftps::kByteType); });
 }
 
-int put(ftps& ftp, const FtpUrl& url, const Arguments& arguments) {
+int put(ftps& ftp, const TransferUrl& url, const Arguments& arguments) {
   std::string target = url.path;
   if (target.empty() || target.ends_with('/')) target += std::filesystem::path(arguments.file).filename().string();
   return transfer(ftp, arguments.quiet, target, arguments.file,
                   [&] { return ftp.upload_file(inside(arguments.file), inside(target), ftps::kByteType); });
 }
 
-int remove(ftps& ftp, const FtpUrl& url, const Arguments&) {
+int remove(ftps& ftp, const TransferUrl& url, const Arguments&) {
   const int result = ftp.del_file(inside(url.path));
   return result == 0 && went_well(ftp) ? kSucceeded : command_failure(ftp, url.path);
 }
 
-int size(ftps& ftp, const FtpUrl& url, const Arguments&) {
+int size(ftps& ftp, const TransferUrl& url, const Arguments&) {
   const long bytes = ftp.get_filesize(inside(url.path));
   if (bytes < 0) return command_failure(ftp, url.path);
   print(std::to_string(bytes) + "\n");
   return kSucceeded;
 }
 
-int list(ftps& ftp, const FtpUrl& url, const Arguments&) {
+int list(ftps& ftp, const TransferUrl& url, const Arguments&) {
   std::string folder = url.path;
   while (folder.size() > 1 && folder.ends_with('/')) folder.pop_back();
   const auto failed = [&] { return command_failure(ftp, folder.empty() ? "." : folder); };
@@ -147,7 +135,7 @@ constexpr std::array kRows = {Row{"get", "Fetch a file", &get, true, true, false
                               Row{"size", "Print the size of a file", &size, true, false, false},
                               Row{"ls", "List a folder", &list, false, false, false}};
 
-std::optional<int> ftp_type(const Arguments& arguments, const FtpUrl& url) {
+std::optional<int> ftp_type(const Arguments& arguments, const TransferUrl& url) {
   if (arguments.type.empty()) return type_of(kServerSchemes, url.scheme);
   if (arguments.type == "plain") return kPlainType;
   if (arguments.type == "tls") return kTlsType;
@@ -156,14 +144,14 @@ std::optional<int> ftp_type(const Arguments& arguments, const FtpUrl& url) {
 }
 
 int run(const Row& row, const Arguments& arguments) {
-  auto url = parse_ftp_url(arguments.url);
+  auto url = parse_transfer_url(arguments.url);
   if (!url || !type_of(kServerSchemes, url->scheme)) return wrong_call("write the URL as ftp://HOST/PATH or ftps://HOST/PATH");
   if (row.needs_path && (url->path.empty() || url->path.ends_with('/'))) return wrong_call("the URL names no file");
   const auto type = ftp_type(arguments, *url);
   if (!type) return wrong_call("--type is \"tls\", \"plain\" or a number above 0");
   ProxyChoice proxy;
   if (!arguments.proxy.empty()) {
-    const auto parsed = parse_ftp_url(arguments.proxy);
+    const auto parsed = parse_transfer_url(arguments.proxy);
     const auto kind = parsed ? type_of(kProxySchemes, parsed->scheme) : std::nullopt;
     if (!kind) return wrong_call("write the proxy as socks5://HOST:PORT, socks4://HOST:PORT or ftp://HOST:PORT");
     proxy = {*kind, *parsed};
@@ -178,18 +166,16 @@ int run(const Row& row, const Arguments& arguments) {
     url->password = "anonymous@";
     url->has_password = true;
   }
-  const auto typed = password_of(*url, "YINET_FTP_PASSWORD", "Password for " + url->user + ": ");
-  if (!typed) return kWrongCall;
-  const auto proxy_typed =
+  const auto password = password_of(*url, "YINET_FTP_PASSWORD", "Password for " + url->user + ": ");
+  if (!password) return kWrongCall;
+  const auto proxy_password =
       password_of(proxy.url, "YINET_PROXY_PASSWORD", "Password of the proxy for " + proxy.url.user + ": ");
-  if (!proxy_typed) return kWrongCall;
-  const YString password = inside(*typed);
-  const YString proxy_password = inside(*proxy_typed);
-  const SecretScope no_password(password);
-  const SecretScope no_proxy_password(proxy_password);
+  if (!proxy_password) return kWrongCall;
+  const SecretScope no_password(*password);
+  const SecretScope no_proxy_password(*proxy_password);
   use_careful_settings();
-  ftps ftp(inside(url->host), inside(url->user), password, inside(proxy.url.host), *type, proxy.type,
-           inside(arguments.certificate), inside(proxy.url.user), proxy_password);
+  ftps ftp(inside(url->host), inside(url->user), *password, inside(proxy.url.host), *type, proxy.type,
+           inside(arguments.certificate), inside(proxy.url.user), *proxy_password);
   if (ftp.connect() != 0 || no_reply(ftp)) return connection_failure(ftp, url->host, url->user);
   const int code = row.action(ftp, *url, arguments);
   ftp.closeconnection();

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "terminal.h"
+#include "transfer_call.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/text.h"
@@ -32,11 +33,6 @@ std::string words(ftps& ftp) {
   if (no_reply(ftp)) return "the server did not answer in time";
   if (ftp.get_last_mesnum() >= kFirstOwnStatus) return "the server has ended the connection";
   return utf8_from_ansi(printable(SecretScope::masked(trimmed(ftp.get_last_mes(0)))));
-}
-
-int fail(int code, const std::string& what) {
-  remark(what);
-  return code;
 }
 
 std::string why_not_written(int number, const std::string& local) {

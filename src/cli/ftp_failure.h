@@ -9,12 +9,6 @@ class ftps;
 
 namespace yinet::cli {
 
-inline constexpr int kNoConnection = 3;
-inline constexpr int kLoginRefused = 4;
-inline constexpr int kRefusedByServer = 5;
-inline constexpr int kLocalFile = 6;
-inline constexpr int kBrokenOff = 7;
-
 // After a reply that did not come the connection is closed, and the last message is that of an older command.
 bool no_reply(ftps& ftp);
 // Whether the last command was answered, and not with a refusal.

@@ -11,12 +11,12 @@
 
 #include "yinet/ftp/client_certificate.h"
 #include "yinet/ftp/ftp_answers.h"
-#include "yinet/ftp/ftp_names.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/ftp/ftps_state.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
+#include "yinet/host/wire_text.h"
 #include "yinet/host/ylog.h"
 #include "yinet/net/contained.h"
 #include "yinet/net/readiness.h"
@@ -284,7 +284,7 @@ bool ftps::send_line(const YString& line) {
     YLog.Event(kErrorLevel, message::kFtpLineBreakRefused, verb_of(line));
     return false;
   }
-  return Send(YString(ftp_text_for_wire(line) + "\r\n"));
+  return Send(YString(text_for_wire(line) + "\r\n"));
 }
 
 int ftps::get_ftpserver_mes() {
@@ -306,7 +306,7 @@ int ftps::read_reply() {
   const auto most = static_cast<std::size_t>(setting_number(settings::kFtpReplySize));
   std::optional<Deadline> rest;  // of a multi-line reply that stopped before its last line
   const auto give_out = [&] {
-    set_last_mes(YString(ftp_text_from_wire(replies.take())));
+    set_last_mes(YString(text_from_wire(replies.take())));
     return kDone;
   };
   YString piece;

@@ -8,12 +8,12 @@
 #include <thread>
 
 #include "yinet/ftp/ftp_answers.h"
-#include "yinet/ftp/ftp_names.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/ftp/ftps_state.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
+#include "yinet/host/wire_text.h"
 #include "yinet/host/ybuffer.h"
 #include "yinet/host/yfile.h"
 #include "yinet/host/ylog.h"
@@ -261,7 +261,7 @@ int ftps::receive_datastr(SecureSocket* data, YString& out) {
       }
       text.append(std::string_view(piece).substr(0, std::min(static_cast<std::size_t>(count), most - text.size())));
     }
-    out = YString(ftp_text_from_wire(text));
+    out = YString(text_from_wire(text));
     return 0;
   });
 }

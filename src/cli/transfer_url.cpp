@@ -1,19 +1,20 @@
-#include "ftp_url.h"
+#include "transfer_url.h"
 
 #include "yinet/host/text.h"
 
 namespace yinet::cli {
 
-std::optional<FtpUrl> parse_ftp_url(std::string_view text) {
+std::optional<TransferUrl> parse_transfer_url(std::string_view text) {
   constexpr std::string_view kBehindScheme = "://";
   const std::size_t scheme_end = text.find(kBehindScheme);
   if (scheme_end == std::string_view::npos || scheme_end == 0) return std::nullopt;
-  FtpUrl url;
+  TransferUrl url;
   url.scheme = to_lower(text.substr(0, scheme_end));
   text.remove_prefix(scheme_end + kBehindScheme.size());
   const std::size_t slash = text.find('/');
   std::string_view server = text.substr(0, slash);
-  if (slash != std::string_view::npos) url.path = percent_decoded(text.substr(slash + 1));
+  if (slash != std::string_view::npos) url.raw_path = text.substr(slash + 1);
+  url.path = percent_decoded(url.raw_path);
   if (const std::size_t at = server.rfind('@'); at != std::string_view::npos) {
     const std::string_view account = server.substr(0, at);
     const std::size_t colon = account.find(':');

@@ -1,4 +1,4 @@
-#include "yinet/ftp/ftp_names.h"
+#include "yinet/host/wire_text.h"
 
 #include <algorithm>
 
@@ -16,11 +16,11 @@ bool passes_unchanged(std::string_view text) { return is_ascii(text) || setting_
 
 }  // namespace
 
-std::string ftp_text_for_wire(std::string_view text) {
+std::string text_for_wire(std::string_view text) {
   return passes_unchanged(text) ? std::string(text) : name_to_utf8(text);
 }
 
-std::string ftp_text_from_wire(std::string_view text) {
+std::string text_from_wire(std::string_view text) {
   if (passes_unchanged(text)) return std::string(text);
   std::string converted;
   converted.reserve(text.size());

@@ -1,0 +1,33 @@
+#pragma once
+
+// What the commands that move files have in common: exit codes by cause, text on its way into the library, passwords.
+
+#include <optional>
+#include <string>
+
+#include "transfer_url.h"
+#include "yinet/host/ystring.h"
+
+namespace yinet::cli {
+
+inline constexpr int kNoConnection = 3;
+inline constexpr int kLoginRefused = 4;
+inline constexpr int kRefusedByServer = 5;
+inline constexpr int kLocalFile = 6;
+inline constexpr int kBrokenOff = 7;
+// For the help of these commands.
+#define YINET_TRANSFER_EXIT_CODES                                                                                   \
+  "0 success, 2 wrong call, 3 no connection, 4 login refused, 5 refused by the server (no such file, say),\n"       \
+  "6 local file, 7 the transfer broke off, 1 any other failure."
+
+// An argument as the library wants it.
+YString inside(const std::string& text);
+
+// From the URL, else from this environment variable, else asked for on the terminal. Nothing is asked without a user. Empty,
+// with a remark, when there is none to be had.
+std::optional<YString> password_of(const TransferUrl& url, const char* variable, const std::string& question);
+
+// A remark; gives `code`.
+int fail(int code, const std::string& what);
+
+}  // namespace yinet::cli
