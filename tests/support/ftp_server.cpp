@@ -17,6 +17,7 @@ namespace {
 constexpr const char* kUser = "tester";
 constexpr const char* kPassword = "geheim 1";
 constexpr std::size_t kPassivePorts = 24;
+constexpr std::uint16_t kImplicitTlsPort = 990;
 
 // Where scripts/unpack_servers.sh has put them; an installed one serves as well.
 fs::path unpacked_folder() { return YINET_TEST_SERVERS; }
@@ -62,10 +63,12 @@ FtpServer::FtpServer(const Options& options) : ServedFolder("ftp"), options_(opt
   setup.log = folder_ / "log";
   setup.prepare = [this](const ReservedPorts& ports) { return prepare(ports); };
   if (options.ipv6) setup.ready = [](ChildProcess&, const ReservedPorts& ports) { return port_is_open(ports[0], "::1"); };
+  if (options.implicit_tls) setup.ready = [](ChildProcess&, const ReservedPorts&) { return port_is_open(kImplicitTlsPort); };
   server_.emplace(std::move(setup));
 }
 
 std::string FtpServer::address() const {
+  if (options_.implicit_tls) return "127.0.0.1";
   return (options_.ipv6 ? "[::1]:" : "127.0.0.1:") + std::to_string(port());
 }
 
@@ -97,6 +100,7 @@ ChildOptions FtpServer::prepare_vsftpd(const ReservedPorts& ports) const {
     text << "ssl_enable=YES\nallow_anon_ssl=YES\nforce_anon_data_ssl=YES\nforce_anon_logins_ssl=YES\nssl_ciphers=HIGH\n"
          << "rsa_cert_file=" << pair.certificate.string() << "\nrsa_private_key_file=" << pair.key.string() << "\n";
   }
+  if (options_.implicit_tls) text << "implicit_ssl=YES\nlisten_port=" << kImplicitTlsPort << "\n";
   text << options_.lines;
   ChildOptions child;
   child.argv = {program_of(FtpBrand::vsftpd), config_file(text.str()).string()};

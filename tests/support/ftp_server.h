@@ -26,6 +26,7 @@ class FtpServer : public ServedFolder {
     bool tls = false;                // explicit TLS, required for login and data
     std::string lines = {};          // more configuration (vsftpd, ProFTPD)
     bool ipv6 = false;               // listen on ::1 instead (ProFTPD)
+    bool implicit_tls = false;       // with tls: from the first byte, on port 990 (vsftpd)
   };
   explicit FtpServer(const Options& options);
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -39,6 +40,8 @@ class NginxServer {
 
   void add_document(std::string_view name, std::string_view content) const { documents_.write(name, content); }
 
+  [[nodiscard]] const std::filesystem::path& documents() const { return documents_.path(); }
+  void stop() { server_->stop(); }
   [[nodiscard]] static bool has_echo();  // whether the module for /echo and its kin is installed
 
  private:

@@ -1,5 +1,7 @@
 #include "support/requirements.h"
 
+#include <sched.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <system_error>
@@ -47,6 +49,16 @@ std::vector<std::string> in_network_namespace(const std::vector<std::string>& ar
   std::vector<std::string> command{"unshare", namespaces, "sh", "-c", script + "exec \"$@\"", resolver.string()};
   command.insert(command.end(), argv.begin(), argv.end());
   return command;
+}
+
+void enter_mount_namespace() {
+  if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    throw std::system_error(errno, std::generic_category(), "own mount namespace");
+}
+
+void enter_network_namespace() {
+  if (::unshare(CLONE_NEWNET) != 0 || run_command({"ip", "link", "set", "lo", "up"}).exit_code != 0)
+    throw std::system_error(errno, std::generic_category(), "own network namespace");
 }
 
 }  // namespace yinet::test

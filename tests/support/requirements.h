@@ -23,6 +23,11 @@ std::string missing_ipv6();
 std::vector<std::string> in_network_namespace(const std::vector<std::string>& argv,
                                               const std::filesystem::path& resolver = {});
 
+// For good, and with the processes and threads it starts later, the calling thread gets mounts, or a network that is only a
+// loopback, of its own. For root, and under the same need.
+void enter_mount_namespace();
+void enter_network_namespace();
+
 }  // namespace yinet::test
 
 #define YINET_SKIP_FOR(reason)                             \

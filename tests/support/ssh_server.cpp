@@ -52,8 +52,9 @@ ChildOptions SshServer::prepare(std::uint16_t port, const std::string& lines) co
        << "\nPidFile none\nUsePAM no\nPasswordAuthentication yes\nKbdInteractiveAuthentication no\nStrictModes no\n"
        << "AuthorizedKeysFile " << user_key().string() << ".pub\nSubsystem sftp internal-sftp\nUseDNS no\nMaxStartups 200\n";
   ChildOptions child;
-  child.argv = {"unshare", "-m", "sh", "-c", kInNamespace, folder_.path().string(), find_program("sshd")->string(), "-D",
-                "-e", "-f", folder_.write("sshd_config", text.str()).string()};
+  // A process namespace as well: sshd's sessions leave its process group, and are to end with it.
+  child.argv = {"unshare", "-m", "-p", "--fork", "--kill-child", "sh", "-c", kInNamespace, folder_.path().string(),
+                find_program("sshd")->string(), "-D", "-e", "-f", folder_.write("sshd_config", text.str()).string()};
   return child;
 }
 

@@ -33,13 +33,14 @@ bool apply_cipher_list(SSL_CTX* context) {
 
 ContextHandle make_context(const SSL_METHOD* method) {
   ContextHandle context(SSL_CTX_new(method));
-  if (!context || !apply_minimum_version(context.get()) || !apply_cipher_list(context.get())) return nullptr;
-  return context;
+  return context && apply_tls_policy(context.get()) ? std::move(context) : nullptr;
 }
 
 std::string system_path(std::string_view name) { return YFileManager.ResolveSystemPath(name); }
 
 }  // namespace
+
+bool apply_tls_policy(SSL_CTX* context) { return apply_minimum_version(context) && apply_cipher_list(context); }
 
 ContextHandle make_client_context() { return make_context(TLS_client_method()); }
 ContextHandle make_server_context() { return make_context(TLS_server_method()); }

@@ -18,6 +18,9 @@ namespace yinet {
 ContextHandle make_client_context();
 ContextHandle make_server_context();
 
+// The same changes to a context that another library has made. False leaves it half changed.
+bool apply_tls_policy(SSL_CTX* context);
+
 // A folder of hashed certificates whose authorities are trusted. Only the empty name is refused: what is in the folder,
 // or that it is missing, shows when a certificate is looked for.
 bool trust_folder(SSL_CTX* context, std::string_view folder);

@@ -8,6 +8,7 @@
 
 namespace yinet {
 
+std::span<const ScriptFunction> filetransfer_functions();  // filetransfer_functions.cpp
 std::span<const ScriptFunction> ftps_functions();  // ftps_functions.cpp
 std::span<const ScriptFunction> http_functions();  // http_functions.cpp
 std::span<const ScriptFunction> mime_functions();  // mime_functions.cpp

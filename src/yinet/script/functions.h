@@ -27,6 +27,16 @@ YINET_API void SOAP_EXECUTEFUNCTION(YObject* arguments);
 // Mail
 YINET_API void MIME_DEKODIERE(YObject* arguments);
 
+// File transfer through libcurl
+YINET_API void YINETFILETRANSFER_DOWNLOAD_DATEI(YObject* arguments);
+YINET_API void YINETFILETRANSFER_DOWNLOAD_TEXT(YObject* arguments);
+YINET_API void YINETFILETRANSFER_UPLOAD_DATEI(YObject* arguments);
+YINET_API void YINETFILETRANSFER_UPLOAD_TEXT(YObject* arguments);
+YINET_API void YINETFILETRANSFER_ERSTELLE_VERZEICHNIS(YObject* arguments);
+YINET_API void YINETFILETRANSFER_EXISTIERT_VERZEICHNIS(YObject* arguments);
+YINET_API void YINETFILETRANSFER_LOESCHE_DATEI(YObject* arguments);
+YINET_API void YINETFILETRANSFER_LOESCHE_VERZEICHNIS(YObject* arguments);
+
 // TLS start-up: prepares the TLS library for several threads. Works with any block, null included, and sets nothing.
 YINET_API void SECURESOCKETGLOBALSSLINIT(YObject* arguments);
 

@@ -33,6 +33,26 @@ inline constexpr std::string_view kProxyAddress = "pProxyAdr";
 inline constexpr std::string_view kProxyUser = "pProxyBenutzer";
 inline constexpr std::string_view kProxyPassword = "pProxyPassword";
 
+// File transfer
+inline constexpr std::string_view kConnection = "pVerbindungsdaten";
+inline constexpr std::string_view kSourcePath = "pQuellPfad";
+inline constexpr std::string_view kTargetPath = "pZielPfad";
+inline constexpr std::string_view kPath = "pPfad";
+inline constexpr std::string_view kText = "pInhalt";
+// Keys of the connection's record.
+inline constexpr std::string_view kServerUrl = "ServerUrl";
+inline constexpr std::string_view kProtocol = "Protokoll";
+inline constexpr std::string_view kServer = "Server";
+inline constexpr std::string_view kPort = "Port";
+inline constexpr std::string_view kLoginName = "Benutzername";
+inline constexpr std::string_view kLoginPassword = "Passwort";
+inline constexpr std::string_view kProxyServerUrl = "ProxyServerUrl";
+inline constexpr std::string_view kProxyProtocol = "ProxyProtokoll";
+inline constexpr std::string_view kProxyServer = "ProxyServer";
+inline constexpr std::string_view kProxyPort = "ProxyPort";
+inline constexpr std::string_view kProxyLoginName = "ProxyBenutzername";
+inline constexpr std::string_view kProxyLoginPassword = "ProxyPasswort";
+
 // Mail
 inline constexpr std::string_view kMailFile = "pEMLDatei";
 inline constexpr std::string_view kMail = "pMail";

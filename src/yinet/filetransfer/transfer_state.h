@@ -1,0 +1,27 @@
+#pragma once
+
+// What a YInetFileTransfer needs besides its described members.
+
+#include <curl/curl.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "yinet/filetransfer/yinet_file_transfer.h"
+
+namespace yinet {
+
+struct TransferState {
+  std::array<char, CURL_ERROR_SIZE> error_text{};
+  TransferCause cause;
+  std::string tls_policy;  // that the handle's connections were made under
+  TransferReport report;
+  bool reporting = false;        // an upload or download runs, no preparation
+  std::int64_t upload_size = -1;  // of a running upload
+  // Whether the server was asked for its start folder since server or login changed. A connection that is reused does not
+  // tell it again.
+  bool entry_directory_asked = false;
+};
+
+}  // namespace yinet

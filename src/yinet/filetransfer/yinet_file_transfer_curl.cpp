@@ -1,0 +1,300 @@
+// The dealings with libcurl: its handle, what every operation sets on it, and one transfer.
+
+#include <curl/curl.h>
+
+#include <openssl/ssl.h>
+
+#include <algorithm>
+#include <limits>
+#include <string>
+#include <string_view>
+
+#include "yinet/filetransfer/curl_library.h"
+#include "yinet/filetransfer/transfer_formats.h"
+#include "yinet/filetransfer/transfer_state.h"
+#include "yinet/filetransfer/yinet_file_transfer.h"
+#include "yinet/host/message_numbers.h"
+#include "yinet/host/setting_table.h"
+#include "yinet/host/text.h"
+#include "yinet/host/wire_text.h"
+#include "yinet/net/sigpipe_guard.h"
+#include "yinet/net/tls_context.h"
+
+using namespace yinet;
+
+namespace {
+
+constexpr long kHttpOk = 200;
+constexpr long kHttpUnauthorized = 401;
+constexpr long kHttpProxyUnauthorized = 407;
+constexpr long kVerifyName = 2;  // CURLOPT_SSL_VERIFYHOST: the certificate must name the host
+// libcurl's own are 16 and 64 KB; larger ones save it calls on fast networks.
+constexpr long kReceiveBuffer = 256L * 1024;
+constexpr long kUploadBuffer = 1024L * 1024;
+
+std::size_t discard(char*, std::size_t size, std::size_t count, void*) { return size * count; }
+
+struct HeaderText {
+  std::string text;
+  std::size_t limit;
+};
+
+std::size_t collect_header(char* bytes, std::size_t size, std::size_t count, void* target) noexcept {
+  HeaderText& header = *static_cast<HeaderText*>(target);
+  const std::size_t length = size * count;
+  if (length > header.limit - std::min(header.limit, header.text.size())) return 0;
+  try {
+    header.text.append(bytes, length);
+  } catch (...) {
+    return 0;
+  }
+  return length;
+}
+
+int report_progress(void* context, curl_off_t down_total, curl_off_t down, curl_off_t, curl_off_t up) noexcept {
+  const TransferState& state = *static_cast<const TransferState*>(context);
+  if (!state.reporting || !state.report) return 0;
+  try {
+    if (state.upload_size >= 0)
+      state.report(up, state.upload_size);
+    else
+      state.report(down, down_total > 0 ? down_total : -1);
+  } catch (...) {
+    return 1;
+  }
+  return 0;
+}
+
+// All settings that say which connections are good enough.
+std::string tls_policy() {
+  std::string policy;
+  for (const Setting* setting : {&settings::kTlsVerifyAlways, &settings::kTlsCheckName, &settings::kTlsMinimumVersion,
+                                 &settings::kTlsCipherList, &settings::kTransferFtpsTls13})
+    policy += setting_text(*setting) + '\n';
+  return policy;
+}
+
+// libcurl's own set-up comes first; the host's policy holds for its connections too.
+CURLcode prepare_tls(CURL*, void* context, void*) noexcept {
+  auto* const tls = static_cast<SSL_CTX*>(context);
+  try {
+    trust_system(tls);
+    return apply_tls_policy(tls) ? CURLE_OK : CURLE_SSL_CIPHER;
+  } catch (...) {
+    return CURLE_OUT_OF_MEMORY;
+  }
+}
+
+bool set_for_good(CURL* handle, TransferState& state) {
+  return curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L) == CURLE_OK &&
+         curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https,ftp,ftps,sftp") == CURLE_OK &&
+         curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https") == CURLE_OK &&
+         curl_easy_setopt(handle, CURLOPT_NOPROXY, "") == CURLE_OK &&  // a proxy that was set holds for every host
+         curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, state.error_text.data()) == CURLE_OK &&
+         curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &report_progress) == CURLE_OK &&
+         curl_easy_setopt(handle, CURLOPT_XFERINFODATA, &state) == CURLE_OK &&
+         curl_easy_setopt(handle, CURLOPT_SSL_CTX_FUNCTION, &prepare_tls) == CURLE_OK &&
+         curl_easy_setopt(handle, CURLOPT_BUFFERSIZE, kReceiveBuffer) == CURLE_OK &&
+         curl_easy_setopt(handle, CURLOPT_UPLOAD_BUFFERSIZE, kUploadBuffer) == CURLE_OK;
+}
+
+long setting_long(const Setting& setting) {
+  return static_cast<long>(std::min<std::int64_t>(setting_number(setting), std::numeric_limits<std::int32_t>::max()));
+}
+
+TransferFailure failure_of(CURLcode result) {
+  switch (result) {
+    case CURLE_OK: return TransferFailure::none;
+    case CURLE_COULDNT_RESOLVE_PROXY:
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_CONNECT:
+    case CURLE_PROXY:
+    case CURLE_WEIRD_SERVER_REPLY:
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_USE_SSL_FAILED: return TransferFailure::no_connection;
+    case CURLE_LOGIN_DENIED: return TransferFailure::login_refused;
+    case CURLE_REMOTE_ACCESS_DENIED:
+    case CURLE_REMOTE_FILE_NOT_FOUND:
+    case CURLE_REMOTE_FILE_EXISTS:
+    case CURLE_REMOTE_DISK_FULL:
+    case CURLE_QUOTE_ERROR:
+    case CURLE_FTP_COULDNT_RETR_FILE:
+    case CURLE_UPLOAD_FAILED: return TransferFailure::refused;
+    case CURLE_WRITE_ERROR:
+    case CURLE_READ_ERROR:
+    case CURLE_ABORTED_BY_CALLBACK: return TransferFailure::local_file;
+    case CURLE_PARTIAL_FILE:
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+    case CURLE_GOT_NOTHING:
+    case CURLE_OPERATION_TIMEDOUT:
+    case CURLE_HTTP2_STREAM:
+    case CURLE_SSH: return TransferFailure::broken_off;
+    default: return TransferFailure::other;
+  }
+}
+
+// libcurl answers "pwd" and then looks for "~", which is no name on most servers and may be closed on others.
+bool is_only_about_home(CURLcode result) {
+  return result == CURLE_OK || result == CURLE_REMOTE_FILE_NOT_FOUND || result == CURLE_REMOTE_ACCESS_DENIED ||
+         result == CURLE_SSH;
+}
+
+}  // namespace
+
+void CurlEasyCleanup::operator()(void* handle) const noexcept {
+  const SigpipeGuard no_sigpipe;  // closing connections writes to them
+  curl_easy_cleanup(handle);
+}
+
+void YInetFileTransfer::MakeHandle() {
+  handle_.reset();
+  if (!IsLibcurlInitialized()) return;
+  handle_.reset(curl_easy_init());
+  state_->tls_policy = tls_policy();
+  if (!handle_ || !set_for_good(handle_.get(), *state_)) {
+    handle_.reset();
+    RaiseError(message::kTransferHandleFailed, "", "", false);
+  }
+}
+
+// --- Options --------------------------------------------------------------------------------------------------------------
+
+bool YInetFileTransfer::OptionAccepted(int result) {
+  return result == CURLE_OK || (operation_number_ != 0 && RaiseCurlError(operation_number_, result));
+}
+
+bool YInetFileTransfer::SetCurlOptInt(int option, long value) {
+  return OptionAccepted(curl_easy_setopt(handle_.get(), static_cast<CURLoption>(option), value));
+}
+
+bool YInetFileTransfer::SetCurlOptPointer(int option, const void* value) {
+  return OptionAccepted(curl_easy_setopt(handle_.get(), static_cast<CURLoption>(option), value));
+}
+
+bool YInetFileTransfer::SetCurlOptYString(int option, const YString& text) {
+  return SetCurlOptPointer(option, text.IsEmpty() ? nullptr : text_for_wire(text).c_str());
+}
+
+bool YInetFileTransfer::ResetCallbacks() {
+  return SetCurlOptPointer(CURLOPT_QUOTE, nullptr) && SetCurlOptPointer(CURLOPT_READFUNCTION, nullptr) &&
+         SetCurlOptPointer(CURLOPT_READDATA, nullptr) &&
+         OptionAccepted(curl_easy_setopt(handle_.get(), CURLOPT_WRITEFUNCTION, &discard)) &&
+         SetCurlOptPointer(CURLOPT_WRITEDATA, nullptr) && SetCurlOptPointer(CURLOPT_HEADERFUNCTION, nullptr) &&
+         SetCurlOptPointer(CURLOPT_HEADERDATA, nullptr);
+}
+
+// Certificates are not verified unless the host wants that for all its clients.
+bool YInetFileTransfer::SetCurlSecurity() {
+  const bool ftps = protocol_.Equals("ftps");
+  const bool verify = setting_flag(settings::kTlsVerifyAlways);
+  const long verify_name = verify && setting_flag(settings::kTlsCheckName) ? kVerifyName : 0;
+  // With TLS 1.3 this libcurl closes data connections before the server has read all, and loses the session that many
+  // servers want to see resumed on the next one: uploads are cut and transfers refused now and then.
+  const bool newest = !ftps || setting_flag(settings::kTransferFtpsTls13) || setting_text(settings::kTlsMinimumVersion) == "1.3";
+  const long versions = newest ? long{CURL_SSLVERSION_DEFAULT} : long{CURL_SSLVERSION_MAX_TLSv1_2};
+  // A password that was given is the login: keys of the account that runs the host are not tried then.
+  const long ssh_login = password_.IsEmpty() ? long{CURLSSH_AUTH_DEFAULT} : long{CURLSSH_AUTH_PASSWORD | CURLSSH_AUTH_KEYBOARD};
+  return SetCurlOptInt(CURLOPT_SSH_AUTH_TYPES, ssh_login) && SetCurlOptInt(CURLOPT_SSLVERSION, versions) &&
+         SetCurlOptInt(CURLOPT_USE_SSL, ftps ? CURLUSESSL_ALL : CURLUSESSL_NONE) &&
+         SetCurlOptInt(CURLOPT_SSL_VERIFYHOST, verify_name) && SetCurlOptInt(CURLOPT_SSL_VERIFYPEER, verify ? 1 : 0) &&
+         SetCurlOptInt(CURLOPT_PROXY_SSL_VERIFYHOST, verify_name) &&
+         SetCurlOptInt(CURLOPT_PROXY_SSL_VERIFYPEER, verify ? 1 : 0);
+}
+
+bool YInetFileTransfer::SetCurlLimits() {
+  return SetCurlOptInt(CURLOPT_CONNECTTIMEOUT_MS, setting_long(settings::kTransferConnectLimit)) &&
+         SetCurlOptInt(CURLOPT_TIMEOUT_MS, setting_long(settings::kTransferTimeLimit)) &&
+         SetCurlOptInt(CURLOPT_LOW_SPEED_LIMIT, setting_long(settings::kTransferLowSpeed)) &&
+         SetCurlOptInt(CURLOPT_LOW_SPEED_TIME, setting_long(settings::kTransferLowSpeedTime)) &&
+         SetCurlOptInt(CURLOPT_MAXREDIRS, setting_long(settings::kTransferRedirects));
+}
+
+// --- Preparation ----------------------------------------------------------------------------------------------------------
+
+bool YInetFileTransfer::PrepareServerFunction(int number, const YString& path) {
+  operation_number_ = number;
+  const bool needs_entry_directory = entry_directory_.IsEmpty() && protocol_.Find("ftp") >= 0;
+  const bool prepared = (!needs_entry_directory || RequestEntryDir(number)) && PrepareServerFunction_Intern(path);
+  operation_number_ = 0;
+  return prepared;
+}
+
+bool YInetFileTransfer::PrepareServerFunction_Intern(const YString& path) {
+  if (!handle_) return false;
+  ClearLastErrorIfInitOk();
+  if (state_->tls_policy != tls_policy()) {  // connections and sessions made under another one are not used on
+    MakeHandle();
+    if (!ApplyLogin()) return false;
+  }
+  if (!SetCurlProxyUrl() || !CheckProtocol() || !CheckServer(true) || !CheckLoginTexts()) return false;
+  // An FTP server behind an HTTP proxy is to be reached through a tunnel: as an HTTP request of the proxy, commands would be
+  // dropped, TLS forgotten and error pages taken for files.
+  return SetCurlOptPointer(CURLOPT_URL, GetUrl(path, false).Ptr()) && ResetCallbacks() &&
+         SetCurlOptInt(CURLOPT_NOBODY, 0) && SetCurlOptInt(CURLOPT_UPLOAD, 0) &&
+         SetCurlOptInt(CURLOPT_FOLLOWLOCATION, 0) && SetCurlOptInt(CURLOPT_PATH_AS_IS, IsFtpOrSftp() ? 1 : 0) &&
+         SetCurlOptInt(CURLOPT_HTTPPROXYTUNNEL, IsFtpOrSftp() ? 1 : 0) && SetCurlSecurity() && SetCurlLimits() &&
+         SetCurlOptInt(CURLOPT_NOPROGRESS, state_->report ? 0 : 1);
+}
+
+bool YInetFileTransfer::RequestEntryDir(int number) {
+  entry_directory_.Clear();
+  if (!PrepareServerFunction_Intern(IsSftp() ? "~" : "")) return false;
+  HeaderText header{{}, static_cast<std::size_t>(setting_number(settings::kTransferReplySize))};
+  CurlList command;
+  if (IsSftp()) {
+    command.reset(CreateAndSetHeaderlist("pwd", ""));
+    if (!command) return RaiseCurlError(number, CURLE_OUT_OF_MEMORY);
+  }
+  const bool fresh = !IsSftp() && !state_->entry_directory_asked;
+  if (!OptionAccepted(curl_easy_setopt(handle_.get(), CURLOPT_HEADERFUNCTION, &collect_header)) ||
+      !SetCurlOptPointer(CURLOPT_HEADERDATA, &header) || !SetCurlOptInt(CURLOPT_FRESH_CONNECT, fresh ? 1 : 0))
+    return false;
+  const auto result = static_cast<CURLcode>(Perform());
+  ResetCallbacks();
+  SetCurlOptInt(CURLOPT_FRESH_CONNECT, 0);
+  const YString folder(current_folder_in(header.text));
+  const bool answered = IsSftp() ? !folder.IsEmpty() && is_only_about_home(result) : result == CURLE_OK;
+  if (!answered && result != CURLE_OK) return RaiseCurlError(number, result);
+  entry_directory_ = folder;
+  state_->entry_directory_asked = true;
+  return true;
+}
+
+// --- One transfer ---------------------------------------------------------------------------------------------------------
+
+// The list belongs to the caller and must live until the transfer is over; null when memory runs out.
+curl_slist* YInetFileTransfer::CreateAndSetHeaderlist(const YString& command, const YString& path) {
+  YString line = command;
+  if (!path.IsEmpty()) {
+    const YString absolute = GetAbsolutePath(path);
+    line += " ";
+    line += IsSftp() ? quoted_for_sftp(absolute) : std::string(absolute);
+  }
+  curl_slist* const list = curl_slist_append(nullptr, line.Ptr());
+  if (list && curl_easy_setopt(handle_.get(), CURLOPT_QUOTE, list) == CURLE_OK) return list;
+  curl_slist_free_all(list);
+  return nullptr;
+}
+
+int YInetFileTransfer::Perform() {
+  const SigpipeGuard no_sigpipe;
+  state_->error_text.front() = '\0';
+  const CURLcode result = curl_easy_perform(handle_.get());
+  state_->cause = {failure_of(result), result, 0, YString(state_->error_text.data())};
+  curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &state_->cause.response);
+  return result;
+}
+
+bool YInetFileTransfer::CurlPerform(int number) {
+  state_->reporting = true;
+  const int result = Perform();
+  state_->reporting = false;
+  ResetCallbacks();
+  if (result != CURLE_OK) return RaiseCurlError(number, result);
+  if (IsFtpOrSftp() || state_->cause.response == kHttpOk) return true;
+  const bool login = state_->cause.response == kHttpUnauthorized || state_->cause.response == kHttpProxyUnauthorized;
+  state_->cause.failure = login ? TransferFailure::login_refused : TransferFailure::refused;
+  return RaiseError(message::kTransferStatus, YString(state_->cause.response), "", true);
+}

@@ -1,0 +1,235 @@
+// YINETFILETRANSFER_*: one operation each, on a connection of its own. The worker reports its failures itself.
+
+#include <algorithm>
+#include <array>
+#include <span>
+#include <string_view>
+
+#include "yinet/filetransfer/yinet_file_transfer.h"
+#include "yinet/host/message_numbers.h"
+#include "yinet/host/ybuffer.h"
+#include "yinet/host/ylog.h"
+#include "yinet/host/yobject.h"
+#include "yinet/script/families.h"
+#include "yinet/script/functions.h"
+#include "yinet/script/parameter_keys.h"
+#include "yinet/script/script_frame.h"
+
+namespace yinet {
+namespace {
+
+// --- The connection -------------------------------------------------------------------------------------------------------
+
+template <typename Setter>
+void set_text(YInetFileTransfer& transfer, const YObject& connection, std::string_view key, Setter setter) {
+  const YString text = connection.GetString(key);
+  if (!text.IsEmpty()) (transfer.*setter)(text);
+}
+
+template <typename Setter>
+void set_number(YInetFileTransfer& transfer, const YObject& connection, std::string_view key, Setter setter) {
+  if (connection.Exist(key)) (transfer.*setter)(connection.GetInteger(key));
+}
+
+// In this order: "Protokoll" and "Server" replace their parts of "ServerUrl". What is no good makes the operation fail.
+void apply_connection(YInetFileTransfer& transfer, const YObject& connection) {
+  using Transfer = YInetFileTransfer;
+  set_text(transfer, connection, key::kServerUrl, &Transfer::SetServerUrl);
+  set_text(transfer, connection, key::kProtocol, &Transfer::SetProtocol);
+  set_text(transfer, connection, key::kServer, &Transfer::SetServer);
+  set_number(transfer, connection, key::kPort, &Transfer::SetPortA);
+  transfer.SetUsername(connection.GetString(key::kLoginName));
+  transfer.SetPassword(connection.GetString(key::kLoginPassword));
+  set_text(transfer, connection, key::kProxyServerUrl, &Transfer::SetProxyServerUrl);
+  set_text(transfer, connection, key::kProxyProtocol, &Transfer::SetProxyProtocol);
+  set_text(transfer, connection, key::kProxyServer, &Transfer::SetProxyServer);
+  set_number(transfer, connection, key::kProxyPort, &Transfer::SetProxyPort);
+  transfer.SetProxyUsername(connection.GetString(key::kProxyLoginName));
+  transfer.SetProxyPassword(connection.GetString(key::kProxyLoginPassword));
+}
+
+template <typename Operation>
+void run(YObject& parameters, Operation operation) {
+  YInetFileTransfer transfer;
+  YString password, proxy_password;
+  if (const auto* connection = parameters.Find<YObject>(key::kConnection)) {
+    password = connection->GetString(key::kLoginPassword);
+    proxy_password = connection->GetString(key::kProxyLoginPassword);
+    apply_connection(transfer, *connection);
+  }
+  const SecretScope no_password(password);
+  const SecretScope no_proxy_password(proxy_password);
+  store_result(parameters, operation(transfer));
+}
+
+// --- The functions --------------------------------------------------------------------------------------------------------
+
+void download_file(YObject& parameters) {
+  run(parameters, [&](YInetFileTransfer& transfer) {
+    return transfer.DownloadToFile(parameters.GetString(key::kSourcePath), parameters.GetString(key::kTargetPath));
+  });
+}
+
+void download_text(YObject& parameters) {
+  YString& content = live_text(parameters, key::kText);
+  run(parameters, [&](YInetFileTransfer& transfer) {
+    return transfer.DownloadToString(parameters.GetString(key::kSourcePath), content);
+  });
+}
+
+void upload_file(YObject& parameters) {
+  run(parameters, [&](YInetFileTransfer& transfer) {
+    return transfer.UploadFile(parameters.GetString(key::kSourcePath), parameters.GetString(key::kTargetPath));
+  });
+}
+
+void upload_text(YObject& parameters) {
+  const auto* bytes = parameters.Find<YBuffer>(key::kText);
+  const YString content = bytes ? YString(bytes->view()) : parameters.GetString(key::kText);
+  run(parameters, [&](YInetFileTransfer& transfer) {
+    return transfer.UploadString(content, parameters.GetString(key::kTargetPath));
+  });
+}
+
+// The four that take one remote path.
+using PathOperation = bool (YInetFileTransfer::*)(const YString&);
+template <PathOperation operation>
+void run_on_path(YObject& parameters) {
+  run(parameters, [&](YInetFileTransfer& transfer) { return (transfer.*operation)(parameters.GetString(key::kPath)); });
+}
+
+// --- The table ------------------------------------------------------------------------------------------------------------
+
+constexpr ScriptParameter in_text(std::string_view key, std::string_view meaning) {
+  return {.key = key, .type = kTypeString, .direction = Direction::in, .default_value = "", .meaning = meaning};
+}
+
+constexpr ScriptParameter kConnectionRow{
+    .key = key::kConnection,
+    .type = kTypeObject,
+    .direction = Direction::in,
+    .default_value = "",
+    .meaning = "Record with ServerUrl (or Protokoll, Server), Port, Benutzername, Passwort, ProxyServerUrl (or "
+               "ProxyProtokoll, ProxyServer), ProxyPort, ProxyBenutzername, ProxyPasswort.",
+    .secret = true};
+constexpr ScriptParameter kRemoteSourceRow = in_text(key::kSourcePath, "The file on the server.");
+constexpr ScriptParameter kRemoteTargetRow = in_text(key::kTargetPath, "The file on the server; one that exists is replaced.");
+constexpr ScriptParameter kFolderRow = in_text(key::kPath, "The folder on the server.");
+
+constexpr std::array kDownloadFileParameters = {kConnectionRow, kRemoteSourceRow,
+                                                in_text(key::kTargetPath, "The local file; none is left after a failure.")};
+constexpr std::array kDownloadTextParameters = {kConnectionRow, kRemoteSourceRow,
+                                                ScriptParameter{.key = key::kText,
+                                                                .type = kTypeString,
+                                                                .direction = Direction::out,
+                                                                .default_value = "",
+                                                                .meaning = "What the file holds; empty after a failure."}};
+constexpr std::array kUploadFileParameters = {kConnectionRow, in_text(key::kSourcePath, "The local file."), kRemoteTargetRow};
+constexpr std::array kUploadTextParameters = {kConnectionRow,
+                                              ScriptParameter{.key = key::kText,
+                                                              .type = kTypeString,
+                                                              .direction = Direction::in,
+                                                              .default_value = "",
+                                                              .meaning = "What to send, as text or as a buffer of bytes.",
+                                                              .other_type = kTypeBuffer},
+                                              kRemoteTargetRow};
+constexpr std::array kFolderParameters = {kConnectionRow, kFolderRow};
+constexpr std::array kFileParameters = {kConnectionRow, in_text(key::kPath, "The file on the server.")};
+
+// What the connection's record can be blamed for, and a function's own numbers.
+template <typename... Own>
+constexpr auto messages_with(Own... own) {
+  std::array numbers = {message::kScriptFunctionFailed,
+                        message::kTransferHandleFailed,
+                        message::kTransferNoProtocol,
+                        message::kTransferNoServer,
+                        message::kTransferProtocolUnknown,
+                        message::kTransferNoProxyProtocol,
+                        message::kTransferProxyProtocolUnknown,
+                        message::kTransferPortWrong,
+                        message::kTransferAddressWrong,
+                        message::kTransferLineBreakRefused,
+                        static_cast<int>(own)...};
+  std::ranges::sort(numbers);
+  return numbers;
+}
+constexpr auto kDownloadFileMessages = messages_with(message::kTransferLocalFileNotCreated,
+                                                     message::kTransferDownloadFileFailed, message::kTransferStatus);
+constexpr auto kDownloadTextMessages = messages_with(message::kTransferDownloadTextFailed, message::kTransferStatus);
+constexpr auto kUploadFileMessages = messages_with(message::kTransferUploadFileProtocol,
+                                                   message::kTransferLocalFileNotOpened, message::kTransferUploadFileFailed);
+constexpr auto kUploadTextMessages = messages_with(message::kTransferUploadTextProtocol, message::kTransferUploadTextFailed);
+constexpr auto kCreateMessages = messages_with(message::kTransferCreateFolderProtocol, message::kTransferCreateFolderFailed);
+constexpr auto kExistsMessages = messages_with(message::kTransferFolderExistsProtocol, message::kTransferFolderExistsFailed);
+constexpr auto kDeleteFileMessages = messages_with(message::kTransferDeleteFileProtocol, message::kTransferDeleteFileFailed);
+constexpr auto kDeleteFolderMessages =
+    messages_with(message::kTransferDeleteFolderProtocol, message::kTransferDeleteFolderFailed);
+
+#define YINET_EXAMPLE_CONNECTION \
+  R"(pVerbindungsdaten:={"ServerUrl": "sftp://files.example.com", "Benutzername": "me", "Passwort": "secret"})"
+constexpr std::array<std::string_view, 3> kDownloadFileExample = {YINET_EXAMPLE_CONNECTION, "pQuellPfad=reports/today.txt",
+                                                                  "pZielPfad=TEMP:today.txt"};
+constexpr std::array<std::string_view, 2> kDownloadTextExample = {YINET_EXAMPLE_CONNECTION, "pQuellPfad=reports/today.txt"};
+constexpr std::array<std::string_view, 3> kUploadFileExample = {YINET_EXAMPLE_CONNECTION, "pQuellPfad=today.txt",
+                                                                "pZielPfad=reports/today.txt"};
+constexpr std::array<std::string_view, 3> kUploadTextExample = {YINET_EXAMPLE_CONNECTION, "pInhalt=Hello",
+                                                                "pZielPfad=reports/hello.txt"};
+constexpr std::array<std::string_view, 2> kFolderExample = {YINET_EXAMPLE_CONNECTION, "pPfad=reports"};
+constexpr std::array<std::string_view, 2> kFileExample = {YINET_EXAMPLE_CONNECTION, "pPfad=reports/today.txt"};
+
+constexpr ScriptFunction row(std::string_view name, void (*entry)(YObject*), std::string_view summary,
+                             std::span<const ScriptParameter> parameters, std::span<const int> messages,
+                             std::span<const std::string_view> example,
+                             std::string_view result = "True when it succeeded.") {
+  return {.name = name,
+          .entry = entry,
+          .family = "File transfer",
+          .summary = summary,
+          .parameters = parameters,
+          .result_type = kTypeBool,
+          .result_meaning = result,
+          .messages = messages,
+          .example = example};
+}
+
+constexpr std::array kFunctions = {
+    row("YINETFILETRANSFER_DOWNLOAD_DATEI", &YINETFILETRANSFER_DOWNLOAD_DATEI,
+        "Fetches a file over FTP, FTPS, SFTP, HTTP or HTTPS.", kDownloadFileParameters, kDownloadFileMessages,
+        kDownloadFileExample),
+    row("YINETFILETRANSFER_DOWNLOAD_TEXT", &YINETFILETRANSFER_DOWNLOAD_TEXT,
+        "Fetches a file over FTP, FTPS, SFTP, HTTP or HTTPS into a text.", kDownloadTextParameters, kDownloadTextMessages,
+        kDownloadTextExample),
+    row("YINETFILETRANSFER_UPLOAD_DATEI", &YINETFILETRANSFER_UPLOAD_DATEI, "Brings a file to an FTP, FTPS or SFTP server.",
+        kUploadFileParameters, kUploadFileMessages, kUploadFileExample),
+    row("YINETFILETRANSFER_UPLOAD_TEXT", &YINETFILETRANSFER_UPLOAD_TEXT,
+        "Writes a text to a file on an FTP, FTPS or SFTP server.", kUploadTextParameters, kUploadTextMessages,
+        kUploadTextExample),
+    row("YINETFILETRANSFER_ERSTELLE_VERZEICHNIS", &YINETFILETRANSFER_ERSTELLE_VERZEICHNIS,
+        "Creates a folder on an FTP, FTPS or SFTP server.", kFolderParameters, kCreateMessages, kFolderExample),
+    row("YINETFILETRANSFER_EXISTIERT_VERZEICHNIS", &YINETFILETRANSFER_EXISTIERT_VERZEICHNIS,
+        "Tells whether a folder is on an FTP, FTPS or SFTP server.", kFolderParameters, kExistsMessages, kFolderExample,
+        "True when the folder is there; false, without a message, when it is not."),
+    row("YINETFILETRANSFER_LOESCHE_DATEI", &YINETFILETRANSFER_LOESCHE_DATEI,
+        "Deletes a file on an FTP, FTPS or SFTP server.", kFileParameters, kDeleteFileMessages, kFileExample),
+    row("YINETFILETRANSFER_LOESCHE_VERZEICHNIS", &YINETFILETRANSFER_LOESCHE_VERZEICHNIS,
+        "Deletes an empty folder on an FTP, FTPS or SFTP server.", kFolderParameters, kDeleteFolderMessages,
+        kFolderExample)};
+
+}  // namespace
+
+std::span<const ScriptFunction> filetransfer_functions() { return kFunctions; }
+
+}  // namespace yinet
+
+#define YINET_TRANSFER_FUNCTION(name, body) \
+  void name(YObject* arguments) { yinet::run_script_function(#name, arguments, body); }
+
+YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_DOWNLOAD_DATEI, yinet::download_file)
+YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_DOWNLOAD_TEXT, yinet::download_text)
+YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_UPLOAD_DATEI, yinet::upload_file)
+YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_UPLOAD_TEXT, yinet::upload_text)
+YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_ERSTELLE_VERZEICHNIS,
+                        yinet::run_on_path<&YInetFileTransfer::CreateDirectoryA>)
+YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_EXISTIERT_VERZEICHNIS, yinet::run_on_path<&YInetFileTransfer::ExistsDirectory>)
+YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_LOESCHE_DATEI, yinet::run_on_path<&YInetFileTransfer::DeleteFileA>)
+YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_LOESCHE_VERZEICHNIS, yinet::run_on_path<&YInetFileTransfer::DeleteDirectory>)
