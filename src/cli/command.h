@@ -3,6 +3,7 @@
 // What the commands of the program share. Each command adds itself to the command line and hands back what runs it.
 
 #include <functional>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -24,6 +25,7 @@ Command add_call_command(CLI::App& program);
 Command add_functions_command(CLI::App& program);
 Command add_dns_command(CLI::App& program);
 Command add_ftp_command(CLI::App& program);
+std::vector<Command> add_file_commands(CLI::App& program);  // get, put, mkdir, rmdir, rm, exists
 Command add_mail_command(CLI::App& program);
 Command add_settings_command(CLI::App& program);
 Command add_messages_command(CLI::App& program);

@@ -4,6 +4,7 @@
 #include <exception>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "command.h"
@@ -18,6 +19,7 @@ using yinet::cli::Command;
 constexpr const char* kExamples = R"(Examples:
   yinet call HTTP_GET pUrl=https://www.example.com/
   yinet functions HTTP_POST
+  yinet get sftp://me@files.example.com/reports/today.txt
   yinet dns mx example.com
   yinet --language de --trace call HTTP_GET pUrl=http://127.0.0.1:8080/
 
@@ -63,6 +65,7 @@ int program(int argc, char** argv) {
   options.add_to(app);
   std::vector<Command> commands;
   for (const auto add : kAddCommands) commands.push_back(add(app));
+  for (Command& command : yinet::cli::add_file_commands(app)) commands.push_back(std::move(command));
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& help) {
