@@ -59,8 +59,8 @@ void print_message(const MessageText& message) {
 }
 
 void print_full_message(const MessageText& message) {
-  print(std::to_string(message.number) + " (" + level_text(message.level) + ")\n  English: " +
-        std::string(message.english) + "\n  German: " + utf8_from_ansi(message.german) + "\n");
+  print(std::to_string(message.number) + " (" + level_text(message.level) +
+        ")\n  English: " + std::string(message.english) + "\n  German: " + utf8_from_ansi(message.german) + "\n");
   if (!message.cure.empty()) print("  Cure: " + std::string(message.cure) + "\n");
 }
 

@@ -109,11 +109,12 @@ TEST_F(CallCommand, SoapAnswersAndFaultsOfARealServer) {
   nlohmann::json call_record = nlohmann::json::parse(read_file(YINET_EXAMPLES "/soap-call.json"));
   const auto called = [&](const std::string& url) {
     call_record["pParam"]["ENDPOINT"] = url;
-    return call({"SOAP_EXECUTEFUNCTION", "--json", "-"}, call_record.dump());
+    return call({"SOAP_EXECUTEFUNCTION", "--trace", "--json", "-"}, call_record.dump());
   };
   for (const std::string& url : {nginx.url("/post/answer.xml"), nginx.tls_url("/post/answer.xml")}) {
     const CommandResult answer = called(url);
     EXPECT_EQ(answer.exit_code, 0) << answer.errors;
+    EXPECT_THAT(answer.errors, AllOf(HasSubstr("21965"), HasSubstr("21966"), HasSubstr("<nskv:Item>St\xC3\xBChle</nskv:Item>")));
     const nlohmann::json count = record_of(answer)["pErg"]["S:Envelope"]["S:Body"]["Count"];
     EXPECT_EQ(count, nlohmann::json::parse("{\"Item\": \"24\", \"Item@unit\": \"St\xC3\xBC" "ck\"}"));
   }

@@ -61,8 +61,10 @@ class FormFields {
 
   bool add_file(std::string_view name, YObject file) {
     if (!count()) return false;
-    if (!fields_.Exist(name)) fields_.Store<YObject>(name, std::move(file));
-    else *array_from_entry(name).New() = std::move(file);
+    if (!fields_.Exist(name))
+      fields_.Store<YObject>(name, std::move(file));
+    else
+      *array_from_entry(name).New() = std::move(file);
     return true;
   }
 
@@ -73,8 +75,10 @@ class FormFields {
   YObjectArray& array_from_entry(std::string_view name) {
     if (auto* array = fields_.Find<YObjectArray>(name)) return *array;
     YObject first;
-    if (auto* file = fields_.Find<YObject>(name)) first = std::move(*file);
-    else first.StoreText(kFileContent, fields_.GetString(name));
+    if (auto* file = fields_.Find<YObject>(name))
+      first = std::move(*file);
+    else
+      first.StoreText(kFileContent, fields_.GetString(name));
     auto& array = fields_.Ensure<YObjectArray>(name);
     *array.New() = std::move(first);
     return array;
@@ -138,13 +142,13 @@ bool parse_xml(std::string_view content_type, std::string_view body, YObject& re
 using BodyParser = bool (*)(std::string_view content_type, std::string_view body, YObject& record);
 
 BodyParser parser_for(std::string_view type) {
-  constexpr auto kParsers = std::to_array<std::pair<std::string_view, BodyParser>>(
-      {{"multipart/form-data", parse_form_data},
-       {"application/x-www-form-urlencoded", parse_url_encoded},
-       {"application/json", parse_json},
-       {"text/plain", parse_text},
-       {"text/xml", parse_xml},
-       {"application/xml", parse_xml}});
+  constexpr auto kParsers =
+      std::to_array<std::pair<std::string_view, BodyParser>>({{"multipart/form-data", parse_form_data},
+                                                              {"application/x-www-form-urlencoded", parse_url_encoded},
+                                                              {"application/json", parse_json},
+                                                              {"text/plain", parse_text},
+                                                              {"text/xml", parse_xml},
+                                                              {"application/xml", parse_xml}});
   for (const auto& [known, parser] : kParsers)
     if (known == type) return parser;
   if (type.ends_with("+json")) return parse_json;

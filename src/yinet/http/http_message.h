@@ -30,6 +30,7 @@ std::optional<std::string> field_lines(const YObject& fields);
 
 // Calls `on_pair` for every "name=value" between "&", as bytes with escapes decoded and "+" as a blank; without "=" the
 // value is empty. Nothing between two "&" is no pair. Ends early when `on_pair` gives false, and then gives false.
-bool for_each_query_pair(std::string_view query, const std::function<bool(std::string name, std::string value)>& on_pair);
+bool for_each_query_pair(std::string_view query,
+                         const std::function<bool(std::string name, std::string value)>& on_pair);
 
 }  // namespace yinet

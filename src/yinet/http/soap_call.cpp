@@ -17,9 +17,7 @@ constexpr int kTraceChannel = 2195;
 constexpr std::string_view kContentType = "text/xml";
 
 // The value is a quoted URI (SOAP 1.1, section 6.1.1), and servers insist on the quotes.
-YString action_value(const YString& action) {
-  return action.StartsWith("\"") ? action : "\"" + action + "\"";
-}
+YString action_value(const YString& action) { return action.StartsWith("\"") ? action : "\"" + action + "\""; }
 
 }  // namespace
 

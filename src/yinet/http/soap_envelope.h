@@ -21,8 +21,8 @@ inline constexpr std::string_view kAction = "SOAPACTION";  // optional
 
 // The envelope for the call, UTF-8 with its declaration. The operation is the first entry of "BODY"; its parameters are
 // read as texts, and a "BODY" whose entry is no record has none. Every name gets the prefix of the service's namespace.
-// Otherwise `xml` stays as it is and the reason comes back: no operation, a key that is no XML name, a control character
-// in a text, or a header nested deeper than "XML"/"TiefenLimit".
+// Otherwise `xml` stays as it is and the reason comes back: no operation, a key that is no XML name, a control
+// character in a text, or a header nested deeper than "XML"/"TiefenLimit".
 std::optional<std::string> write_soap_envelope(const YObject& call, std::string& xml);
 
 }  // namespace yinet

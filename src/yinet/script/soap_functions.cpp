@@ -46,15 +46,17 @@ constexpr std::array kParameters = {
                     .type = kTypeObject,
                     .direction = Direction::in,
                     .default_value = "",
-                    .meaning = "ENDPOINT is the service's URL, NAMESPACE its namespace, BODY holds one record, named like "
-                               "the operation, with its parameters as texts; optional are HEADER, a record for the SOAP "
-                               "header, and SOAPACTION, the value of that HTTP field."},
+                    .meaning =
+                        "ENDPOINT is the service's URL, NAMESPACE its namespace, BODY holds one record, named like "
+                        "the operation, with its parameters as texts; optional are HEADER, a record for the SOAP "
+                        "header, and SOAPACTION, the value of that HTTP field."},
     ScriptParameter{.key = key::kSoapAnswer,
                     .type = kTypeObject,
                     .direction = Direction::out,
                     .default_value = "",
-                    .meaning = "The answer or the fault: elements by name, inner ones in records, repeated ones in arrays, "
-                               "attributes as name@attribute."}};
+                    .meaning =
+                        "The answer or the fault: elements by name, inner ones in records, repeated ones in arrays, "
+                        "attributes as name@attribute."}};
 constexpr std::array kMessages = {
     message::kScriptFunctionFailed, message::kConnectFailed,        message::kHandshakeStepFailed,
     message::kCertificateRejected,  message::kTlsContextFailed,     message::kTlsConnectFailed,
