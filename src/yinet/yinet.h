@@ -44,3 +44,5 @@
 #include "yinet/script/ssh_client_class.h"
 #include "yinet/script/suggestions.h"
 #include "yinet/script/yinet_call.h"
+#include "yinet/ssh/ssh_address.h"
+#include "yinet/ssh/ssh_client.h"

@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <optional>
-#include <ostream>
 #include <tuple>
 
 #include "ftp/ftp_test_kit.h"
@@ -12,19 +11,6 @@
 namespace yinet::test {
 namespace {
 
-// How a client gets to its server.
-struct Route {
-  const char* name;
-  int proxy_type;
-  SocksServer::Brand brand = SocksServer::Brand::dante;
-  const char* user = "";
-  const char* password = "";
-};
-void PrintTo(const Route& route, std::ostream* out) { *out << route.name; }
-constexpr Route kRoutes[] = {{"direct", 0},
-                             {"socks5", 5},
-                             {"socks5_password", 5, SocksServer::Brand::microsocks, "proxy user", "proxy pass"},
-                             {"socks4", 4}};
 constexpr FtpBrand kBrands[] = {FtpBrand::vsftpd, FtpBrand::proftpd, FtpBrand::pure_ftpd};
 enum class Channel { plain, tls };
 

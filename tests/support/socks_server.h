@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <ostream>
 #include <string>
 
 #include "support/server_process.h"
@@ -24,5 +25,19 @@ class SocksServer {
   TempDir folder_{"socks"};
   std::optional<ServerProcess> server_;
 };
+
+// How a client gets to its server.
+struct Route {
+  const char* name;
+  int proxy_type;
+  SocksServer::Brand brand = SocksServer::Brand::dante;
+  const char* user = "";
+  const char* password = "";
+};
+inline void PrintTo(const Route& route, std::ostream* out) { *out << route.name; }
+inline constexpr Route kRoutes[] = {{"direct", 0},
+                                    {"socks5", 5},
+                                    {"socks5_password", 5, SocksServer::Brand::microsocks, "proxy user", "proxy pass"},
+                                    {"socks4", 4}};
 
 }  // namespace yinet::test

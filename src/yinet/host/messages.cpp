@@ -14,7 +14,7 @@ namespace yinet {
 // messages_<group>.cpp.
 #define YINET_MESSAGE_GROUPS(row) \
   row(host_messages) row(mail_messages) row(socket_messages) row(socks_messages) row(dns_messages) \
-  row(transfer_messages) row(ftp_messages) row(http_messages) row(soap_messages)
+  row(transfer_messages) row(ftp_messages) row(ssh_messages) row(http_messages) row(soap_messages)
 
 #define YINET_DECLARE_GROUP(group) std::span<const MessageText> group();
 YINET_MESSAGE_GROUPS(YINET_DECLARE_GROUP)

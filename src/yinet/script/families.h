@@ -13,6 +13,7 @@ std::span<const ScriptFunction> ftps_functions();  // ftps_functions.cpp
 std::span<const ScriptFunction> http_functions();  // http_functions.cpp
 std::span<const ScriptFunction> mime_functions();  // mime_functions.cpp
 std::span<const ScriptFunction> soap_functions();  // soap_functions.cpp
+std::span<const ScriptFunction> ssh_functions();   // ssh_functions.cpp
 std::span<const ScriptFunction> tls_functions();   // tls_functions.cpp
 
 }  // namespace yinet

@@ -37,6 +37,14 @@ YINET_API void YINETFILETRANSFER_EXISTIERT_VERZEICHNIS(YObject* arguments);
 YINET_API void YINETFILETRANSFER_LOESCHE_DATEI(YObject* arguments);
 YINET_API void YINETFILETRANSFER_LOESCHE_VERZEICHNIS(YObject* arguments);
 
+// SFTP
+YINET_API void SSH_UPLOAD(YObject* arguments);
+YINET_API void SSH_DOWNLOAD(YObject* arguments);
+YINET_API void SSH_DELETE(YObject* arguments);
+YINET_API void SSH_CREATEDIRECTORY(YObject* arguments);
+YINET_API void SSH_REMOVEDIRECTORY(YObject* arguments);
+YINET_API void SSH_GETDIRECTORY(YObject* arguments);
+
 // TLS start-up: prepares the TLS library for several threads. Works with any block, null included, and sets nothing.
 YINET_API void SECURESOCKETGLOBALSSLINIT(YObject* arguments);
 

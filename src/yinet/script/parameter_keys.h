@@ -53,6 +53,12 @@ inline constexpr std::string_view kProxyPort = "ProxyPort";
 inline constexpr std::string_view kProxyLoginName = "ProxyBenutzername";
 inline constexpr std::string_view kProxyLoginPassword = "ProxyPasswort";
 
+// SFTP, where its names are not FTP's
+inline constexpr std::string_view kSshHost = "pHost";
+inline constexpr std::string_view kComplete = "pVollstaendig";
+inline constexpr std::string_view kKeyFile = "pSchluessel";
+inline constexpr std::string_view kKeyPassword = "pSchluesselPasswort";
+
 // Mail
 inline constexpr std::string_view kMailFile = "pEMLDatei";
 inline constexpr std::string_view kMail = "pMail";

@@ -1,0 +1,238 @@
+// SSH_UPLOAD, SSH_DOWNLOAD and the other functions for SFTP: one operation each, on a connection of its own.
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+#include "yinet/host/message_numbers.h"
+#include "yinet/host/text.h"
+#include "yinet/host/yfile.h"
+#include "yinet/host/ylog.h"
+#include "yinet/host/yobject.h"
+#include "yinet/script/families.h"
+#include "yinet/script/functions.h"
+#include "yinet/script/parameter_keys.h"
+#include "yinet/script/script_frame.h"
+#include "yinet/script/ssh_functions.h"
+#include "yinet/ssh/ssh_address.h"
+#include "yinet/ssh/ssh_client.h"
+
+namespace yinet {
+namespace {
+
+constexpr int kMissingLevel = 5;
+constexpr int kFailedLevel = 6;
+constexpr std::int32_t kUsualProxyType = 4;
+
+// Connects; a failure is logged.
+bool connect(sshClient& client, const YObject& parameters) {
+  const YString host = parameters.GetString(key::kSshHost);
+  if (host.IsEmpty()) {
+    YLog.Event(kMissingLevel, message::kSshHostMissing);
+    return false;
+  }
+  const SshAddress server = split_ssh_address(host, kSshPort);
+  const SshAddress proxy = split_ssh_address(parameters.GetString(key::kProxyAddress), kSocksPort);
+  const int proxy_type = parameters.Exist(key::kProxyType) ? parameters.GetInteger(key::kProxyType) : kUsualProxyType;
+  if (parameters.Exist(key::kKeyFile)) {
+    client.set_private_key(parameters.GetString(key::kKeyFile), parameters.GetString(key::kKeyPassword));
+  }
+  if (client.connect(server.host, server.port, parameters.GetString(key::kUser), parameters.GetString(key::kPassword),
+                     proxy.host, proxy.port, proxy_type, parameters.GetString(key::kProxyUser),
+                     parameters.GetString(key::kProxyPassword))) {
+    return true;
+  }
+  YLog.Event(kFailedLevel, message::kSshConnectFailed, host, client.last_failure_text());
+  return false;
+}
+
+// The frame of all of them: false as result until `operation`, on a connection, has stored another one.
+template <typename Operation>
+void on_connection(YObject& parameters, Operation operation) {
+  const SecretScope no_password(parameters.GetString(key::kPassword));
+  const SecretScope no_proxy_password(parameters.GetString(key::kProxyPassword));
+  const SecretScope no_key_password(parameters.GetString(key::kKeyPassword));
+  store_result(parameters, false);
+  sshClient client;
+  if (!connect(client, parameters)) return;
+  operation(client);
+  client.disconnect();
+}
+
+// The text under `key`; null, and logged under `number` unless that is 0, when it is absent or says nothing.
+const YString* wanted_text(const YObject& parameters, std::string_view key, int number) {
+  const YString* const text = parameters.Find<YString>(key);
+  if (text != nullptr && !text->IsEmpty()) return text;
+  if (number != 0) YLog.Event(kMissingLevel, number);
+  return nullptr;
+}
+
+void store_outcome(YObject& parameters, const sshClient& client, bool done, int failure, const YString& name) {
+  store_result(parameters, done);
+  if (!done && failure != 0) YLog.Event(kFailedLevel, failure, name, client.last_failure_text());
+}
+
+// What follows the last "/" of a remote name. It may come from a server's listing, so what could lead out of the local
+// folder is no part of it; empty when nothing remains.
+YString own_name(const YString& remote) {
+  const std::string_view text(remote);
+  const YString name = YFile::ExtractNameAndExtension(YString(text.substr(text.rfind('/') + 1)));
+  return name == "." || name == ".." ? YString() : name;
+}
+
+void ssh_create_directory(YObject& parameters) {
+  on_connection(parameters, [&](sshClient& client) {
+    const YString* const folder = wanted_text(parameters, key::kTargetFolder, message::kSshNewFolderMissing);
+    if (folder == nullptr) return;
+    const bool done = client.createDirectory(*folder, nullptr);
+    store_outcome(parameters, client, done, message::kSshCreateFolderFailed, *folder);
+  });
+}
+
+void ssh_remove_directory(YObject& parameters) {
+  on_connection(parameters, [&](sshClient& client) {
+    const YString* const folder = wanted_text(parameters, key::kTargetFolder, 0);
+    if (folder == nullptr) return;
+    const bool done = client.removeDirectory(*folder, nullptr);
+    store_outcome(parameters, client, done, message::kSshRemoveFolderFailed, *folder);
+  });
+}
+
+void ssh_get_directory(YObject& parameters) {
+  on_connection(parameters, [&](sshClient& client) {
+    const YString* const folder = wanted_text(parameters, key::kTargetFolder, message::kSshListedFolderMissing);
+    store_result(parameters, folder != nullptr ? std::string_view(client.getDirectory(*folder, nullptr)) : std::string_view());
+  });
+}
+
+// --- The table ------------------------------------------------------------------------------------------------------------
+
+constexpr ScriptParameter in_text(std::string_view key, std::string_view meaning) {
+  return {.key = key, .type = kTypeString, .direction = Direction::in, .default_value = "", .meaning = meaning};
+}
+
+constexpr ScriptParameter in_password(std::string_view key, std::string_view meaning) {
+  ScriptParameter row = in_text(key, meaning);
+  row.secret = true;
+  return row;
+}
+
+constexpr auto kConnection = std::to_array<ScriptParameter>({
+    in_text(key::kSshHost, "Server as host or host:port, port 22 by default; an IPv6 address in brackets."),
+    in_text(key::kUser, "Login name."),
+    in_password(key::kPassword, "Password."),
+    in_text(key::kKeyFile, "File with a private key to log in with; the setting SSH/Schluessel when absent."),
+    in_password(key::kKeyPassword, "Password of that file."),
+    in_text(key::kProxyAddress, "SOCKS proxy as host or host:port, port 1080 by default; no proxy when empty."),
+    in_text(key::kProxyUser, "User of the proxy."),
+    in_password(key::kProxyPassword, "Password of the proxy."),
+    {.key = key::kProxyType, .type = kTypeInteger, .direction = Direction::in, .default_value = "4",
+     .meaning = "Version of SOCKS: 4 or 5."},
+});
+
+// A function's own parameters, behind those of the connection.
+template <std::size_t Count>
+constexpr auto with_connection(const ScriptParameter (&own)[Count]) {
+  std::array<ScriptParameter, kConnection.size() + Count> all{};
+  std::ranges::copy(own, std::ranges::copy(kConnection, all.begin()).out);
+  return all;
+}
+
+constexpr auto kUploadParameters = with_connection(
+    {in_text(key::kSourceFile, "The local file."), in_text(key::kTargetFile, "Name on the server; an existing file is replaced.")});
+constexpr auto kDownloadParameters = with_connection(
+    {in_text(key::kFileName, "The file on the server."), in_text(key::kTargetFolder, "Local folder for it."),
+     in_text(key::kLocalName, "Name of the local file; that of the remote file when empty."),
+     {.key = key::kComplete, .type = kTypeBool, .direction = Direction::in, .default_value = "0",
+      .meaning = "True fetches the whole file; otherwise the local file gets 5242880 bytes, cut or filled up with zeros."}});
+constexpr auto kDeleteParameters = with_connection({in_text(key::kFileName, "The file on the server.")});
+constexpr auto kFolderParameters = with_connection({in_text(key::kTargetFolder, "The folder on the server.")});
+
+constexpr std::string_view kResultMeaning = "True when it succeeded.";
+constexpr std::array kUploadMessages = {21001, 21801, 21802, 21803, 21805, 21806, 21813, 21814, 21815, 21820, 21827, 21828, 21829, 21830};
+constexpr std::array kDownloadMessages = {21001, 21801, 21802, 21804, 21805, 21806, 21813, 21814, 21815};
+constexpr std::array kDeleteMessages = {21001, 21801, 21802, 21813, 21814, 21815};
+constexpr std::array kCreateMessages = {21001, 21801, 21802, 21811, 21812, 21813, 21814, 21815};
+constexpr std::array kRemoveMessages = {21001, 21801, 21802, 21810, 21813, 21814, 21815};
+constexpr std::array kListMessages = {21001, 21801, 21802, 21808, 21813, 21814, 21815};
+
+#define YINET_SSH_LOGIN_EXAMPLE "pHost=sftp.example.com", "pUser=me", "pPasswd=secret"
+constexpr auto kUploadExample = std::to_array<std::string_view>(
+    {YINET_SSH_LOGIN_EXAMPLE, "pQuellDateiname=today.txt", "pZieldateiname=reports/today.txt"});
+constexpr auto kDownloadExample = std::to_array<std::string_view>(
+    {YINET_SSH_LOGIN_EXAMPLE, "pDateiname=reports/today.txt", "pZielverzeichnis=.", "pVollstaendig=true"});
+constexpr auto kDeleteExample = std::to_array<std::string_view>({YINET_SSH_LOGIN_EXAMPLE, "pDateiname=reports/today.txt"});
+constexpr auto kFolderExample = std::to_array<std::string_view>({YINET_SSH_LOGIN_EXAMPLE, "pZielverzeichnis=reports"});
+#undef YINET_SSH_LOGIN_EXAMPLE
+
+constexpr ScriptFunction row(std::string_view name, void (*entry)(YObject*), std::string_view summary,
+                             std::span<const ScriptParameter> parameters, std::span<const int> messages,
+                             std::span<const std::string_view> example) {
+  return {.name = name, .entry = entry, .family = "SSH", .summary = summary, .parameters = parameters,
+          .result_type = kTypeBool, .result_meaning = kResultMeaning, .messages = messages, .example = example};
+}
+constexpr std::array kFunctions = {
+    row("SSH_UPLOAD", &SSH_UPLOAD, "Brings one file to an SFTP server.", kUploadParameters, kUploadMessages, kUploadExample),
+    row("SSH_DOWNLOAD", &SSH_DOWNLOAD, "Fetches one file from an SFTP server.", kDownloadParameters, kDownloadMessages,
+        kDownloadExample),
+    row("SSH_DELETE", &SSH_DELETE, "Deletes one file on an SFTP server.", kDeleteParameters, kDeleteMessages, kDeleteExample),
+    row("SSH_CREATEDIRECTORY", &SSH_CREATEDIRECTORY, "Makes a folder on an SFTP server unless it exists.", kFolderParameters,
+        kCreateMessages, kFolderExample),
+    row("SSH_REMOVEDIRECTORY", &SSH_REMOVEDIRECTORY, "Removes an empty folder on an SFTP server.", kFolderParameters,
+        kRemoveMessages, kFolderExample),
+    ScriptFunction{.name = "SSH_GETDIRECTORY", .entry = &SSH_GETDIRECTORY, .family = "SSH",
+                   .summary = "Lists a folder on an SFTP server.", .parameters = kFolderParameters, .result_type = kTypeString,
+                   .result_meaning = "The names, separated by bytes 0x01; false without a connection.",
+                   .messages = kListMessages, .example = kFolderExample}};
+
+}  // namespace
+
+void ssh_upload(YObject& parameters) {
+  on_connection(parameters, [&](sshClient& client) {
+    const YString* const source = wanted_text(parameters, key::kSourceFile, message::kSshSourceMissing);
+    if (source == nullptr) return;
+    const YString* const target = wanted_text(parameters, key::kTargetFile, message::kSshTargetMissing);
+    if (target == nullptr) return;
+    const bool done = client.uploadFile(*source, *target, nullptr);
+    store_outcome(parameters, client, done, message::kSshUploadFailed, *source);
+  });
+}
+
+void ssh_download(YObject& parameters) {
+  on_connection(parameters, [&](sshClient& client) {
+    const YString* const remote = wanted_text(parameters, key::kFileName, message::kSshSourceMissing);
+    if (remote == nullptr) return;
+    const YString* const folder = wanted_text(parameters, key::kTargetFolder, message::kSshTargetMissing);
+    if (folder == nullptr) return;
+    YString name = parameters.GetString(key::kLocalName);
+    if (name.IsEmpty()) name = own_name(*remote);
+    const YString local(formatted("$1$\\$2$", *folder, name));
+    const bool done = !name.IsEmpty() && (parameters.GetBool(key::kComplete) ? client.downloadWholeFile(*remote, local, nullptr)
+                                                                             : client.downloadFile(*remote, local, nullptr));
+    store_outcome(parameters, client, done, message::kSshDownloadFailed, *remote);
+  });
+}
+
+void ssh_delete(YObject& parameters) {
+  on_connection(parameters, [&](sshClient& client) {
+    const YString* const remote = wanted_text(parameters, key::kFileName, 0);
+    if (remote != nullptr) store_outcome(parameters, client, client.deleteFile(*remote, nullptr), 0, *remote);
+  });
+}
+
+std::span<const ScriptFunction> ssh_functions() { return kFunctions; }
+
+}  // namespace yinet
+
+void SSH_UPLOAD(YObject* arguments) { yinet::run_script_function("SSH_UPLOAD", arguments, yinet::ssh_upload); }
+void SSH_DOWNLOAD(YObject* arguments) { yinet::run_script_function("SSH_DOWNLOAD", arguments, yinet::ssh_download); }
+void SSH_DELETE(YObject* arguments) { yinet::run_script_function("SSH_DELETE", arguments, yinet::ssh_delete); }
+void SSH_CREATEDIRECTORY(YObject* arguments) {
+  yinet::run_script_function("SSH_CREATEDIRECTORY", arguments, yinet::ssh_create_directory);
+}
+void SSH_REMOVEDIRECTORY(YObject* arguments) {
+  yinet::run_script_function("SSH_REMOVEDIRECTORY", arguments, yinet::ssh_remove_directory);
+}
+void SSH_GETDIRECTORY(YObject* arguments) {
+  yinet::run_script_function("SSH_GETDIRECTORY", arguments, yinet::ssh_get_directory);
+}
