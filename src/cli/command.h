@@ -27,6 +27,7 @@ Command add_dns_command(CLI::App& program);
 Command add_ftp_command(CLI::App& program);
 std::vector<Command> add_file_commands(CLI::App& program);  // get, put, mkdir, rmdir, rm, exists
 Command add_mail_command(CLI::App& program);
+Command add_sftp_command(CLI::App& program);
 Command add_settings_command(CLI::App& program);
 Command add_messages_command(CLI::App& program);
 

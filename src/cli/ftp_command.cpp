@@ -42,20 +42,8 @@ struct Arguments {
   bool quiet = false;
 };
 
-struct ProxyChoice {
-  int type = 0;
-  TransferUrl url;
-};
-
-constexpr std::pair<std::string_view, int> kServerSchemes[] = {{"ftp", kPlainType}, {"ftps", kTlsType}, {"ftpes", kTlsType}};
-constexpr std::pair<std::string_view, int> kProxySchemes[] = {{"ftp", 1}, {"socks4", 4}, {"socks5", 5}};
-
-template <std::size_t Count>
-std::optional<int> type_of(const std::pair<std::string_view, int> (&rows)[Count], std::string_view scheme) {
-  for (const auto& [name, type] : rows)
-    if (name == scheme) return type;
-  return std::nullopt;
-}
+constexpr SchemeType kServerSchemes[] = {{"ftp", kPlainType}, {"ftps", kTlsType}, {"ftpes", kTlsType}};
+constexpr SchemeType kProxySchemes[] = {{"ftp", 1}, {"socks4", 4}, {"socks5", 5}};
 
 // People get what scripts don't: exact replies, downloads that are checked, and limits that count silence only.
 void use_careful_settings() {
@@ -149,13 +137,8 @@ int run(const Row& row, const Arguments& arguments) {
   if (row.needs_path && (url->path.empty() || url->path.ends_with('/'))) return wrong_call("the URL names no file");
   const auto type = ftp_type(arguments, *url);
   if (!type) return wrong_call("--type is \"tls\", \"plain\" or a number above 0");
-  ProxyChoice proxy;
-  if (!arguments.proxy.empty()) {
-    const auto parsed = parse_transfer_url(arguments.proxy);
-    const auto kind = parsed ? type_of(kProxySchemes, parsed->scheme) : std::nullopt;
-    if (!kind) return wrong_call("write the proxy as socks5://HOST:PORT, socks4://HOST:PORT or ftp://HOST:PORT");
-    proxy = {*kind, *parsed};
-  }
+  const auto proxy = choose_proxy(arguments.proxy, kProxySchemes);
+  if (!proxy) return wrong_call("write the proxy as socks5://HOST:PORT, socks4://HOST:PORT or ftp://HOST:PORT");
   if (breaks_protocol_line(url->user) || breaks_protocol_line(url->path)) return wrong_call("a name cannot hold a line break");
   if (const std::string reason = row.needs_file ? reason_not_to_send(arguments.file) : ""; !reason.empty()) {
     remark(reason);
@@ -168,14 +151,13 @@ int run(const Row& row, const Arguments& arguments) {
   }
   const auto password = password_of(*url, "YINET_FTP_PASSWORD", "Password for " + url->user + ": ");
   if (!password) return kWrongCall;
-  const auto proxy_password =
-      password_of(proxy.url, "YINET_PROXY_PASSWORD", "Password of the proxy for " + proxy.url.user + ": ");
+  const auto proxy_password = proxy_password_of(*proxy);
   if (!proxy_password) return kWrongCall;
   const SecretScope no_password(*password);
   const SecretScope no_proxy_password(*proxy_password);
   use_careful_settings();
-  ftps ftp(inside(url->host), inside(url->user), *password, inside(proxy.url.host), *type, proxy.type,
-           inside(arguments.certificate), inside(proxy.url.user), *proxy_password);
+  ftps ftp(inside(url->host), inside(url->user), *password, inside(proxy->url.host), *type, proxy->type,
+           inside(arguments.certificate), inside(proxy->url.user), *proxy_password);
   if (ftp.connect() != 0 || no_reply(ftp)) return connection_failure(ftp, url->host, url->user);
   const int code = row.action(ftp, *url, arguments);
   ftp.closeconnection();

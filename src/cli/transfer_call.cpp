@@ -17,6 +17,23 @@ std::optional<YString> password_of(const TransferUrl& url, const char* variable,
   return std::nullopt;
 }
 
+std::optional<int> type_of(std::span<const SchemeType> rows, std::string_view scheme) {
+  for (const SchemeType& row : rows)
+    if (row.scheme == scheme) return row.type;
+  return std::nullopt;
+}
+
+std::optional<ProxyChoice> choose_proxy(const std::string& url, std::span<const SchemeType> rows) {
+  if (url.empty()) return ProxyChoice{};
+  const auto parsed = parse_transfer_url(url);
+  const auto type = parsed ? type_of(rows, parsed->scheme) : std::nullopt;
+  return type ? std::optional(ProxyChoice{*type, *parsed}) : std::nullopt;
+}
+
+std::optional<YString> proxy_password_of(const ProxyChoice& proxy) {
+  return password_of(proxy.url, "YINET_PROXY_PASSWORD", "Password of the proxy for " + proxy.url.user + ": ");
+}
+
 int fail(int code, const std::string& what) {
   remark(what);
   return code;

@@ -3,7 +3,9 @@
 // What the commands that move files have in common: exit codes by cause, text on its way into the library, passwords.
 
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 
 #include "transfer_url.h"
 #include "yinet/host/ystring.h"
@@ -26,6 +28,23 @@ YString inside(const std::string& text);
 // From the URL, else from this environment variable, else asked for on the terminal. Nothing is asked without a user. Empty,
 // with a remark, when there is none to be had.
 std::optional<YString> password_of(const TransferUrl& url, const char* variable, const std::string& question);
+
+// What a URL's scheme stands for; empty when it is in no row.
+struct SchemeType {
+  std::string_view scheme;
+  int type;
+};
+std::optional<int> type_of(std::span<const SchemeType> rows, std::string_view scheme);
+
+// A proxy between the program and the server; type 0 and no host without one.
+struct ProxyChoice {
+  int type = 0;
+  TransferUrl url;
+};
+// Empty when the URL is no proxy of these rows. The empty text is no proxy.
+std::optional<ProxyChoice> choose_proxy(const std::string& url, std::span<const SchemeType> rows);
+// As password_of, with YINET_PROXY_PASSWORD.
+std::optional<YString> proxy_password_of(const ProxyChoice& proxy);
 
 // A remark; gives `code`.
 int fail(int code, const std::string& what);
