@@ -11,7 +11,7 @@
 #include "terminal.h"
 #include "transfer_call.h"
 #include "transfer_progress.h"
-#include "transfer_url.h"
+#include "yinet/filetransfer/transfer_url.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/setting_table.h"

@@ -15,7 +15,7 @@
 #include "terminal.h"
 #include "transfer_call.h"
 #include "transfer_progress.h"
-#include "transfer_url.h"
+#include "yinet/filetransfer/transfer_url.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"

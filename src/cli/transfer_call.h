@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "transfer_url.h"
+#include "yinet/filetransfer/transfer_url.h"
 #include "yinet/host/ystring.h"
 
 namespace yinet::cli {

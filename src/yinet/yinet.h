@@ -3,6 +3,7 @@
 
 #include "yinet/charset/charset.h"
 #include "yinet/dns/ynet_dns.h"
+#include "yinet/filetransfer/transfer_url.h"
 #include "yinet/filetransfer/yinet_file_transfer.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/host/codepage.h"

@@ -11,6 +11,10 @@ constexpr std::string_view kHexDigits = "0123456789ABCDEF";
 
 bool is_control_or_blank(char c) { return static_cast<unsigned char>(c) <= ' ' || c == '\x7F'; }
 
+void append_escape(char c, std::string& text) {
+  text.append({'%', kHexDigits[static_cast<unsigned char>(c) >> 4], kHexDigits[static_cast<unsigned char>(c) & 15]});
+}
+
 // Whether `text` begins with "%" and two hexadecimal digits.
 bool is_escape(std::string_view text) {
   return text.size() >= 3 && text[0] == '%' && hex_value(text[1]) >= 0 && hex_value(text[2]) >= 0;
@@ -51,9 +55,22 @@ std::string encoded_path(std::string_view path, PathForm form) {
   for (; !path.empty(); path.remove_prefix(1)) {
     const char c = path.front();
     if (must_be_encoded(path, form))
-      encoded.append({'%', kHexDigits[static_cast<unsigned char>(c) >> 4], kHexDigits[static_cast<unsigned char>(c) & 15]});
+      append_escape(c, encoded);
     else
       encoded.push_back(c);
+  }
+  return encoded;
+}
+
+std::string encoded_query(std::string_view text) {
+  constexpr std::string_view kPlain = "-._~";
+  std::string encoded;
+  for (const char c : text) {
+    const bool letter = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+    if (letter || is_digit(c) || kPlain.find(c) != std::string_view::npos)
+      encoded += c;
+    else
+      append_escape(c, encoded);
   }
   return encoded;
 }

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <vector>
 
 #include "yinet/host/export.h"
 #include "yinet/host/ystring.h"
@@ -24,6 +25,12 @@ struct TransferCause {
   int curl_result = 0;  // libcurl's number, 0 when libcurl was content or was not asked
   long response = 0;    // the last reply code of an HTTP or FTP server, 0 without one
   YString text;         // libcurl's own words about it, with what the server said; may be empty
+};
+
+// A file in a server's folder.
+struct RemoteFile {
+  YString name;
+  std::int64_t size = -1;  // bytes; -1 when the server doesn't tell
 };
 
 // Bytes of the running upload or download so far, and all of them (-1 when that is not known). Called on the transferring
@@ -95,6 +102,9 @@ class YINET_API YInetFileTransfer {
 
   // --- For this library and its program ----------------------------------------------------------------------------------
   [[nodiscard]] const yinet::TransferCause& last_cause() const;
+  // The plain files that a path with "*" and "?" in its last part names, in the server's order; no links, no folders. FTP
+  // and FTPS only; false with 21549, then with what was listed before. None is no failure.
+  bool list_files(const YString& pattern, std::vector<yinet::RemoteFile>& files);
   void on_progress(yinet::TransferReport report);
 
  private:

@@ -69,6 +69,14 @@ std::span<const MessageText> transfer_messages() {
        "The folder could not be looked for: $1$", kDetailsCure},
       {kTransferStatus, 6, "Der Server antwortet mit dem HTTP-Status $1$.", "The server answers with the HTTP status $1$.",
        "Check the path; a redirect is followed by downloads into a file only."},
+      {kTransferListFailed, 6, "Das Verzeichnis konnte nicht gelesen werden: $1$", "The folder could not be listed: $1$",
+       kDetailsCure},
+      {kTransferFileNotTaken, 6, "Die Datei $1$ wurde nicht geholt: Ihr Name ist hier keiner.",
+       "The file $1$ was not fetched: its name is none here.",
+       "Rename the file on the server, or fetch it alone under a local name."},
+      {kTransferFileKept, 6, "Die Datei $1$ bleibt auf dem Server: $2$ Bytes dort, $3$ Bytes hier.",
+       "The file $1$ stays on the server: $2$ bytes there, $3$ bytes here.",
+       "It changed while it was fetched, or the server tells no sizes. Fetch it again."},
   });
   return kRows;
 }

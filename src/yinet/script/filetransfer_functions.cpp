@@ -13,6 +13,7 @@
 #include "yinet/script/families.h"
 #include "yinet/script/functions.h"
 #include "yinet/script/parameter_keys.h"
+#include "yinet/script/parameter_rows.h"
 #include "yinet/script/script_frame.h"
 
 namespace yinet {
@@ -99,10 +100,6 @@ void run_on_path(YObject& parameters) {
 }
 
 // --- The table ------------------------------------------------------------------------------------------------------------
-
-constexpr ScriptParameter in_text(std::string_view key, std::string_view meaning) {
-  return {.key = key, .type = kTypeString, .direction = Direction::in, .default_value = "", .meaning = meaning};
-}
 
 constexpr ScriptParameter kConnectionRow{
     .key = key::kConnection,

@@ -6,7 +6,6 @@
 #include "yinet/ftp/ftps.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/text.h"
-#include "yinet/host/yenviron.h"
 #include "yinet/host/yerror.h"
 #include "yinet/host/yfile.h"
 #include "yinet/host/ylog.h"
@@ -14,6 +13,7 @@
 #include "yinet/host/yscript.h"
 #include "yinet/host/ytextmanager.h"
 #include "yinet/script/families.h"
+#include "yinet/script/ftp_parameters.h"
 #include "yinet/script/functions.h"
 #include "yinet/script/parameter_keys.h"
 #include "yinet/script/script_frame.h"
@@ -26,7 +26,6 @@ constexpr int kErrorLevel = 6;
 constexpr int kSshType = 5;
 constexpr int kUsualType = 4;
 constexpr int kCheckSize = 4;  // bit of "pOptionen"
-constexpr std::string_view kProxySection = "Internet";
 
 // Results of ftps and of the size check.
 constexpr int kDone = 0;
@@ -38,20 +37,6 @@ constexpr int kBothEmpty = 1;
 
 constexpr std::int32_t kSuccess = 1;
 constexpr std::int32_t kFailure = 0;
-
-struct ProxyLogin {
-  YString user;
-  YString password;
-};
-
-// The host's own values serve only where the script says nothing; an empty text is something.
-ProxyLogin proxy_login(const YObject& parameters) {
-  const auto either = [&](std::string_view parameter, std::string_view setting) {
-    return parameters.Exist(parameter) ? parameters.GetString(parameter)
-                                       : YEnviron.Get(YString(kProxySection), YString(setting));
-  };
-  return {either(key::kProxyUser, "ProxyBenutzer"), either(key::kProxyPassword, "ProxyPasswort")};
-}
 
 struct Login {
   explicit Login(const YObject& parameters)
@@ -88,17 +73,6 @@ bool handed_to_ssh(YObject& parameters, std::string_view function) {
   parameters.Store<YString>(key::kProxyPassword, account.password);
   YScript.ExecuteFunction(ssh_client::kClass, function, 0, &parameters);
   return true;
-}
-
-// A name with "\" as separator, as local files have it.
-YString local_name(const YString& name) {
-  YString text = name;
-  text.ReplaceChar('/', '\\');
-  return text;
-}
-
-YString with_last_backslash(const YString& folder) {
-  return folder.EndsWith("\\") || folder.EndsWith("/") ? folder : folder + "\\";
 }
 
 void raise(int number, const YString& text, const YString& context) {
@@ -166,13 +140,8 @@ void ftps_download(YObject& parameters) {
   const SecretScope no_password(login.password);
   const SecretScope no_proxy_password(login.proxy_account.password);
   const YString file = parameters.GetString(key::kFileName);
-  YString name = parameters.GetString(key::kLocalName);
-  if (name.IsEmpty()) name = YFile::ExtractNameAndExtension(local_name(file));
-  const YString wanted = parameters.GetString(key::kTargetFolder);
-  const YString resolved = YFileManager.ResolvePath(wanted.IsEmpty() ? YString(".") : wanted);
-  const YString folder = with_last_backslash(resolved);
-  // A folder that means nothing here must not turn into the root.
-  const YString target = resolved.IsEmpty() ? YString() : folder + name;
+  const YString folder = target_folder(parameters);
+  const YString target = folder.IsEmpty() ? YString() : folder + target_name(parameters, file);
   if (login.is_local()) return download_locally(parameters, login, file, folder, target);
   if (target.IsEmpty()) return store_result(parameters, kFailure);
 
@@ -247,47 +216,26 @@ void ftps_delete(YObject& parameters) {
 
 // --- The table ------------------------------------------------------------------------------------------------------------
 
-constexpr ScriptParameter in_text(std::string_view key, std::string_view meaning) {
-  return {.key = key, .type = kTypeString, .direction = Direction::in, .default_value = "", .meaning = meaning};
-}
-constexpr ScriptParameter in_password(std::string_view key, std::string_view meaning) {
-  ScriptParameter row = in_text(key, meaning);
-  row.secret = true;
-  return row;
-}
-constexpr ScriptParameter in_number(std::string_view key, std::string_view default_value, std::string_view meaning) {
-  return {.key = key, .type = kTypeInteger, .direction = Direction::in, .default_value = default_value, .meaning = meaning};
-}
-
 constexpr ScriptParameter kTypeRow =
     in_number(key::kFtpType, "4", "4 is FTP with explicit TLS, 5 SFTP, any other plain FTP.");
 constexpr ScriptParameter kHostRow =
     in_text(key::kHost, "Server as host or host:port; LOCAL or LOKAL works on local files.");
-constexpr ScriptParameter kUserRow = in_text(key::kUser, "Login name.");
-constexpr ScriptParameter kPasswordRow = in_password(key::kPassword, "Password.");
 constexpr ScriptParameter kCertificateRow =
     in_text(key::kCertificate, "List of folders with trusted certificates; a PEM file with key is shown to the server.");
 constexpr ScriptParameter kProxyTypeRow =
     in_number(key::kProxyType, "0", "0 no proxy, 1 FTP proxy, 4 SOCKS 4, 5 SOCKS 5.");
-constexpr ScriptParameter kProxyAddressRow = in_text(key::kProxyAddress, "Proxy as host or host:port.");
-constexpr ScriptParameter kProxyUserRow =
-    in_text(key::kProxyUser, "User of the proxy; the setting Internet/ProxyBenutzer when absent.");
-constexpr ScriptParameter kProxyPasswordRow =
-    in_password(key::kProxyPassword, "Password of the proxy; the setting Internet/ProxyPasswort when absent.");
 constexpr ScriptParameter kOptionsRow =
     in_number(key::kOptions, "0", "Bit 4 compares the sizes on both sides after the transfer.");
 
 constexpr std::array kDownloadParameters = {
-    kTypeRow, kHostRow, kUserRow, kPasswordRow, in_text(key::kFileName, "The file on the server."),
-    in_text(key::kLocalName, "Name of the local file; that of the remote file when empty."),
-    in_text(key::kTargetFolder, "Local folder for it; the working folder when empty."), kCertificateRow, kProxyTypeRow,
+    kTypeRow, kHostRow, kUserRow, kPasswordRow, kRemoteFileRow, kLocalNameRow, kTargetFolderRow, kCertificateRow, kProxyTypeRow,
     kProxyAddressRow, kProxyUserRow, kProxyPasswordRow, kOptionsRow};
 constexpr std::array kUploadParameters = {
     kTypeRow, kHostRow, kUserRow, kPasswordRow, in_text(key::kSourceFile, "The local file; an empty one is not taken."),
     in_text(key::kTargetFile, "Name on the server; folders before a slash are entered. The local name when empty."),
     kCertificateRow, kProxyTypeRow, kProxyAddressRow, kProxyUserRow, kProxyPasswordRow, kOptionsRow};
 constexpr std::array kDeleteParameters = {
-    kTypeRow, kHostRow, kUserRow, kPasswordRow, in_text(key::kFileName, "The file on the server."), kCertificateRow,
+    kTypeRow, kHostRow, kUserRow, kPasswordRow, kRemoteFileRow, kCertificateRow,
     kProxyTypeRow, kProxyAddressRow, kProxyUserRow, kProxyPasswordRow};
 
 constexpr std::string_view kResultMeaning = "1 when it succeeded, otherwise 0; true or false with a local host.";

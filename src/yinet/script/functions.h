@@ -17,9 +17,22 @@ YINET_API void FTPS_DOWNLOADDATEI(YObject* arguments);
 YINET_API void FTPS_UPLOAD(YObject* arguments);
 YINET_API void FTPS_LOESCHE(YObject* arguments);
 
+// FTP with or without TLS, through libcurl
+YINET_API void FTP_UPLOAD(YObject* arguments);
+YINET_API void FTP_DOWNLOADDATEI(YObject* arguments);
+YINET_API void FTP_DOWNLOADDATEIEN(YObject* arguments);
+YINET_API void FTP_DOWNLOADDATEIENMITLOESCHEN(YObject* arguments);
+YINET_API void FTP_LOESCHE(YObject* arguments);
+YINET_API void FTP_BEENDE(YObject* arguments);
+
 // HTTP
 YINET_API void HTTP_GET(YObject* arguments);
 YINET_API void HTTP_POST(YObject* arguments);
+
+// What a URL leads to
+YINET_API void INTERNET_DOWNLOAD(YObject* arguments);
+YINET_API void INTERNET_LESEDATEI(YObject* arguments);
+YINET_API void INTERNET_WEBSUCHE(YObject* arguments);
 
 // SOAP
 YINET_API void SOAP_EXECUTEFUNCTION(YObject* arguments);

@@ -59,6 +59,10 @@ inline constexpr std::string_view kComplete = "pVollstaendig";
 inline constexpr std::string_view kKeyFile = "pSchluessel";
 inline constexpr std::string_view kKeyPassword = "pSchluesselPasswort";
 
+// FTP and internet functions through libcurl
+inline constexpr std::string_view kFetchedFiles = "pDateien";
+inline constexpr std::string_view kSearchWords = "pSuchbegriffe";
+
 // Mail
 inline constexpr std::string_view kMailFile = "pEMLDatei";
 inline constexpr std::string_view kMail = "pMail";

@@ -12,6 +12,7 @@
 #include "yinet/script/families.h"
 #include "yinet/script/functions.h"
 #include "yinet/script/parameter_keys.h"
+#include "yinet/script/parameter_rows.h"
 #include "yinet/script/script_frame.h"
 #include "yinet/script/ssh_functions.h"
 #include "yinet/ssh/ssh_address.h"
@@ -106,16 +107,6 @@ void ssh_get_directory(YObject& parameters) {
 }
 
 // --- The table ------------------------------------------------------------------------------------------------------------
-
-constexpr ScriptParameter in_text(std::string_view key, std::string_view meaning) {
-  return {.key = key, .type = kTypeString, .direction = Direction::in, .default_value = "", .meaning = meaning};
-}
-
-constexpr ScriptParameter in_password(std::string_view key, std::string_view meaning) {
-  ScriptParameter row = in_text(key, meaning);
-  row.secret = true;
-  return row;
-}
 
 constexpr auto kConnection = std::to_array<ScriptParameter>({
     in_text(key::kSshHost, "Server as host or host:port, port 22 by default; an IPv6 address in brackets."),

@@ -1,8 +1,8 @@
-#include "transfer_url.h"
+#include "yinet/filetransfer/transfer_url.h"
 
 #include "yinet/host/text.h"
 
-namespace yinet::cli {
+namespace yinet {
 
 std::optional<TransferUrl> parse_transfer_url(std::string_view text) {
   constexpr std::string_view kBehindScheme = "://";
@@ -28,4 +28,4 @@ std::optional<TransferUrl> parse_transfer_url(std::string_view text) {
   return url;
 }
 
-}  // namespace yinet::cli
+}  // namespace yinet

@@ -1,0 +1,141 @@
+// INTERNET_*: what a URL of any protocol leads to, as a file or as a text, and searching the web.
+
+#include <array>
+#include <string>
+#include <string_view>
+
+#include "yinet/filetransfer/transfer_formats.h"
+#include "yinet/filetransfer/transfer_url.h"
+#include "yinet/filetransfer/yinet_file_transfer.h"
+#include "yinet/host/codepage.h"
+#include "yinet/host/message_numbers.h"
+#include "yinet/host/setting_table.h"
+#include "yinet/host/text.h"
+#include "yinet/host/yfile.h"
+#include "yinet/host/ylog.h"
+#include "yinet/host/yobject.h"
+#include "yinet/http/http_body_file.h"
+#include "yinet/script/families.h"
+#include "yinet/script/ftp_parameters.h"
+#include "yinet/script/functions.h"
+#include "yinet/script/script_frame.h"
+
+namespace yinet {
+namespace {
+
+// Fetches `address` into the file `target`, redirects followed. A URL that is none fails with the worker's message.
+bool fetch(std::string_view address, const YString& target) {
+  const TransferUrl url = parse_transfer_url(address).value_or(TransferUrl{});
+  const SecretScope no_password(YString(url.password));
+  YInetFileTransfer transfer;
+  transfer.SetProtocol(YString(url.scheme));
+  transfer.SetServer(YString(url.host));
+  transfer.SetUsername(YString(url.user));
+  transfer.SetPassword(YString(url.password));
+  return transfer.DownloadToFile(YString(url.raw_path), target);
+}
+
+// The file's logical name; absent after a failure, which leaves no file.
+std::optional<YString> fetch_to_temporary(std::string_view address) {
+  auto file = write_body_file({});
+  if (file && !fetch(address, *file)) {
+    YFile::Delete(*file);
+    return std::nullopt;
+  }
+  return file;
+}
+
+// The name of what a URL leads to, without query and fragment.
+YString name_in(const YString& address) {
+  const TransferUrl url = parse_transfer_url(address).value_or(TransferUrl{});
+  const std::string_view path(url.raw_path);
+  return YString(percent_decoded(path.substr(0, path.find_first_of("?#"))));
+}
+
+void internet_download(YObject& parameters) {
+  const YString address = parameters.GetString(key::kUrl);
+  const YString folder = target_folder(parameters);
+  const YString target = folder.IsEmpty() ? YString() : folder + target_name(parameters, name_in(address));
+  const bool done = fetch(address, target);
+  store_result(parameters, done);
+  if (done) parameters.Store<YString>(key::kResponseFile, YString(replaced(target, "\\", "/")));
+}
+
+void internet_read(YObject& parameters) {
+  YString& text = live_text(parameters, key::kText);
+  text.Clear();
+  const auto name = fetch_to_temporary(parameters.GetString(key::kUrl));
+  bool done = false;
+  if (name) {
+    YFile file(*name);
+    done = file.Open(kOpenExisting, kAccessRead) && file.GetFileSize() <= setting_number(settings::kTransferTextLimit) &&
+           file.ReadAll(text.str());
+    file.Close();
+    YFile::Delete(*name);
+  }
+  store_result(parameters, done);
+}
+
+void internet_search(YObject& parameters) {
+  const std::string words = utf8_from_ansi(trimmed(parameters.GetString(key::kSearchWords)));
+  auto file = fetch_to_temporary(formatted(setting_text(settings::kSearchUrl), encoded_query(words)));
+  store_result(parameters, file.has_value());
+  if (file) parameters.Store<YString>(key::kResponseFile, std::move(*file));
+}
+
+// --- The table --------------------------------------------------------------------------------------------------------------
+
+constexpr ScriptParameter kUrlRow =
+    in_text(key::kUrl, "The address: http, https, ftp, ftps or sftp, with user and password where they are needed.");
+constexpr std::array kDownloadParameters = {
+    kUrlRow, in_text(key::kLocalName, "Name of the local file; that in the URL when empty."), kTargetFolderRow,
+    out_text(key::kResponseFile, "The local file; stored on success only.")};
+constexpr std::array kReadParameters = {kUrlRow, out_text(key::kText, "The bytes of the answer; empty after a failure.")};
+constexpr std::array kSearchParameters = {
+    in_text(key::kSearchWords, "The words to search for."),
+    out_text(key::kResponseFile, "A new temporary file with the answer's page; stored on success only.")};
+
+constexpr std::array<int, 7> kMessages = {
+    message::kScriptFunctionFailed,        message::kTransferNoProtocol,         message::kTransferProtocolUnknown,
+    message::kTransferLocalFileNotCreated, message::kTransferDownloadFileFailed, message::kTransferStatus,
+    message::kHttpResponseFileFailed};
+constexpr std::array<std::string_view, 2> kDownloadExample = {"pUrl=https://www.example.com/list.pdf",
+                                                              "pZielverzeichnis=TEMP:"};
+constexpr std::array<std::string_view, 1> kReadExample = {"pUrl=https://www.example.com/"};
+constexpr std::array<std::string_view, 1> kSearchExample = {"pSuchbegriffe=DIN 5008"};
+
+constexpr ScriptFunction row(std::string_view name, void (*entry)(YObject*), std::string_view summary,
+                             std::span<const ScriptParameter> parameters, std::span<const std::string_view> example) {
+  return {.name = name,
+          .entry = entry,
+          .family = "Internet",
+          .summary = summary,
+          .parameters = parameters,
+          .result_type = kTypeBool,
+          .result_meaning = "True when the answer is there; over HTTP with status 200, redirects followed.",
+          .messages = kMessages,
+          .example = example};
+}
+
+constexpr std::array kFunctions = {
+    row("INTERNET_DOWNLOAD", &INTERNET_DOWNLOAD, "Fetches what a URL leads to into a file.", kDownloadParameters,
+        kDownloadExample),
+    row("INTERNET_LESEDATEI", &INTERNET_LESEDATEI, "Fetches what a URL leads to into a text.", kReadParameters, kReadExample),
+    row("INTERNET_WEBSUCHE", &INTERNET_WEBSUCHE, "Searches the web at the address in the setting Internet/SuchUrl.",
+        kSearchParameters, kSearchExample)};
+
+}  // namespace
+
+std::span<const ScriptFunction> internet_functions() { return kFunctions; }
+
+}  // namespace yinet
+
+void INTERNET_DOWNLOAD(YObject* arguments) {
+  yinet::run_script_function("INTERNET_DOWNLOAD", arguments, yinet::internet_download);
+}
+void INTERNET_LESEDATEI(YObject* arguments) {
+  yinet::run_script_function("INTERNET_LESEDATEI", arguments, yinet::internet_read);
+}
+void INTERNET_WEBSUCHE(YObject* arguments) {
+  yinet::run_script_function("INTERNET_WEBSUCHE", arguments, yinet::internet_search);
+}
