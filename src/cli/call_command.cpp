@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "command.h"
+#include "record_input.h"
 #include "terminal.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/text.h"
@@ -39,17 +40,6 @@ struct Arguments {
   std::string json_file;
 };
 
-// Each reader adds to the record, or says what is wrong.
-using Problem = std::optional<std::string>;
-
-Problem take_json(std::string_view json, YObject& record, const std::string& key) {
-  JsonNotes notes;
-  const auto error = key.empty() ? YJSON::Parse(json, record, &notes) : YJSON::ParseValue(json, key, record, &notes);
-  if (error) return error->reason + " at byte " + std::to_string(error->position);
-  for (const std::string& path : notes.kept_as_utf8) remark(kept_as_utf8_text(path));
-  return std::nullopt;
-}
-
 Problem take_text(std::string_view text, YObject& record, const std::string& key) {
   TextArgument taken = text_from_argument(text);
   if (taken.kept_as_utf8) remark(kept_as_utf8_text(key));
@@ -81,10 +71,7 @@ Problem take_parameter(const std::string& argument, YObject& record) {
 
 Problem take_all(const Arguments& arguments, YObject& record) {
   if (!arguments.json_file.empty()) {
-    std::string problem;
-    const auto json = read_file(arguments.json_file, problem);
-    if (!json) return "--json: " + problem;
-    if (const auto wrong = take_json(*json, record, {})) return "--json " + arguments.json_file + ": " + *wrong;
+    if (const auto problem = take_json_file(arguments.json_file, record)) return "--json " + *problem;
   }
   for (const std::string& argument : arguments.parameters)
     if (const auto problem = take_parameter(argument, record)) return argument + ": " + *problem;

@@ -28,6 +28,8 @@ Command add_ftp_command(CLI::App& program);
 std::vector<Command> add_file_commands(CLI::App& program);  // get, put, mkdir, rmdir, rm, exists
 Command add_mail_command(CLI::App& program);
 Command add_sftp_command(CLI::App& program);
+Command add_address_command(CLI::App& program);
+Command add_charset_command(CLI::App& program);
 Command add_settings_command(CLI::App& program);
 Command add_messages_command(CLI::App& program);
 

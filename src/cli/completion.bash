@@ -2,7 +2,7 @@
 # parameters of a function, so what is new there is new here.
 
 # The first words of the rows in one section of a text on standard input.
-_yinet_rows() { awk -v head="$1:" '$0 == head { on = 1; next } !/^  / { on = 0 } on { sub(/^-h,/, "", $1); print $1 }'; }
+_yinet_rows() { awk -v head="$1:" '$0 == head { on = 1; next } !/^  / { on = 0 } on { sub(/^-[a-z],/, "", $1); print $1 }'; }
 
 # The values that "NAME:{a,b}" in a help text offers for an option or a positional.
 _yinet_choices() { sed -nE "s/^  $1( [A-Z]*)?:\{([^}]*)\}.*/\2/p" | tr ',' ' '; }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "command.h"
+#include "mail_compose.h"
 #include "terminal.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/setting_table.h"
@@ -34,6 +35,31 @@ constexpr const char* kPartsExamples = R"(Examples:
   yinet mail parts examples/angebot.eml
 
 Exit status: 0 when the mail could be read, 1 when not, 2 for a wrong call.)";
+
+constexpr const char* kComposeExamples =
+    R"(RECORD is a JSON object with the keys of a mail; this one has an attachment of its own and one from the disk:
+  {
+    "ABSENDER": "eva@example.org",
+    "EMPF)" "\xC3\x84" R"(NGER": ["max@example.org", "lager@example.org"],
+    "KOPIE": "einkauf@example.org",
+    "BETREFF": "Angebot",
+    "NACHRICHT": "Guten Tag,\nanbei unser Angebot.",
+    "ANLAGEN": ["preise.csv", "/home/eva/angebot.pdf"],
+    "preise.csv": {"$base64": "U3R1aGw7NDksOTAK"}
+  }
+BLINDKOPIE and MAILID may be there too; a file Nachricht.htm on the disk becomes the mail's HTML text. Recipients are best
+given as bare addresses: a name goes into the header as it stands, its address in double brackets. The mail is written as
+SMTP takes it: lines that begin with a dot have a second one.
+
+Examples:
+  yinet mail compose examples/anfrage.json
+  yinet mail compose examples/anfrage.json -o anfrage.eml
+  yinet mail compose - < examples/anfrage.json | yinet mail decode -
+
+Exit status: 0 when the mail was written with all it names, 1 when not, 2 for a wrong call.)";
+
+constexpr int kWriteFilesOption = 1;
+constexpr int kAllOptions = 15;  // 1, 2, 4 and 8 together
 
 struct DecodeArguments {
   std::string file;
@@ -73,7 +99,7 @@ std::unique_ptr<MailCopy> copy_mail(const std::string& file) {
     return nullptr;
   }
   if (bytes->empty()) {
-    remark(file + " is empty");
+    remark(file_title(file) + " is empty");
     return nullptr;
   }
   auto copy = std::make_unique<MailCopy>(*bytes);
@@ -144,6 +170,9 @@ int save(const YObject& mail, const std::string& folder) {
 }
 
 int decode(const DecodeArguments& arguments) {
+  const bool writes_files = (arguments.options & kWriteFilesOption) != 0;
+  if (writes_files && !arguments.out.empty())
+    return wrong_call("--out finds nothing to save after option 1, which moves text and attachments into a folder of its own");
   decode_readably_by_default();
   const auto copy = copy_mail(arguments.file);
   if (!copy) return kFailed;
@@ -153,11 +182,12 @@ int decode(const DecodeArguments& arguments) {
   const CallOutcome outcome = call_function("MIME_DEKODIERE", record);
   const YObject* mail = record.Find<YObject>(key::kMail);
   if (outcome.status != CallStatus::succeeded || mail == nullptr) {
-    remark(arguments.file + " could not be decoded");
+    remark(file_title(arguments.file) + " could not be decoded");
     return kFailed;
   }
   if (arguments.json) print(YJSON::Write(*mail, 2) + "\n");
   else print_summary(*mail);
+  if (writes_files) remark("text and attachments are in " + YFileManager.ResolveSystemPath(kMailFilesFolder));
   return arguments.out.empty() ? kSucceeded : save(*mail, arguments.out);
 }
 
@@ -167,7 +197,7 @@ int list_parts(const std::string& file) {
   if (!copy) return kFailed;
   const auto parts = list_mail_parts(copy->name());
   if (parts.empty()) {
-    remark(file + " could not be decoded");
+    remark(file_title(file) + " could not be decoded");
     return kFailed;
   }
   for (const MailPartEntry& part : parts) {
@@ -185,7 +215,7 @@ int list_parts(const std::string& file) {
 }  // namespace
 
 Command add_mail_command(CLI::App& program) {
-  CLI::App* mail = program.add_subcommand("mail", "Take mails apart");
+  CLI::App* mail = program.add_subcommand("mail", "Take mails apart, or compose one");
   mail->require_subcommand(1);
 
   const auto arguments = std::make_shared<DecodeArguments>();
@@ -194,7 +224,8 @@ Command add_mail_command(CLI::App& program) {
   decode_app->add_option("FILE", arguments->file, "Mail file, \"-\" for standard input")->required()->type_name("");
   decode_app->add_option("--out", arguments->out, "Save text and attachments into this folder")->type_name("FOLDER");
   decode_app->add_option("--options", arguments->options, "The function's options; see \"yinet functions MIME_DEKODIERE\"")
-      ->type_name("N");
+      ->type_name("N")
+      ->check(CLI::Range(0, kAllOptions));
   decode_app->add_flag("--json", arguments->json, "Print the whole record as JSON");
 
   const auto parts_file = std::make_shared<std::string>();
@@ -202,7 +233,19 @@ Command add_mail_command(CLI::App& program) {
   parts_app->footer(kPartsExamples);
   parts_app->add_option("FILE", *parts_file, "Mail file, \"-\" for standard input")->required()->type_name("");
 
-  return {mail, [=] { return decode_app->parsed() ? decode(*arguments) : list_parts(*parts_file); }};
+  const auto compose_arguments = std::make_shared<ComposeArguments>();
+  CLI::App* compose_app = mail->add_subcommand("compose", "Compose a mail from a record");
+  compose_app->footer(kComposeExamples);
+  compose_app->add_option("RECORD", compose_arguments->record, "JSON file, \"-\" for standard input")
+      ->required()
+      ->type_name("");
+  compose_app->add_option("-o,--out", compose_arguments->out, "File for the mail; standard output when missing or \"-\"")
+      ->type_name("FILE");
+
+  return {mail, [=] {
+            if (decode_app->parsed()) return decode(*arguments);
+            return parts_app->parsed() ? list_parts(*parts_file) : compose_mail(*compose_arguments);
+          }};
 }
 
 }  // namespace yinet::cli

@@ -11,6 +11,7 @@
 
 #include "command.h"
 #include "yinet/host/codepage.h"
+#include "yinet/host/ylog.h"
 
 namespace yinet::cli {
 namespace {
@@ -73,6 +74,11 @@ int wrong_call(std::string_view text) {
   return kWrongCall;
 }
 
+void print_log(const LogRecord& record) {
+  const std::string line = (g_remarks_as_json ? log_json_line(record) : log_line(record)) + "\n";
+  std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
 TextArgument text_from_argument(std::string_view argument) {
   if (auto text = ansi_from_utf8(argument)) return {std::move(*text), false};
   return {std::string(argument), true};
@@ -81,8 +87,10 @@ TextArgument text_from_argument(std::string_view argument) {
 std::optional<std::string> read_file(const std::string& name, std::string& problem) {
   std::string bytes;
   if (InputFile(name).read_all(bytes)) return bytes;
-  problem = (name == "-" ? std::string("standard input") : name) + " cannot be read: " + std::strerror(errno);
+  problem = file_title(name) + " cannot be read: " + std::strerror(errno);
   return std::nullopt;
 }
+
+std::string file_title(const std::string& name) { return name == "-" ? "standard input" : name; }
 
 }  // namespace yinet::cli

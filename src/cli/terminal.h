@@ -7,6 +7,10 @@
 #include <string>
 #include <string_view>
 
+namespace yinet {
+struct LogRecord;
+}
+
 namespace yinet::cli {
 
 // Standard output; nothing is added. Whether all of it arrived is known at the end: see finish_output.
@@ -19,6 +23,8 @@ void remark(std::string_view text);
 void remarks_as_json(bool on);
 // The same for a wrong call; gives its exit code.
 int wrong_call(std::string_view text);
+// A record of the log on standard error, in the form that was chosen there: for log sinks that only look.
+void print_log(const LogRecord& record);
 
 struct TextArgument {
   std::string text;
@@ -28,5 +34,7 @@ TextArgument text_from_argument(std::string_view argument);
 
 // The bytes of a file of the system, of standard input for "-"; empty after a failure, which `problem` explains.
 std::optional<std::string> read_file(const std::string& name, std::string& problem);
+// "-" is standard input in texts for people.
+std::string file_title(const std::string& name);
 
 }  // namespace yinet::cli

@@ -48,7 +48,7 @@ TEST(Program, WrongCallsEndWithTwoAndSayWhatWouldBeRight) {
       {{"call", "HTTP_GET", "pUrl:={\"a\":1}"}, "pUrl needs a text, not a record"},
       {{"call", "HTTP_GET", "pUrl=@/nowhere/file"}, "/nowhere/file cannot be read: No such file"},
       {{"call", "HTTP_GET", "--json", "/nowhere/file"}, "/nowhere/file cannot be read: No such file"},
-      {{"call", "HTTP_GET", "--json", "-"}, "--json -: "},  // standard input is empty
+      {{"call", "HTTP_GET", "--json", "-"}, "--json standard input: "},  // standard input is empty
       {{"functions", "MIME"}, "no script function is named \"MIME\""},
       {{"dns", "ns", "x.test"}, "ns"},
       {{"dns", "a"}, "NAME is required"},

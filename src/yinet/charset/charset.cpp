@@ -184,11 +184,18 @@ bool may_name_converter(std::string_view label) {
 
 }  // namespace
 
+std::string listed_converter(std::string_view label) {
+  if (!may_name_converter(label)) return {};
+  UErrorCode error = U_ZERO_ERROR;
+  const char* const listed = ucnv_getAlias(std::string(label).c_str(), 0, &error);
+  return listed && U_SUCCESS(error) ? listed : std::string();
+}
+
 std::string converter_for_label(std::string_view label) {
   std::string name(label);
-  if (!may_name_converter(label) || !setting_flag(settings::kMailCharsetAliases)) return name;
-  UErrorCode error = U_ZERO_ERROR;
-  if (const char* const listed = ucnv_getAlias(name.c_str(), 0, &error); listed && U_SUCCESS(error)) name = listed;
+  if (!setting_flag(settings::kMailCharsetAliases)) return name;
+  if (std::string listed = listed_converter(label); !listed.empty()) name = std::move(listed);
+  // A label that may name no converter is none of these either.
   if (std::ranges::find(kMeansWindows1252, name) != kMeansWindows1252.end()) return kAnsiConverter;
   return name;
 }

@@ -5,7 +5,13 @@
 #include <string>
 #include <string_view>
 
+#include "yinet/host/export.h"
+
 namespace yinet {
+
+// The name under which ICU lists the converter that it knows by this name or alias, without regard to letter case; empty
+// when it knows none, and for a label that no converter can have: one with a comma or longer than any charset's name.
+YINET_API std::string listed_converter(std::string_view label);
 
 // The converter to use for the charset label of a mail: the name that ICU lists where it knows the label as an alias
 // ("iso-8859-15", "koi8-r", "gb2312", "utf8"), and Windows-1252 for "iso-8859-1" and "us-ascii". A label that ICU does not

@@ -14,7 +14,6 @@
 namespace yinet {
 namespace {
 
-constexpr std::string_view kFolder = "TEMP:~EML\\";
 constexpr std::size_t kSubjectCharacters = 20;
 
 bool write_file(const YString& path, std::string_view bytes) {
@@ -78,7 +77,7 @@ std::vector<SavedMailFile> save_mail_files(const YObject& record, const YString&
 bool write_mail_files(YObject& record) {
   static std::mutex one_at_a_time;
   const std::lock_guard lock(one_at_a_time);
-  YString folder = YFileManager.ResolvePath(YString(kFolder));
+  YString folder = YFileManager.ResolvePath(YString(kMailFilesFolder));
   if (!YFileManager.CreateFolder(folder)) return raise_message(6, message::kMailFolderFailed, folder);
   if (!folder.EndsWith("/")) folder += '/';
   YFileManager.EmptyFolder(folder);
