@@ -1,6 +1,7 @@
 #include "yinet/host/codepage.h"
 
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -36,13 +37,16 @@ Decoded decode_utf8(std::string_view text) {
   return {code_point, length};
 }
 
+static_assert(std::endian::native == std::endian::little);  // the lowest byte of a block is the first of the text
+
 // Length of the run of ASCII at the start, eight bytes at a time.
 std::size_t ascii_prefix(std::string_view text) {
   std::size_t i = 0;
   for (; i + 8 <= text.size(); i += 8) {
     std::uint64_t block;
     std::memcpy(&block, text.data() + i, 8);
-    if ((block & 0x8080808080808080U) != 0) break;
+    if (const std::uint64_t high = block & 0x8080808080808080U; high != 0)
+      return i + static_cast<std::size_t>(std::countr_zero(high)) / 8;
   }
   while (i < text.size() && static_cast<unsigned char>(text[i]) < 0x80) ++i;
   return i;
@@ -86,22 +90,27 @@ std::string utf8_from_ansi(std::string_view text) {
 
 namespace {
 
-// Converts as far as `on_lacking` allows: it gets the target for each character that Windows-1252 lacks and each
-// malformed byte, and says whether to go on.
+// Converts as far as `on_lacking` allows: it gives the target for each character that Windows-1252 lacks and each
+// malformed byte, or a negative number to stop.
 template <typename OnLacking>
 bool convert_from_utf8(std::string_view text, std::string& out, OnLacking on_lacking) {
-  out.reserve(text.size());
+  out.resize(text.size());  // every character takes a byte of the text at least
+  char* to = out.data();
   while (!text.empty()) {
     const std::size_t plain = ascii_prefix(text);
-    out.append(text, 0, plain);
+    std::memcpy(to, text.data(), plain);
+    to += plain;
     text.remove_prefix(plain);
-    if (text.empty()) break;
-    const Decoded decoded = decode_utf8(text);
-    const int byte = decoded.length == 0 ? -1 : ansi_from_code_point(decoded.code_point);
-    if (byte >= 0) out += static_cast<char>(byte);
-    else if (!on_lacking(out)) return false;
-    text.remove_prefix(decoded.length == 0 ? 1 : decoded.length);
+    while (!text.empty() && static_cast<unsigned char>(text.front()) >= 0x80) {
+      const Decoded decoded = decode_utf8(text);
+      int byte = decoded.length == 0 ? -1 : ansi_from_code_point(decoded.code_point);
+      if (byte < 0) byte = on_lacking();
+      if (byte < 0) return false;
+      *to++ = static_cast<char>(byte);
+      text.remove_prefix(decoded.length == 0 ? 1 : decoded.length);
+    }
   }
+  out.resize(static_cast<std::size_t>(to - out.data()));
   return true;
 }
 
@@ -109,16 +118,13 @@ bool convert_from_utf8(std::string_view text, std::string& out, OnLacking on_lac
 
 std::optional<std::string> ansi_from_utf8(std::string_view text) {
   std::string result;
-  if (!convert_from_utf8(text, result, [](std::string&) { return false; })) return std::nullopt;
+  if (!convert_from_utf8(text, result, [] { return -1; })) return std::nullopt;
   return result;
 }
 
 std::string ansi_from_utf8_lossy(std::string_view text) {
   std::string result;
-  convert_from_utf8(text, result, [](std::string& out) {
-    out += '?';
-    return true;
-  });
+  convert_from_utf8(text, result, [] { return '?'; });
   return result;
 }
 

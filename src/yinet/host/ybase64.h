@@ -24,5 +24,7 @@ namespace yinet {
 YINET_API std::string base64_encoded(std::string_view bytes);
 // As YBase64::Decode; appends to `out`, which is left as it was on failure.
 YINET_API bool base64_decode(std::string_view text, std::string& out);
+// The same for large texts: needs no memory beside that of `out`.
+YINET_API bool base64_decode(std::string_view text, YBuffer& out);
 
 }  // namespace yinet

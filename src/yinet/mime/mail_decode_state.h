@@ -38,6 +38,13 @@ struct MailDecodeBudget {
   std::unordered_map<std::string, std::unordered_set<std::string>> folders_;
 };
 
+// Where a boundary stands at or after `from`; npos for nowhere.
+struct BoundaryHit {
+  std::string boundary;  // empty: none known
+  std::size_t from = 0;
+  std::size_t at = 0;
+};
+
 struct MailDecodeState {
   ~MailDecodeState();
 
@@ -49,7 +56,8 @@ struct MailDecodeState {
   std::optional<std::size_t> last_line_end;    // position of the last CRLF; npos when there is none
   std::size_t blank_line_from = 1;             // the last search for a blank line, and what it found: none at first
   std::size_t blank_line_at = 0;
-  std::unordered_set<std::string> files;       // written and not taken by the result yet
+  BoundaryHit last_boundary;
+  std::unordered_map<std::string, YBuffer> files;  // written and not taken by the result yet, with what they hold
 };
 
 // True, and the amount taken, as long as something is left.

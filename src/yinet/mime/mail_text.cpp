@@ -7,12 +7,14 @@
 #include "yinet/host/codepage.h"
 #include "yinet/host/text.h"
 #include "yinet/host/ybase64.h"
+#include "yinet/mime/byte_search.h"
 #include "yinet/mime/quoted_printable.h"
 
 namespace yinet {
 namespace {
 
 constexpr std::string_view kLineEnd = "\r\n";
+constexpr std::size_t kPieceCharacters = 64 * 1024;  // of a large content, decoded at a time
 constexpr std::string_view kNoticeStart = "Diese Mail (";
 constexpr std::string_view kNoticeMiddle =
     ") ist gr\xF6\xDF"
@@ -64,9 +66,9 @@ bool make_mac_lines_crlf(std::string& text) {
 }
 
 std::size_t find_size_notice(std::string_view text) {
-  const std::size_t start = text.find(kNoticeStart);
+  const std::size_t start = find_bytes(text, kNoticeStart);
   if (start == std::string_view::npos || start == 0) return std::string_view::npos;
-  return text.find(kNoticeMiddle, start) == std::string_view::npos ? std::string_view::npos : start;
+  return find_bytes(text, kNoticeMiddle, start) == std::string_view::npos ? std::string_view::npos : start;
 }
 
 TransferEncoding transfer_encoding_named(std::string_view name) {
@@ -127,21 +129,37 @@ void decode_base64_leniently(std::string_view text, std::string& out) {
   flush();
 }
 
-std::string_view decode_file_content(std::string_view content, TransferEncoding encoding, bool keep_seven_bit,
-                                     std::string& storage) {
-  storage.clear();
+YBuffer decode_file_content(std::string_view content, TransferEncoding encoding, bool keep_seven_bit) {
+  YBuffer bytes;
   if (content.ends_with(kLineEnd)) content.remove_suffix(2);
   if (encoding == TransferEncoding::base64) {
     content = without_terminator(content);
-    if (!base64_decode(content, storage)) decode_base64_leniently(content, storage);
-    return storage;
+    if (base64_decode(content, bytes)) return bytes;
+    std::string decoded;
+    decode_base64_leniently(content, decoded);
+    bytes.Add(decoded);
+    return bytes;
   }
   const bool quoted = encoding == TransferEncoding::quoted_printable ||
                       (encoding == TransferEncoding::seven_bit && !keep_seven_bit);
-  // Without a "=" there is nothing to decode.
-  if (!quoted || content.find('=') == std::string_view::npos) return content;
-  decode_quoted_printable(content, storage);
-  return storage;
+  bytes.Reserve(static_cast<long>(content.size()));
+  std::string decoded;
+  while (quoted && content.size() > kPieceCharacters) {  // nothing that is encoded reaches over a line feed
+    const std::size_t line_feed = content.find('\n', kPieceCharacters);
+    if (line_feed == std::string_view::npos) break;
+    decoded.clear();
+    decode_quoted_printable(content.substr(0, line_feed + 1), decoded);
+    bytes.Add(decoded);
+    content.remove_prefix(line_feed + 1);
+  }
+  if (!quoted) {
+    bytes.Add(content);
+    return bytes;
+  }
+  decoded.clear();
+  decode_quoted_printable(content, decoded);
+  bytes.Add(decoded);
+  return bytes;
 }
 
 }  // namespace yinet

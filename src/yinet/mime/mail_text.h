@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "yinet/host/ybuffer.h"
+
 namespace yinet {
 
 // A text whose first line ends with LF alone comes from a Unix mail box: every lone LF becomes CRLF. Any other text, or
@@ -31,9 +33,7 @@ std::string decode_untyped_text(std::string_view content);
 
 // The bytes of a part that becomes a file. `keep_seven_bit` writes "7bit" content as it stands; otherwise it counts as
 // quoted-printable. Base64 is read with whatever line length, and characters outside its alphabet are passed over.
-// `storage` holds the result where it differs from the content.
-std::string_view decode_file_content(std::string_view content, TransferEncoding encoding, bool keep_seven_bit,
-                                     std::string& storage);
+YBuffer decode_file_content(std::string_view content, TransferEncoding encoding, bool keep_seven_bit);
 
 // Base64 with anything in between: characters outside the alphabet are passed over, padding ends a run, and what
 // follows it is decoded too.

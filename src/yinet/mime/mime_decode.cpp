@@ -1,7 +1,5 @@
 // YMIMEMessage: decoding a mail, from its text to the tree of part records.
 
-#include <string.h>
-
 #include <algorithm>
 #include <limits>
 #include <string>
@@ -12,6 +10,7 @@
 #include "yinet/host/text.h"
 #include "yinet/host/yfile.h"
 #include "yinet/host/ylog.h"
+#include "yinet/mime/byte_search.h"
 #include "yinet/mime/mail_decode_state.h"
 #include "yinet/mime/mail_text.h"
 #include "yinet/mime/mail_keys.h"
@@ -20,18 +19,13 @@
 
 namespace {
 
-using yinet::equal_ignoring_case;
+using yinet::find_bytes;
 
 constexpr std::size_t kNone = std::string_view::npos;
 constexpr std::string_view kTerminator = "\r\n.\r\n";
 constexpr std::size_t kMaxPathBytes = 4096;
-
-// The pages of the mail are walked several times over, so the search must be the fastest there is.
-std::size_t find_bytes(std::string_view text, std::string_view what, std::size_t from) {
-  if (from > text.size()) return kNone;
-  const void* hit = memmem(text.data() + from, text.size() - from, what.data(), what.size());
-  return hit == nullptr ? kNone : static_cast<std::size_t>(static_cast<const char*>(hit) - text.data());
-}
+// Headers of sound mails do not overlap, so little is added to what the size of the mail allows.
+constexpr std::int64_t kHeaderExtra = 1024 * 1024;
 
 // A source that can be the name of a file at all: a whole mail is not worth asking the disk.
 bool may_be_file_name(std::string_view source) {
@@ -39,18 +33,20 @@ bool may_be_file_name(std::string_view source) {
 }
 
 // Searches that are charged to the budget of the decode, so that boundaries that never come cannot cost more than a few
-// walks over the mail.
+// walks over the mail. The end of a part is also the start of the next one: the last hit is remembered.
 class BoundarySearch {
  public:
-  BoundarySearch(std::string_view text, std::string_view boundary, yinet::MailDecodeBudget& budget)
-      : text_(text), boundary_(boundary), budget_(budget) {}
+  BoundarySearch(std::string_view text, std::string_view boundary, yinet::MailDecodeState& state)
+      : text_(text), boundary_(boundary), last_(state.last_boundary), budget_(*state.budget) {}
 
   // The boundary at or after `from`: anywhere in the text or, in a readable decode, as a delimiter line.
   [[nodiscard]] std::size_t next(std::size_t from) const {
-    for (std::size_t at = from;; at += boundary_.size()) {
-      at = find(boundary_, at);
-      if (at == kNone || !budget_.readable || is_delimiter(at)) return at;
-    }
+    const bool is_known = last_.boundary == boundary_ && from <= last_.at;
+    if (is_known && from >= last_.from) return last_.at;
+    std::size_t at = search(from, is_known ? last_.from + boundary_.size() - 1 : kNone);
+    if (is_known && at == kNone) at = last_.at;
+    if (budget_.search_left > 0) last_ = {std::string(boundary_), from, at};
+    return at;
   }
 
   // Position of the dashes before the closing delimiter at or after `from`.
@@ -84,11 +80,19 @@ class BoundarySearch {
   }
 
  private:
-  [[nodiscard]] std::size_t find(std::string_view what, std::size_t from) const {
+  // Hits that begin at or after `from` and end at or before `limit`.
+  [[nodiscard]] std::size_t search(std::size_t from, std::size_t limit) const {
+    for (std::size_t at = from;; ++at) {
+      at = find(boundary_, at, limit);
+      if (at == kNone || !budget_.readable || is_delimiter(at)) return at;
+    }
+  }
+  [[nodiscard]] std::size_t find(std::string_view what, std::size_t from, std::size_t limit = kNone) const {
     if (budget_.search_left <= 0) return kNone;
-    const std::size_t at = find_bytes(text_, what, from);
-    const std::size_t walked = std::min(at, text_.size()) - std::min(from, text_.size());
-    budget_.search_left -= static_cast<std::int64_t>(walked) + 16;
+    const std::string_view text = text_.substr(0, limit);
+    const std::size_t at = find_bytes(text, what, from);
+    const std::size_t walked = std::min(at, text.size()) - std::min(from, text.size());
+    budget_.search_left -= static_cast<std::int64_t>(walked + 16 + (at == kNone ? 0 : what.size()));
     return at;
   }
   [[nodiscard]] bool at_line_start(std::size_t at) const { return at == 0 || text_[at - 1] == '\n'; }
@@ -100,6 +104,7 @@ class BoundarySearch {
 
   std::string_view text_;
   std::string_view boundary_;
+  yinet::BoundaryHit& last_;
   yinet::MailDecodeBudget& budget_;
 };
 
@@ -165,7 +170,7 @@ std::shared_ptr<yinet::MailDecodeBudget> make_budget(std::int64_t size) {
   budget->parts_left = yinet::setting_number(settings::kMailPartLimit);
   budget->content_left = content;
   budget->embedded_left = content;
-  budget->headers_left = content;
+  budget->headers_left = size * yinet::setting_number(settings::kMailContentFactor) + kHeaderExtra;
   budget->search_left = 16 * size + 8 * extra;
   budget->readable = yinet::setting_flag(settings::kMailReadable);
   return budget;
@@ -208,7 +213,7 @@ bool MailDecodeBudget::is_in_folder(const YString& folder, const std::string& na
 
 MailDecodeState::~MailDecodeState() {
   if (!embedded) return;
-  for (const std::string& file : files) YFile::Delete(YString(file));
+  for (const auto& [file, content] : files) YFile::Delete(YString(file));
 }
 
 }  // namespace yinet
@@ -283,7 +288,7 @@ void YMIMEMessage::m_DecodePart(YObject* part, int start, const YString& parentB
   } else if (!m_DecodeMultipart(part, static_cast<int>(layout.body_start), flags, partInformation)) {
     int end = -1;
     if (!parentBoundary.IsEmpty() && !state.last_part) {
-      const std::size_t next = BoundarySearch(text, parentBoundary, budget).next(layout.body_start);
+      const std::size_t next = BoundarySearch(text, parentBoundary, state).next(layout.body_start);
       if (next != kNone) end = static_cast<int>(std::max(next, layout.body_start + 2) - 2);
     }
     m_DecodeLeaf(part, static_cast<int>(layout.body_start), end, top_level, !parentBoundary.IsEmpty(), information,
@@ -301,7 +306,7 @@ bool YMIMEMessage::m_DecodeMultipart(YObject* part, int bodyStart, unsigned long
     return false;
   }
   const std::string_view text = m_MailText;
-  const BoundarySearch search(text, boundary, budget);
+  const BoundarySearch search(text, boundary, state);
   const auto body_start = static_cast<std::size_t>(bodyStart);
   const std::size_t first = search.next(body_start);
   if (first == kNone && budget.readable) return false;  // a multipart in name only: its content is kept

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "yinet/charset/charset.h"
 #include "yinet/charset/charset_label.h"
@@ -117,17 +118,15 @@ void YMIMEMessage::m_DecodeToFile(YObject* part, std::string_view content, const
   if (content.ends_with("\r\n") ? content.size() == 2 : content.empty()) return;
   const YString subtype = part->GetString(yinet::part::kSubtype);
   const bool keep_seven_bit = decode_state_->budget->readable || subtype.Equals("calendar");
-  std::string storage;
-  const std::string_view bytes =
-      yinet::decode_file_content(content, encoding_of(*part), keep_seven_bit, storage);
   const YString path = m_WriteNewFile(
-      name.IsEmpty() ? yinet::attachment_name_for_subtype(subtype) : yinet::attachment_name_from(name), bytes);
+      name.IsEmpty() ? yinet::attachment_name_for_subtype(subtype) : yinet::attachment_name_from(name),
+      yinet::decode_file_content(content, encoding_of(*part), keep_seven_bit));
   if (!path.IsEmpty()) part->StoreText(yinet::part::kFileEntry, path);
 }
 
 // Writes under a free name into the mail's folder or, when that cannot be written to, into the temporary one. Gives the
-// path, empty when neither took it.
-YString YMIMEMessage::m_WriteNewFile(const yinet::AttachmentName& name, std::string_view bytes) {
+// path, empty when neither took it. The bytes are kept for the result, which then need not read the file again.
+YString YMIMEMessage::m_WriteNewFile(const yinet::AttachmentName& name, YBuffer bytes) {
   yinet::MailDecodeBudget& budget = *decode_state_->budget;
   const auto is_key = [&](const std::string& candidate) {
     return budget.result != nullptr && budget.result->Exist(candidate);
@@ -141,9 +140,9 @@ YString YMIMEMessage::m_WriteNewFile(const yinet::AttachmentName& name, std::str
       taken = budget.is_in_folder(folder, candidate);
       if (taken) break;
       const YString path = folder + YString(candidate);
-      error = write_new_file(path, bytes);
+      error = write_new_file(path, bytes.view());
       if (error == 0) {
-        decode_state_->files.insert(path.str());
+        decode_state_->files.emplace(path.str(), std::move(bytes));
         return path;
       }
       taken = error == EEXIST;

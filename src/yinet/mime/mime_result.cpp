@@ -167,15 +167,20 @@ YString YMIMEMessage::m_CreateAttachment(YObject* result, const YString& text, c
   return key;
 }
 
-// Moves a written file into the result. When it cannot be read it stays where it is and the result gets nothing.
+// Moves a file into the result. One that this decode did not write and that cannot be read stays where it is, and the
+// result gets nothing.
 bool YMIMEMessage::m_TakeFile(const YString& path, YObject* result) {
   const YString name = name_and_extension(path);
   YBuffer bytes;
-  if (!read_file(path, bytes)) return false;
+  if (auto written = decode_state_ == nullptr ? decltype(decode_state_->files)::node_type()
+                                              : decode_state_->files.extract(path.str())) {
+    bytes = std::move(written.mapped());
+  } else if (!read_file(path, bytes)) {
+    return false;
+  }
   result->Store<YBuffer>(name, std::move(bytes));
   result->Ensure<YString>(mail_key::kAttachments).AddItem(name);
   YFile::Delete(path);
-  if (decode_state_ != nullptr) decode_state_->files.erase(path.str());
   return true;
 }
 

@@ -191,7 +191,7 @@ class YINET_API YMIMEMessage {
   [[nodiscard]] std::string_view m_Content(int start, int end) const;
   bool m_DecodeInlineText(YObject* part, std::string_view content, bool topLevel);
   void m_DecodeToFile(YObject* part, std::string_view content, const YString& name);
-  YString m_WriteNewFile(const yinet::AttachmentName& name, std::string_view bytes);
+  YString m_WriteNewFile(const yinet::AttachmentName& name, YBuffer bytes);
   void m_StoreEnvelope(YObject* result, unsigned long flags);
   void m_StoreText(YObject* result);
   void m_StoreNestedText(YObject* result);
