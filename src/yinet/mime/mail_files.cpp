@@ -16,9 +16,9 @@ namespace {
 
 constexpr std::size_t kSubjectCharacters = 20;
 
-bool write_file(const YString& path, std::string_view bytes) {
+bool write_file(const YString& path, int creation, std::string_view bytes) {
   YFile file(path);
-  return file.Open(kOpenAlways, kAccessRead | kAccessWrite, kShareRead | kShareWrite) && file.Write(bytes) && file.Close();
+  return file.Open(creation, kAccessRead | kAccessWrite, kShareRead | kShareWrite) && file.Write(bytes) && file.Close();
 }
 
 // The list may hold names that no decode made.
@@ -78,18 +78,22 @@ bool write_mail_files(YObject& record) {
   static std::mutex one_at_a_time;
   const std::lock_guard lock(one_at_a_time);
   YString folder = YFileManager.ResolvePath(YString(kMailFilesFolder));
-  if (!YFileManager.CreateFolder(folder)) return raise_message(6, message::kMailFolderFailed, folder);
   if (!folder.EndsWith("/")) folder += '/';
-  YFileManager.EmptyFolder(folder);
+  if (!YFileManager.CreateFolder(folder) || !YFileManager.EmptyFolder(folder)) {
+    return raise_message(6, message::kMailFolderFailed, folder);
+  }
 
   const YString names = record.GetString(mail_key::kAttachments);
   for (const std::string_view name : names.Items()) {
     if (!stays_in_folder(name)) continue;
-    if (const auto* bytes = record.Find<YBuffer>(name)) write_file(folder + YString(name), bytes->view());
+    if (const auto* bytes = record.Find<YBuffer>(name)) write_file(folder + YString(name), kOpenAlways, bytes->view());
     record.Delete(name);
   }
-  const std::string text_file = mail_text_file_name(record.GetString(mail_key::kSubject));
-  if (write_file(folder + YString(text_file), record.GetString(mail_key::kText))) record.Delete(mail_key::kText);
+  if (const auto* text = record.Find<YString>(mail_key::kText)) {
+    // An attachment may have the same name; then the text stays in the record.
+    const std::string name = mail_text_file_name(record.GetString(mail_key::kSubject));
+    if (write_file(folder + YString(name), kCreateNew, *text)) record.Delete(mail_key::kText);
+  }
   return true;
 }
 

@@ -16,8 +16,8 @@ namespace yinet {
 inline constexpr std::string_view kMailFilesFolder = "TEMP:~EML\\";
 
 // Moves the members that "ANLAGEN" lists, and "NACHRICHT", from the record into files. The list of names stays. A file
-// that cannot be written is passed over; its member goes all the same, the text stays. False when there is no such folder
-// and it cannot be made, which is raised as message 21072.
+// that cannot be written is passed over; its member goes all the same, the text stays. False, and the record untouched,
+// when the folder cannot be made or emptied, which is raised as message 21072.
 bool write_mail_files(YObject& record);
 
 struct SavedMailFile {
