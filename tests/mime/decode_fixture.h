@@ -32,27 +32,23 @@ class DecodeTest : public testing::Test {
 
   // Decodes `text` as the file "mail.eml" of the folder.
   bool decode(std::string_view text, unsigned long flags = 0) {
-    folder_.write("mail.eml", text);
+    const std::string file = folder_.write("mail.eml", text).string();
     mail_ = YObject();
-    return YMIMEMessage(YString(), 0, 10240, 0)
-        .Decode(YString(name_from_utf8((folder_ / "mail.eml").string())), &mail_, flags);
+    return YMIMEMessage(YString(), 0, 10240, 0).Decode(YString(name_from_utf8(file)), &mail_, flags);
   }
 
   [[nodiscard]] std::string text(std::string_view key) const { return mail_.GetString(key).str(); }
   [[nodiscard]] std::vector<std::string> attachments() const {
-    std::vector<std::string> names;
     const YString list = mail_.GetString("ANLAGEN");
-    for (const auto name : list.Items()) names.emplace_back(name);
-    return names;
+    const auto items = list.Items();
+    return {items.begin(), items.end()};
   }
-  // Everything in the mail's folder but the mail itself.
+  // Everything in the mail's folder and in the temporary one but the mail itself.
   [[nodiscard]] std::vector<std::string> files_left() const {
     std::vector<std::string> names;
-    for (const auto* dir : {&folder_, &temporary_}) {
-      for (const auto& entry : std::filesystem::recursive_directory_iterator(dir->path())) {
+    for (const auto* folder : {&folder_, &temporary_})
+      for (const auto& entry : std::filesystem::recursive_directory_iterator(folder->path()))
         if (entry.path().filename() != "mail.eml") names.push_back(entry.path().filename().string());
-      }
-    }
     return names;
   }
 

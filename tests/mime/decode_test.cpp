@@ -1,10 +1,12 @@
 #include <gmock/gmock.h>
 
-#include <fstream>
+#include <new>
 
-#include "decode_fixture.h"
+#include "mime/decode_fixture.h"
 #include "support/log_capture.h"
 #include "yinet/host/text.h"
+#include "yinet/host/yfile.h"
+#include "yinet/script/functions.h"
 
 namespace yinet::test {
 namespace {
@@ -13,268 +15,299 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 const std::string kEmbedded = "\r\n\r\nEingebettete Mail:\r\n\r\n";
+const std::string kText = "Content-Type: text/plain\r\n\r\n";
 
 // A multipart/mixed mail of these parts, each with its header.
 std::string mixed(const std::vector<std::string>& parts, std::string_view header = "Subject: x\r\n") {
-  std::string mail(header);
-  mail += "Content-Type: multipart/mixed; boundary=\"=_b\"\r\n\r\n";
+  std::string mail = std::string(header) + "Content-Type: multipart/mixed; boundary=\"=_b\"\r\n\r\n";
   for (const auto& part : parts) mail += "--=_b\r\n" + part + "\r\n";
   return mail + "--=_b--\r\n";
 }
+std::string file_part(const std::string& name, const std::string& content, const std::string& fields = "") {
+  return "Content-Type: a/b; name=\"" + name + "\"\r\n" + fields + "\r\n" + content;
+}
 
-TEST_F(DecodeTest, ReadsAPlainMail) {
+class MailTest : public DecodeTest {
+ protected:
+  // Text and attachments of the decoded mail: "text[name=bytes][name=bytes]".
+  std::string result_of(std::string_view mail) {
+    if (!decode(mail)) return "not decoded";
+    std::string result = text("NACHRICHT");
+    for (const auto& name : attachments()) result += "[" + name + "=" + text(name) + "]";
+    EXPECT_THAT(files_left(), IsEmpty());
+    return result;
+  }
+};
+
+TEST_F(MailTest, EnvelopeComesFromTheHeader) {
   ASSERT_TRUE(decode("From: =?utf-8?Q?M=C3=BCller?= <m@x.de>\r\nTo: \"A\" <a@x.de>, b@x.de\r\nCc: c@x.de\r\n"
-                     "Reply-To: R <r@x.de>\r\nEnvelope-To: <e@x.de>, e@x.de f@x.de\r\nSubject: =?utf-8?B?R3LDvMOfZQ==?=\r\n"
-                     "Date: Sat, 21 Nov 2026 10:00:00 +0100\r\nX-PGDocID: 17\r\nContent-Type: text/plain\r\n\r\nHallo\r\n..Punkt\r\n.\r\n"));
-  EXPECT_EQ(text("ABSENDER"), "m@x.de");
-  EXPECT_EQ(text("ABSENDERNAME"), "M\xFCller");
-  EXPECT_EQ(text("EMPF\xC4NGER"), "a@x.de\x01" "b@x.de");
-  EXPECT_EQ(text("KOPIE"), "c@x.de");
-  EXPECT_EQ(text("ORIGEMPF\xC4NGER"), "e@x.de\x01" "f@x.de");
-  EXPECT_EQ(text("AntwortAdresse"), "r@x.de");
-  EXPECT_EQ(text("BETREFF"), "Gr\xFC\xDF" "e");
-  EXPECT_EQ(text("NACHRICHT"), "Hallo\r\n.Punkt");
-  EXPECT_EQ(text("MAILARCHIVID"), "17");
+                     "Reply-To: R <r@x.de>\r\nEnvelope-To: <e@x.de>, e@x.de\r\nX-Original-To: f@x.de \"g@x.de =h@x.de i\r\n"
+                     "Subject: =?utf-8?B?R3LDvMOfZQ==?=\r\nDate: Sat, 21 Nov 2026 10:00:00 +0100\r\n"
+                     "X-MAILVALT-MailArchiv-ID: 17\r\n\r\nHallo"));
+  const std::pair<const char*, const char*> kFields[] = {
+      {"ABSENDER", "m@x.de"}, {"ABSENDERNAME", "M\xFCller"}, {"EMPF\xC4NGER", "a@x.de\x01" "b@x.de"}, {"KOPIE", "c@x.de"},
+      {"ORIGEMPF\xC4NGER", "e@x.de\x01" "f@x.de"}, {"AntwortAdresse", "r@x.de"}, {"BETREFF", "Gr\xFC\xDF" "e"},
+      {"NACHRICHT", "Hallo"}, {"MAILARCHIVID", "17"}};
+  for (const auto& [key, value] : kFields) EXPECT_EQ(text(key), value) << key;
   ASSERT_NE(mail_.Find<YDateAndTime>("GESENDET"), nullptr);
   EXPECT_EQ(mail_.Find<YDateAndTime>("GESENDET")->EpochMilliseconds(), 1795251600000);
-  EXPECT_FALSE(mail_.Exist("ANLAGEN"));
-  EXPECT_FALSE(mail_.Exist("Header"));
+  for (const char* key : {"ANLAGEN", "Header", "PARTINFORMATION"}) EXPECT_FALSE(mail_.Exist(key)) << key;
+
+  ASSERT_TRUE(decode("From: N <a@x.de>\r\nReply-To: r@x.de\r\nDate: 99999999999\r\n\r\nText", 4));  // a short record
+  EXPECT_EQ(text("ABSENDER") + text("BETREFF"), "a@x.de");
+  for (const char* key : {"ABSENDERNAME", "AntwortAdresse", "NACHRICHT", "GESENDET"}) EXPECT_FALSE(mail_.Exist(key)) << key;
+  ASSERT_TRUE(decode("From: a@x.de\r\nX-PGDocID: 18\r\nX-MAILVALT-MailArchiv-ID: 17\r\n\r\n"));
+  EXPECT_EQ(text("ABSENDER") + text("BETREFF") + text("MAILARCHIVID"), "a@x.de(Kein Betreff)18");
 }
 
-TEST_F(DecodeTest, SubjectAndDateMayBeMissing) {
-  ASSERT_TRUE(decode("From: a@x.de\r\nDate: 99999999999\r\n\r\n"));
-  EXPECT_EQ(text("BETREFF"), "(Kein Betreff)");
-  EXPECT_FALSE(mail_.Exist("GESENDET"));
-  ASSERT_TRUE(decode("From: a@x.de\r\n\r\nText"));
-  EXPECT_EQ(text("BETREFF"), "");
+TEST_F(MailTest, FieldsThatRepeatAreCountedAndTheLastAddressIsDecoded) {
+  ASSERT_TRUE(decode("Received: 1\r\nreceived: 2\r\nReceived.2: 3\r\nCC: =?x?Q?a?=\r\nTo: =?x?Q?c?=\r\n\r\n", 2));
+  const YObject& header = *mail_.Find<YObject>("Header");
+  EXPECT_EQ(header.GetString("received.2") + header.GetString("Received.2.2"), "23");
+  EXPECT_EQ(header.GetString("CC") + header.GetString("To"), "=?x?Q?a?=c");
+  ASSERT_TRUE(decode("Content-Type: a/b; Name=\"n\"; name*0*=utf-8''%C3%A4; name*1=.c; CharSet=\"=?x?Q?a?=\"; x=\"=?x?Q?c?=\"\r\n"
+                     "Content-Disposition: inline;\tfilename*=utf-8''%C3%A4; charset==?x?Q?c?=; bad=1=2\r\nboundary: x\r\n\r\n", 2));
+  const YObject& parameters = *mail_.Find<YObject>("Header");
+  EXPECT_EQ(parameters.GetString("name"), "\xE4.c");
+  EXPECT_EQ(parameters.GetString("filename"), "\xE4");
+  EXPECT_EQ(parameters.GetString("charset") + parameters.GetString("x"), "=?x?Q?a?=c");
+  EXPECT_FALSE(parameters.Exist("bad"));
 }
 
-TEST_F(DecodeTest, FailsWithoutAMailAndWritesNothing) {
+TEST_F(MailTest, FailsWithoutAMailAndWritesNothing) {
   LogCapture log;
   EXPECT_FALSE(decode(""));
-  EXPECT_TRUE(mail_.IsEmpty());
   EXPECT_THAT(log.numbers(), ElementsAre(21071));
   YMIMEMessage message(YString(), 0, 10240, 0);
   EXPECT_FALSE(message.Decode(YString("fehlt.eml"), &mail_, 0));
+  EXPECT_FALSE(message.Decode(YString("Subject: x\r\n\r\n"), &mail_, 0));
   EXPECT_FALSE(message.Decode(YString(), &mail_, 8));
   EXPECT_FALSE(message.Decode(YString("Subject: x\r\n\r\n"), nullptr, 8));
   EXPECT_TRUE(mail_.IsEmpty());
 }
 
-TEST_F(DecodeTest, BodiesFollowTheirTransferEncodingAndCharset) {
-  const struct { std::string_view header, body, expected; } kRows[] = {
-      {"", "a=C3=A4=\r\nb\r\n", "a\xC3\xA4" "b"},                                   // untyped: quoted-printable
-      {"Content-Type: text/plain; charset=utf-8", "\xC3\xA4 =41\r\n\r\n", "\xE4 =41"},
-      {"Content-Type: text/plain; charset=utf-8\r\nContent-Transfer-Encoding: quoted-printable", "=C3=A4=\r\n!", "\xE4!"},
-      {"Content-Type: text/plain; charset=UTF-8\r\nContent-Transfer-Encoding: BASE64", "w6TD\r\ntg==\r\n", "\xE4\xF6"},
-      {"Content-Type: text/plain; charset=iso-8859-1\r\nContent-Transfer-Encoding: 8bit", "\x80\xE4", "\x80\xE4"},
-      {"Content-Type: text/plain; charset=iso-8859-15\r\nContent-Transfer-Encoding: 8bit", "\xA4", "\x80"},
-      {"Content-Type: text/plain; charset=koi8-r\r\nContent-Transfer-Encoding: 8bit", "a\xC1", "a\x1A"},
-      {"Content-Type: text/plain; charset=nobody\r\nContent-Transfer-Encoding: binary", "\r\n..a\xE4", "\r\n..a\xE4"},
-      {"Content-Type: TEXT/PLAIN\r\nContent-Transfer-Encoding: 7bit", "a=41\r\n..b", "a=41\r\n.b"},
-      {"Content-Type: text/plain\r\nContent-Transfer-Encoding: base64", "###",
-       "Folgender Inhalt wurde in einer ung\xC3\xBCltigen Kodierung \xC3\xBC" "bermittelt: \r\n\r\n###"},
+TEST_F(MailTest, BodiesFollowTheirTransferEncodingAndCharset) {
+  const struct { std::string_view type, encoding, body, expected; } kRows[] = {
+      {"", "", "a=C3=A4=\r\nb\r\n", "a\xC3\xA4" "b"},                                   // untyped: quoted-printable
+      {"text/plain; charset=utf-8", "", "\xC3\xA4 =41\r\n\r\n.\r\n\r\n", "\xE4 =41\r\n"},
+      {"text/plain; charset=utf-8", "quoted-printable", "=C3=A4=\r\n!", "\xE4!"},
+      {"text/plain; charset=UTF-8", "BASE64", "w6TD\r\ntg==\r\n", "\xE4\xF6"},
+      {"text/plain; charset=iso-8859-1", "8bit", "\x80\xE4", "\x80\xE4"},
+      {"text/plain; charset=iso-8859-15", "8bit", "\xA4", "\x80"},
+      {"text/plain; charset=koi8-r", "8bit", "a\xC1", "a\x1A"},
+      {"text/plain; charset=UTF-8", "8bit", std::string_view("\0\xC3\xA4", 3), std::string_view("\0\xE4", 2)},
+      {"text/plain; charset=nobody", "binary", "\r\n..a\xE4", "\r\n..a\xE4"},
+      {"TEXT/PLAIN", "7bit", "a=41\r\n..b", "a=41\r\n.b"},
+      {"text/plain; charset=utf-8", "base64", "###",
+       "Folgender Inhalt wurde in einer ung\xFCltigen Kodierung \xFC" "bermittelt: \r\n\r\n###"},
   };
-  for (const auto& row : kRows) {
-    ASSERT_TRUE(decode("Subject: x\r\n" + std::string(row.header) + (row.header.empty() ? "" : "\r\n") + "\r\n" +
-                       std::string(row.body)));
-    EXPECT_EQ(text("NACHRICHT"), row.expected) << row.header;
+  for (const auto& row : kRows)
+    EXPECT_EQ(result_of(formatted("Subject: x\r\nContent-Type: $1$\r\nContent-Transfer-Encoding: $2$\r\n\r\n$3$", row.type,
+                                  row.encoding, row.body)), row.expected) << row.type << row.encoding;
+}
+
+TEST_F(MailTest, AttachmentsFollowTheirTransferEncoding) {
+  const std::pair<std::string, std::string> kRows[] = {
+      {"\r\n\r\na=41\r\n..b", "a=41\r\n..b"},
+      {"base64\r\n\r\nQUJD\r\nRA==\r\n\r\n", "ABCD"},
+      {"base64\r\n\r\nQU!JD*RA=\r\n=", "ABCD"},                 // junk is passed over
+      {"base64\r\n\r\nQQ==\r\nQg==\r\n", "AB"},                 // padding in the middle
+      {"base64\r\n\r\nQUJDR", "ABC"},
+      {"8bit\r\n\r\na=41", "a=41"},
+      {"quoted-printable\r\n\r\na=41=\r\nb", "aAb"},
+      {"7bit\r\n\r\na=41", "aA"},
+      {"x-unknown\r\n\r\na=41", "a=41"},
+  };
+  for (const auto& [part, expected] : kRows) {
+    const std::string mail = "Content-Type: a/b; name=f.bin\r\nContent-Transfer-Encoding: " + part;
+    EXPECT_EQ(result_of(mixed({mail})), "[f.bin=" + expected + "]") << part;
+    EXPECT_EQ(result_of("Subject: x\r\n" + mail + "\r\n.\r\n"), "[f.bin=" + expected + "]") << part;  // the terminator goes
+  }
+  EXPECT_EQ(result_of(mixed({"Content-Type: text/calendar\r\nContent-Transfer-Encoding: 7bit\r\n\r\na=41"})), "[Termin.ics=a=41]");
+}
+
+TEST_F(MailTest, StructuresGiveTextAndAttachments) {
+  const std::string notice = "Diese Mail (12 KB) ist gr\xF6\xDF" "er als die maximal erlaubte Mailgr\xF6\xDF" "e (10 KB)";
+  const std::string inner = replaced(mixed({kText + "innen", file_part("f.bin", "x")}), "=_b", "=_i");
+  const std::pair<std::string, std::string> kRows[] = {
+      {"+OK 120 octets\r\nSubject: x\r\n\r\nText\r\n.\r\n", "Text"},
+      {"Subject: x\n\nErste\nZweite\n", "Erste\r\nZweite"},
+      {mixed({kText + "weg"}) + notice, notice},
+      {"Content-Type: text/html; charset=utf-8\r\n\r\n<p>Gr\xC3\xBC&szlig;e</p>",
+       "Gr\xFC\xDF" "e[Nachricht.htm=<p>Gr\xFC&szlig;e</p>]"},
+      {mixed({kText + "Text", "Content-Type: text/html\r\n\r\n<b>Text</b>", "Content-Type: text/html\r\n\r\n2"}),
+       "Text[Nachricht.htm=<b>Text</b>][Nachricht_2.htm=2]"},
+      {mixed({kText + "eins", "", "Content-Type: message/rfc822\r\n\r\n" + inner, "\r\nzwei",
+              "Content-Type: message/delivery-status\r\n\r\nStatus: 5\r\n", "Content-Type: message/partial\r\n\r\nweg"}),
+       "eins" + kEmbedded + "zwei" + kEmbedded + "innen[Embedded.rfc822=" + inner.substr(0, inner.size() - 2) +
+           "\r\n][delivery-status.txt=Status: 5\r\n][f.bin=x]"},
+      {mixed({"Content-Type: message/rfc822\r\n\r\nContent-Type: text/html\r\n\r\n<i>"}),
+       "[Embedded.rfc822=Content-Type: text/html\r\n\r\n<i>][Nachricht.htm=<i>]"},
+      {mixed({"Content-Type: a/x", file_part("f.bin", "einmal"), file_part("leer.bin", "")}), "[f.bin=einmal]"},
+      {replaced(mixed({"eins", kText + "zwei"}), "--=_b--", ""), ""},  // a header at the end, and the last delimiter is the end
+  };
+  for (const auto& [mail, expected] : kRows) EXPECT_EQ(printable(result_of(mail)), printable(expected)) << printable(mail);
+}
+
+TEST_F(MailTest, ReadableDecodingMindsLineStartsOnly) {
+  const std::tuple<std::string, std::string, std::string> kRows[] = {
+      {"Content-Type: multipart/mixed; boundary=b1\r\n\r\n--b1\r\n" + kText + "eins\r\n--b1\r\n" + kText + "zwei\r\n", "eins",
+       "eins" + kEmbedded + "zwei"},
+      {"Content-Type: multipart/mixed; boundary=b\r\n\r\nabout b\r\n--b \r\n\r\nno b here, --b\r\n--bb\r\n--b\r\n"
+       "Content-Type: a/x; name==f.bin\r\nContent-Transfer-Encoding: 7bit\r\n\r\na=41\r\n--b--", "?",
+       "no b here, --b\r\n--bb[=f.bin=a=41]"},
+      {"Content-Type: multipart/mixed; boundary=b\r\n\r\nnur Text", "", "[Embedded.mixed=nur Text]"},
+      {"Subject: x\r\rErste\rZweite\r", "", "Erste\r\nZweite"},
+      {"Subject: x\r\n\r\na\rb", "a\rb", "a\rb"},  // beside any LF a CR is a character like others
+  };
+  for (const auto& [mail, literal, readable] : kRows) {
+    set("Lesefreundlich", "0");
+    if (literal != "?") {
+      EXPECT_EQ(result_of(mail), literal) << printable(mail);
+    }
+    set("Lesefreundlich", "1");
+    EXPECT_EQ(result_of(mail), readable) << printable(mail);
   }
 }
 
-TEST_F(DecodeTest, ServerTracesAroundAMailAreTakenOff) {
-  ASSERT_TRUE(decode("+OK 120 octets\r\nSubject: x\r\n\r\nText\r\n.\r\n"));
-  EXPECT_EQ(text("BETREFF"), "x");
-  EXPECT_EQ(text("NACHRICHT"), "Text");
-  ASSERT_TRUE(decode("Subject: x\n\nErste\nZweite\n"));
-  EXPECT_EQ(text("NACHRICHT"), "Erste\r\nZweite");
-  const std::string notice =
-      "Diese Mail (12 KB) ist gr\xF6\xDF" "er als die maximal erlaubte Mailgr\xF6\xDF" "e (10 KB)";
-  ASSERT_TRUE(decode(mixed({"Content-Type: text/plain\r\n\r\nweg"}) + notice));
-  EXPECT_EQ(text("NACHRICHT"), notice);
+TEST_F(MailTest, LongTextsAreCutAndKeptWhole) {
+  const std::string kept(10240, 'a');
+  EXPECT_EQ(result_of("Subject: x\r\n\r\n" + kept), kept);
+  EXPECT_EQ(result_of("Subject: x\r\n\r\n" + kept + "b"),
+            kept + "...\r\n\r\n------- System-Hinweis:\r\nDiese Nachricht ist gr\xF6\xDF"
+                   "er als die zugelassenen 10 KB und wurde daher abgeschnitten! Die vollst\xE4ndige Nachricht befindet sich "
+                   "in der Datei \"Nachricht.txt\".[Nachricht.txt=" + kept + "b]");
 }
 
-TEST_F(DecodeTest, AlternativesGiveTheirPlainTextAndAnHtmlAttachment) {
-  ASSERT_TRUE(decode("Subject: x\r\nContent-Type: multipart/alternative; boundary=abc\r\n\r\npreamble\r\n--abc\r\n"
-                     "Content-Type: text/plain\r\n\r\nText\r\n--abc\r\nContent-Type: text/html\r\n\r\n<b>Text</b>\r\n"
-                     "--abc--\r\n"));
-  EXPECT_EQ(text("NACHRICHT"), "Text");
-  EXPECT_THAT(attachments(), ElementsAre("Nachricht.htm"));
-  EXPECT_EQ(mail_.Find<YBuffer>("Nachricht.htm")->view(), "<b>Text</b>");
-  EXPECT_THAT(files_left(), IsEmpty());
-}
-
-TEST_F(DecodeTest, AnHtmlMailBecomesTextWithTheHtmlAttached) {
-  ASSERT_TRUE(decode("Subject: x\r\nContent-Type: text/html; charset=utf-8\r\n\r\n<p>Gr\xC3\xBC&szlig;e</p>"));
-  EXPECT_EQ(text("NACHRICHT"), "Gr\xFC\xDF" "e");
-  EXPECT_EQ(mail_.GetFlags("NACHRICHT"), 1);
-  EXPECT_EQ(mail_.Find<YBuffer>("Nachricht.htm")->view(), "<p>Gr\xFC&szlig;e</p>");
-}
-
-TEST_F(DecodeTest, LongTextsAreCutAndKeptWhole) {
-  ASSERT_TRUE(decode("Subject: x\r\n\r\n" + std::string(10241, 'a')));
-  EXPECT_THAT(attachments(), ElementsAre("Nachricht.txt"));
-  EXPECT_EQ(mail_.Find<YBuffer>("Nachricht.txt")->Size(), 10241);
-  EXPECT_EQ(text("NACHRICHT"),
-            std::string(10240, 'a') +
-                "...\r\n\r\n------- System-Hinweis:\r\nDiese Nachricht ist gr\xF6\xDF"
-                "er als die zugelassenen 10 KB und wurde daher abgeschnitten! Die vollst\xE4ndige Nachricht befindet sich "
-                "in der Datei \"Nachricht.txt\".");
-  ASSERT_TRUE(decode("Subject: x\r\n\r\n" + std::string(10240, 'a')));
-  EXPECT_TRUE(attachments().empty());
-}
-
-TEST_F(DecodeTest, AttachmentNamesStayInTheFolderAndApart) {
-  const auto named = [](const std::string& name) {
-    return "Content-Type: application/x; name=\"" + name + "\"\r\n\r\n" + name;
-  };
-  ASSERT_TRUE(decode(mixed({named("bild.jpg"), named("Bild.JPG"), named("../../etc/passwd"), named(".."), named("-rf"),
-                            named("Nachricht.HTM"), named("a;b:c*?.txt"), named("/\\"), named("c\x01.txt"),
-                            named(std::string(300, 'n') + ".pdf"), "Content-Type: text/calendar\r\n\r\nBEGIN",
-                            "Content-Type: image/png\r\n\r\nx", "Content-Type: image/../../x\r\n\r\nx",
-                            "Content-Type: image\r\n\r\nx"})));
+TEST_F(MailTest, AttachmentNamesStayInTheFolderAndApart) {
+  std::vector<std::string> parts;
+  for (const char* name : {"bild.jpg", "Bild.JPG", "../../etc/passwd", "..", "Nachricht.HTM", "\"a:b*c?.txt", "c\x01.txt"})
+    parts.push_back(std::string("Content-Type: a/b\r\nContent-Disposition: x; filename=") + name + "\r\n\r\nneu");
+  parts.push_back(file_part(std::string(300, 'n') + ".pdf", "neu"));
+  for (const char* subtype : {"/calendar", "/Calendar", "/png", "/../../x", ""})
+    parts.push_back("Content-Type: image" + std::string(subtype) + "\r\n\r\nneu");
+  folder_.write("EMBEDDED.png", "alt");
+  std::filesystem::create_symlink("/etc/passwd", folder_ / "-rf.xxx");
+  parts.push_back(file_part("-rf", "neu"));
+  ASSERT_TRUE(decode(mixed(parts)));
   EXPECT_THAT(attachments(),
-              ElementsAre("bild.jpg", "Bild_2.JPG", ".._.._etc_passwd", "..xxx", "-rf.xxx", "Nachricht_orig.htm",
-                          "a_b_c__.txt", "__.xxx", "c_.txt", std::string(236, 'n') + ".pdf", "Termin.ics", "Embedded.png",
-                          "Embedded...", "Embedded.xxx"));
-  EXPECT_EQ(mail_.Find<YBuffer>("Bild_2.JPG")->view(), "Bild.JPG");
-  EXPECT_THAT(files_left(), IsEmpty());
+              ElementsAre("bild.jpg", "Bild_2.JPG", ".._.._etc_passwd", "..xxx", "Nachricht_orig.htm", "a_b_c_.txt", "c_.txt",
+                          std::string(236, 'n') + ".pdf", "Termin.ics", "Embedded.Calendar", "Embedded_2.png", "Embedded...",
+                          "Embedded.xxx", "-rf_2.xxx"));
+  for (const auto& name : attachments()) EXPECT_EQ(text(name), "neu") << name;
+  EXPECT_THAT(files_left(), testing::UnorderedElementsAre("EMBEDDED.png", "-rf.xxx"));
+  EXPECT_EQ(read_file(folder_ / "EMBEDDED.png"), "alt");
 }
 
-TEST_F(DecodeTest, NamesInUseInTheFolderAreNotTouched) {
-  folder_.write("BILD.jpg", "alt");
-  std::filesystem::create_symlink("/etc/passwd", folder_ / "x.txt");
-  ASSERT_TRUE(decode(mixed({"Content-Type: image/jpeg; name=bild.jpg\r\n\r\nneu",
-                            "Content-Type: a/b; name=x.txt\r\n\r\nneu"})));
-  EXPECT_THAT(attachments(), ElementsAre("bild_2.jpg", "x_2.txt"));
-  EXPECT_EQ(read_file(folder_ / "BILD.jpg"), "alt");
-}
-
-TEST_F(DecodeTest, AttachmentsFollowTheirTransferEncoding) {
-  const struct { std::string_view encoding, content, expected; } kRows[] = {
-      {"", "a=41\r\n..b", "a=41\r\n..b"},
-      {"base64", "QUJD\r\nRA==\r\n\r\n", "ABCD"},
-      {"base64", "QU!JD*RA=\r\n=", "ABCD"},                 // junk is passed over
-      {"base64", "QQ==\r\nQg==\r\n", "AB"},                 // padding in the middle
-      {"base64", "QUJDR", "ABC"},
-      {"8bit", "a=41", "a=41"},
-      {"quoted-printable", "a=41=\r\nb", "aAb"},
-      {"7bit", "a=41", "aA"},
-      {"x-unknown", "a=41", "a=41"},
-  };
-  for (const auto& row : kRows) {
-    const std::string part = "Content-Type: a/b; name=f.bin\r\nContent-Transfer-Encoding: " + std::string(row.encoding) +
-                             "\r\n\r\n" + std::string(row.content);
-    ASSERT_TRUE(decode(mixed({part})));
-    ASSERT_NE(mail_.Find<YBuffer>("f.bin"), nullptr) << row.content;
-    EXPECT_EQ(mail_.Find<YBuffer>("f.bin")->view(), row.expected) << row.encoding;
-    ASSERT_TRUE(decode("Subject: single\r\n" + part)) << "a single part goes the same way";
-    EXPECT_EQ(mail_.Find<YBuffer>("f.bin")->view(), row.expected) << row.encoding;
-    EXPECT_THAT(attachments(), ElementsAre("f.bin"));
-  }
-  ASSERT_TRUE(decode(mixed({"Content-Type: text/calendar\r\nContent-Transfer-Encoding: 7bit\r\n\r\na=41"})));
-  EXPECT_EQ(mail_.Find<YBuffer>("Termin.ics")->view(), "a=41");
-}
-
-TEST_F(DecodeTest, EmbeddedMailsAddTheirTextAndTheirAttachments) {
-  const std::string inner = mixed({"Content-Type: text/plain\r\n\r\ninnen", "Content-Type: a/b; name=f.bin\r\n\r\nx"});
-  ASSERT_TRUE(decode(mixed({"Content-Type: text/plain\r\n\r\neins", "Content-Type: text/plain\r\n\r\nzwei",
-                            "Content-Type: message/rfc822\r\n\r\n" + replaced(inner, "=_b", "=_i"),
-                            "Content-Type: message/delivery-status\r\n\r\nStatus: 5\r\n",
-                            "Content-Type: message/partial\r\n\r\nweg"})));
-  EXPECT_EQ(text("NACHRICHT"), "eins" + kEmbedded + "zwei" + kEmbedded + "innen");
-  EXPECT_THAT(attachments(), ElementsAre("Embedded.rfc822", "delivery-status.txt", "f.bin"));
-  EXPECT_THAT(files_left(), IsEmpty());
-}
-
-TEST_F(DecodeTest, AMissingEndLosesNoPartThatHasADelimiter) {
-  const std::string open = "Content-Type: multipart/mixed; boundary=b1\r\n\r\n--b1\r\nContent-Type: text/plain\r\n\r\n"
-                           "eins\r\n--b1\r\nContent-Type: text/plain\r\n\r\nzwei\r\n";
-  ASSERT_TRUE(decode(open));
-  EXPECT_EQ(text("NACHRICHT"), "eins");  // the last delimiter is the end
-  set("Lesefreundlich", "1");
-  ASSERT_TRUE(decode(open));
-  EXPECT_EQ(text("NACHRICHT"), "eins" + kEmbedded + "zwei");
-}
-
-TEST_F(DecodeTest, ReadableDecodingMindsLineStartsOnly) {
-  const std::string mail = "Content-Type: multipart/mixed; boundary=b\r\n\r\nabout b\r\n--b \r\n\r\nno b here, --b\r\n"
-                           "--bb\r\n--b\r\nContent-Type: a/x; name==f.bin\r\nContent-Transfer-Encoding: 7bit\r\n\r\na=41\r\n--b--";
-  set("Lesefreundlich", "1");
-  ASSERT_TRUE(decode(mail));
-  EXPECT_EQ(text("NACHRICHT"), "no b here, --b\r\n--bb");
-  EXPECT_EQ(mail_.Find<YBuffer>("=f.bin")->view(), "a=41");
-}
-
-TEST_F(DecodeTest, ReadableDecodingTakesLinesThatEndWithCrAlone) {
-  const std::string mail = "Subject: x\r\rErste\rZweite\r";
-  ASSERT_TRUE(decode(mail));
-  EXPECT_EQ(text("NACHRICHT"), "");
-  set("Lesefreundlich", "1");
-  ASSERT_TRUE(decode(mail));
-  EXPECT_EQ(text("BETREFF"), "x");
-  EXPECT_EQ(text("NACHRICHT"), "Erste\r\nZweite");
-  ASSERT_TRUE(decode("Subject: x\r\n\r\na\rb"));  // beside any LF a CR is a character like others
-  EXPECT_EQ(text("NACHRICHT"), "a\rb");
-}
-
-TEST_F(DecodeTest, PartInformationDescribesWithoutDecoding) {
-  const auto image = [](std::string_view name) {
-    return "Content-Type: image/jpeg; name=" + std::string(name) + "\r\nContent-Transfer-Encoding: base64\r\n\r\nQUJD";
-  };
-  const std::string mail = mixed({"Content-Type: text/plain; charset=utf-8\r\n\r\nText", image("bild.jpg"),
-                                  image("bild.jpg"), image("bild.jpg"), "Content-Type: text/html\r\n\r\nx"});
+TEST_F(MailTest, PartInformationDescribesWithoutDecoding) {
+  const std::string image = file_part("bild.jpg", "QUJD", "Content-Transfer-Encoding: base64\r\n");
+  const std::string mail = mixed({"Content-Type: text/plain; charset=utf-8\r\n\r\nText", image, image, image,
+                                  "Content-Type: text/html\r\n\r\nx", "Content-Disposition: x; filename=y.txt\r\n\r\nx",
+                                  "Content-Type: message/rfc822\r\n\r\n" + file_part("innen.bin", "x")});
   YObject result;
-  ASSERT_TRUE(YMIMEMessage(YString(), 0, 10240, 0).Decode(YString(mail), &result, 8 | 2));
-  EXPECT_FALSE(result.Exist("NACHRICHT") && !result.GetString("NACHRICHT").IsEmpty());
-  EXPECT_EQ(result.GetString("BETREFF"), "x");
-  EXPECT_EQ(result.Find<YObject>("Header")->GetString("Subject"), "x");
+  ASSERT_TRUE(YMIMEMessage(YString(), 0, 10240, 0).Decode(YString(mail), &result, 8));
+  EXPECT_EQ(result.GetString("NACHRICHT") + result.GetString("BETREFF"), "x");
+  EXPECT_EQ(result.GetString("ANLAGEN"), "Embedded.rfc822");
+  EXPECT_THAT(files_left(), ElementsAre(testing::StartsWith("yinet-")));  // nothing in the temporary folder
   const YObject& information = *result.Find<YObject>("PARTINFORMATION");
   EXPECT_EQ(information.Find<YObject>("PLAINBODY")->GetString("CHARSET"), "utf-8");
   EXPECT_EQ(information.Find<YObject>("HTMLBODY")->GetString("CONTENTTYPE"), "text/html");
   const YObject& files = *information.Find<YObject>("ANLAGENINFO");
-  ASSERT_EQ(files.GetStringKeyCount(), 3);
-  EXPECT_EQ(files.GetStringKey(0), "bild.jpg");
-  EXPECT_EQ(files.GetStringKey(1), "bild23$");
-  EXPECT_EQ(files.GetStringKey(2), "bild23$23$");
+  std::string seen;
+  for (int i = 0; i < files.GetStringKeyCount(); ++i)
+    seen += files.GetStringKey(i).str() + "=" + files.FindAt<YObject>(i)->GetString("CONTENTTYPE").str() + ";";
+  EXPECT_EQ(seen, "bild.jpg=a/b;bild23$=a/b;bild23$23$=a/b;y.txt=text/plain;");
   EXPECT_EQ(files.Find<YObject>("bild.jpg")->GetString("TRANSFERENCODING"), "base64");
 }
 
-TEST_F(DecodeTest, ShortRecordsLeaveTheTextOut) {
-  ASSERT_TRUE(decode("From: N <a@x.de>\r\nReply-To: r@x.de\r\nSubject: x\r\n\r\nText", 4));
-  EXPECT_EQ(text("ABSENDER"), "a@x.de");
-  for (const char* key : {"ABSENDERNAME", "AntwortAdresse", "NACHRICHT"}) EXPECT_FALSE(mail_.Exist(key)) << key;
-}
+// Fails in the header of the part called f.bin, or moves the mail's folder to where nothing can be written.
+class Disturbed : public YMIMEMessage {
+ public:
+  explicit Disturbed(bool fails) : YMIMEMessage(YString(), 0, 10240, 0), fails_(fails) {}
+  void m_DecodeHeader(YObject* record, YString& header) override {
+    YMIMEMessage::m_DecodeHeader(record, header);
+    if (record->GetString("name") != "f.bin") return;
+    if (fails_) throw std::bad_alloc();
+    m_MailDir = YString("/proc/nowhere/");
+  }
 
-TEST_F(DecodeTest, AFolderThatCannotBeWrittenToLosesNoAttachment) {
-  // A plain file stands where the folder of the mail would be: nothing can be created below it.
-  folder_.write("mail.eml", mixed({"Content-Type: a/b; name=f.bin\r\n\r\nxyz"}));
-  std::filesystem::create_directory_symlink("/proc/self", folder_ / "link");
+ private:
+  bool fails_;
+};
+
+TEST_F(MailTest, WhatGoesWrongOnTheWayLosesAndLeavesNothing) {
+  const YString file((folder_.write("mail.eml", mixed({file_part("a.bin", "a"), file_part("f.bin", "xyz")}))).string());
   LogCapture log;
-  const std::string mail = mixed({"Content-Type: a/b; name=f.bin\r\n\r\nxyz"});
-  class Elsewhere : public YMIMEMessage {
-   public:
-    Elsewhere() : YMIMEMessage(YString(), 0, 10240, 0) {}
-    void m_DecodeHeader(YObject* record, YString& header) override {
-      m_MailDir = YString("/proc/nowhere/");
-      YMIMEMessage::m_DecodeHeader(record, header);
-    }
-  } message;
-  ASSERT_TRUE(message.Decode(YString((folder_ / "mail.eml").string()), &mail_, 0));
-  EXPECT_EQ(mail_.Find<YBuffer>("f.bin")->view(), "xyz");
-  EXPECT_THAT(log.numbers(), IsEmpty());
+  EXPECT_FALSE(Disturbed(true).Decode(file, &mail_, 0));
+  EXPECT_THAT(log.numbers(), ElementsAre(21079));
+  EXPECT_THAT(files_left(), IsEmpty());
+  EXPECT_TRUE(Disturbed(false).Decode(file, &mail_, 0));
+  EXPECT_EQ(text("f.bin"), "xyz") << "taken by the temporary folder";
+  EXPECT_THAT(log.numbers(), ElementsAre(21079));
 }
 
-TEST_F(DecodeTest, ASecondDecodeStartsClean) {
-  const std::string one = (folder_.write("eins.eml", mixed({"Content-Type: message/rfc822\r\n\r\nSubject: i\r\n\r\ninnen"},
-                                                           "To: a@x.de\r\nSubject: x\r\n"))).string();
-  const std::string two = (folder_.write("zwei.eml", "To: b@x.de\r\nSubject: y\r\n\r\nText")).string();
+TEST_F(MailTest, ASecondDecodeStartsClean) {
+  const auto one = folder_.write("eins.eml", mixed({"Content-Type: message/rfc822\r\n\r\nSubject: i\r\n\r\ninnen"}, "To: a@x.de\r\n"));
+  const auto two = folder_.write("zwei.eml", "To: b@x.de\r\nSubject: y\r\n\r\nText");
   YMIMEMessage message(YString(), 0, 10240, 0);
-  YObject first, second;
-  ASSERT_TRUE(message.Decode(YString(one), &first, 0));
-  ASSERT_TRUE(message.Decode(YString(two), &second, 0));
-  EXPECT_EQ(second.GetString("NACHRICHT"), "Text");
-  EXPECT_EQ(second.GetString("EMPF\xC4NGER"), "b@x.de");
+  YObject first;
+  ASSERT_TRUE(message.Decode(YString(one.string()), &first, 0));
+  ASSERT_TRUE(message.Decode(YString(two.string()), &mail_, 0));
+  EXPECT_EQ(text("NACHRICHT") + text("EMPF\xC4NGER"), "Textb@x.de");
+}
+
+// --- MIME_DEKODIERE -------------------------------------------------------------------------------------------------
+
+class ScriptTest : public MailTest {
+ protected:
+  // Files and their contents in the folder of the last mail, with what is left of the text in the record.
+  std::string files_of(const std::string& mail) {
+    YObject arguments;
+    auto& parameters = arguments.Ensure<YObject>("0");
+    parameters.StoreText("pEMLDatei", mail.empty() ? "fehlt.eml" : folder_.write("mail.eml", mail).string());
+    parameters.Store<std::int32_t>("pOptionen", 1);
+    MIME_DEKODIERE(&arguments);
+    mail_ = *parameters.Find<YObject>("pMail");
+    std::string seen = parameters.GetBool("_RETV") ? "" : "false ";
+    std::vector<std::string> files;
+    const std::string folder = YFileManager.ResolveSystemPath("TEMP:~EML\\");
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+      files.push_back("[" + entry.path().filename().string() + "=" + read_file(entry.path()) + "]");
+    std::ranges::sort(files);
+    for (const auto& file : files) seen += file;
+    return seen + text("NACHRICHT");
+  }
+};
+
+TEST_F(ScriptTest, FilesOfTheLastMailStandInOneFolder) {
+  const std::pair<std::string, std::string> kRows[] = {
+      {mixed({kText + "Text", file_part("a.bin", "lang")}, "Subject: Re: Angebot 2024/05 (final)\r\n"),
+       "[ReAngebot202405.mail.txt=Text][a.bin=lang]"},
+      {mixed({kText + "T", file_part("a.bin", "x")}, "Subject: \xA7\xC4!\r\n"), "[a.bin=x][\xC2\xA7\xC3\x84.mail.txt=T]"},
+      {"Subject: /\r\n\r\nText", "[Betreff.mail.txt=Text]"},
+      // The text stays in the record where an attachment has the name of its file.
+      {mixed({kText + "Text", file_part("x.mail.txt", "Anlage")}), "[x.mail.txt=Anlage]Text"},
+      {"", "false "},
+  };
+  for (const auto& [mail, expected] : kRows) {
+    EXPECT_EQ(files_of(mail), expected);
+    for (const auto& name : attachments()) EXPECT_FALSE(mail_.Exist(name)) << name;
+  }
+  EXPECT_EQ(files_of(kRows[1].first), kRows[1].second);
+  EXPECT_EQ(text("ANLAGEN"), "a.bin");
+}
+
+TEST_F(ScriptTest, AFolderThatCannotBeMadeLeavesTheRecordWhole) {
+  LogCapture log;
+  YFile(YString("TEMP:~EML")).Open(kCreateNew, kAccessWrite);
+  YObject arguments;
+  auto& parameters = arguments.Ensure<YObject>("0");
+  parameters.StoreText("pEMLDatei", folder_.write("mail.eml", mixed({file_part("a.bin", "x")})).string());
+  parameters.Store<std::int32_t>("pOptionen", 1);
+  MIME_DEKODIERE(&arguments);
+  EXPECT_FALSE(parameters.GetBool("_RETV"));
+  EXPECT_EQ(parameters.Find<YObject>("pMail")->GetString("a.bin"), "x");
+  EXPECT_THAT(log.numbers(), ElementsAre(21072));
 }
 
 }  // namespace

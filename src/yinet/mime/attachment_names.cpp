@@ -75,6 +75,4 @@ std::string AttachmentNames::next_free(const AttachmentName& name,
   return candidate;
 }
 
-void AttachmentNames::reserve(std::string_view name) { taken_.insert(to_lower(name)); }
-
 }  // namespace yinet

@@ -29,8 +29,6 @@ class AttachmentNames {
  public:
   // `is_taken` asks for names in use elsewhere, such as keys of the result.
   std::string next_free(const AttachmentName& name, const std::function<bool(const std::string&)>& is_taken);
-  // Marks a name that turned out to be in use.
-  void reserve(std::string_view name);
 
  private:
   std::unordered_set<std::string> taken_;               // lower case

@@ -50,7 +50,7 @@ struct MailDecodeState {
 
   std::shared_ptr<MailDecodeBudget> budget;
   int depth = 0;                               // of the part being decoded, enclosing mails included
-  bool embedded = false;                       // what the result did not take goes with the message
+  bool discards_files = false;                 // what the result did not take goes with the message
   bool last_part = false;                      // the part being decoded is the last that fits: it keeps the rest
   std::optional<std::size_t> notice;           // position of the size notice; npos when there is none
   std::optional<std::size_t> last_line_end;    // position of the last CRLF; npos when there is none

@@ -1,6 +1,7 @@
 // YMIMEMessage: decoding a mail, from its text to the tree of part records.
 
 #include <algorithm>
+#include <exception>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -33,7 +34,8 @@ bool may_be_file_name(std::string_view source) {
 }
 
 // Searches that are charged to the budget of the decode, so that boundaries that never come cannot cost more than a few
-// walks over the mail. The end of a part is also the start of the next one: the last hit is remembered.
+// walks over the mail; once it is used up, the next part is made the last. The end of a part is also the start of the next
+// one: the last hit is remembered.
 class BoundarySearch {
  public:
   BoundarySearch(std::string_view text, std::string_view boundary, yinet::MailDecodeState& state)
@@ -45,7 +47,7 @@ class BoundarySearch {
     if (is_known && from >= last_.from) return last_.at;
     std::size_t at = search(from, is_known ? last_.from + boundary_.size() - 1 : kNone);
     if (is_known && at == kNone) at = last_.at;
-    if (budget_.search_left > 0) last_ = {std::string(boundary_), from, at};
+    last_ = {std::string(boundary_), from, at};
     return at;
   }
 
@@ -88,7 +90,6 @@ class BoundarySearch {
     }
   }
   [[nodiscard]] std::size_t find(std::string_view what, std::size_t from, std::size_t limit = kNone) const {
-    if (budget_.search_left <= 0) return kNone;
     const std::string_view text = text_.substr(0, limit);
     const std::size_t at = find_bytes(text, what, from);
     const std::size_t walked = std::min(at, text.size()) - std::min(from, text.size());
@@ -118,7 +119,6 @@ struct PartLayout {
 
 std::size_t find_blank_line(std::string_view text, std::size_t start, yinet::MailDecodeState& state) {
   if (start >= state.blank_line_from && start <= state.blank_line_at) return state.blank_line_at;
-  if (state.budget->search_left <= 0) return text.size();
   const std::size_t found = std::min(find_bytes(text, "\r\n\r\n", start), text.size());
   state.budget->search_left -= static_cast<std::int64_t>(found - start);
   state.blank_line_from = start;
@@ -131,9 +131,10 @@ PartLayout lay_out(std::string_view text, std::size_t start, std::string_view pa
   PartLayout layout;
   if (!state.last_line_end) state.last_line_end = text.rfind("\r\n");
   const bool has_line = *state.last_line_end != kNone && start <= *state.last_line_end;
-  if (start != 0 && (!has_line || text.substr(start).starts_with("\r\n") || state.budget->headers_left <= 0)) {
+  const bool is_bare = !has_line || text.substr(start).starts_with("\r\n");
+  if (start != 0 && (is_bare || state.budget->headers_left <= 0)) {
     layout.has_header = false;
-    layout.body_start = std::min(start + 2, text.size());
+    layout.body_start = is_bare ? std::min(start + 2, text.size()) : start;
     return layout;
   }
   const std::size_t blank_line = find_blank_line(text, start, state);
@@ -143,10 +144,10 @@ PartLayout lay_out(std::string_view text, std::size_t start, std::string_view pa
   layout.header_end = found ? blank_line + 2 : text.size();
   layout.body_start = found ? blank_line + 4 : text.size();
   if (!parent_boundary.empty()) {
-    // A header ends at the latest where the next part begins.
+    // A header ends at the latest where the next part begins, which may be at once.
     const std::string delimiter = "\r\n--" + std::string(parent_boundary);
     const std::string_view header = text.substr(0, layout.header_end);
-    if (const std::size_t at = find_bytes(header, delimiter, start); at != kNone) {
+    if (const std::size_t at = find_bytes(header, delimiter, start - std::min<std::size_t>(start, 2)); at != kNone) {
       layout.header_end = layout.body_start = at + 2;
     }
   }
@@ -164,8 +165,11 @@ bool is_media(const YObject& part, std::string_view media, std::string_view subt
 std::shared_ptr<yinet::MailDecodeBudget> make_budget(std::int64_t size) {
   namespace settings = yinet::settings;
   auto budget = std::make_shared<yinet::MailDecodeBudget>();
-  const std::int64_t extra = yinet::setting_number(settings::kMailContentExtra);
-  const std::int64_t content = size * yinet::setting_number(settings::kMailContentFactor) + extra;
+  // Beyond these no mail reaches a limit, and the numbers still can be multiplied.
+  constexpr std::int64_t kMostFactor = 1'000'000;
+  constexpr std::int64_t kMostExtra = std::int64_t{1} << 50;
+  const std::int64_t extra = std::min(yinet::setting_number(settings::kMailContentExtra), kMostExtra);
+  const std::int64_t content = size * std::min(yinet::setting_number(settings::kMailContentFactor), kMostFactor) + extra;
   budget->depth_limit = static_cast<int>(std::min<std::int64_t>(yinet::setting_number(settings::kMailDepthLimit), 500));
   budget->parts_left = yinet::setting_number(settings::kMailPartLimit);
   budget->content_left = content;
@@ -212,13 +216,14 @@ bool MailDecodeBudget::is_in_folder(const YString& folder, const std::string& na
 }
 
 MailDecodeState::~MailDecodeState() {
-  if (!embedded) return;
+  if (!discards_files) return;
   for (const auto& [file, content] : files) YFile::Delete(YString(file));
 }
 
 }  // namespace yinet
 
-bool YMIMEMessage::Decode(const YString& mail, YObject* record, unsigned long flags) {
+bool YMIMEMessage::Decode(const YString& mail, YObject* record, unsigned long flags) try {
+  decode_state_.reset();
   m_MailText.Clear();
   m_MailDir.Clear();
   m_Mail.Clear();
@@ -231,7 +236,8 @@ bool YMIMEMessage::Decode(const YString& mail, YObject* record, unsigned long fl
 
   const bool information = (flags & yinet::kDecodeInformation) != 0;
   std::string& text = m_MailText.str();
-  if (may_be_file_name(mail) && YFile::Exist(mail)) {
+  const bool is_file = (!information || may_be_file_name(mail)) && YFile::Exist(mail);
+  if (is_file) {
     if (!read_mail_file(mail, text)) {
       m_MailText.Clear();
       return false;
@@ -245,7 +251,7 @@ bool YMIMEMessage::Decode(const YString& mail, YObject* record, unsigned long fl
   }
   if (yinet::setting_flag(yinet::settings::kMailUnixLines)) yinet::make_unix_lines_crlf(text);
   if (yinet::setting_flag(yinet::settings::kMailReadable)) yinet::make_mac_lines_crlf(text);
-  if (!m_MailDir.Equals("Temp:")) drop_terminator(text);
+  if (is_file) drop_terminator(text);
   if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
     YLog.Event(6, yinet::message::kMailFileTooLarge, mail.Copy(0, 255));
     m_MailText.Clear();
@@ -261,6 +267,12 @@ bool YMIMEMessage::Decode(const YString& mail, YObject* record, unsigned long fl
   const bool done = m_GetMail(record, false, flags);
   decode_state_->budget->result = nullptr;
   return done;
+} catch (const std::exception& failure) {
+  m_MailText.Clear();
+  if (decode_state_) decode_state_->discards_files = true;
+  decode_state_.reset();
+  YLog.Event(6, yinet::message::kMailDecodeFailed, failure.what());
+  return false;
 }
 
 void YMIMEMessage::m_DecodePart(YObject* part, int start, const YString& parentBoundary, unsigned long flags,
@@ -317,12 +329,13 @@ bool YMIMEMessage::m_DecodeMultipart(YObject* part, int bodyStart, unsigned long
                                                   is_media(*part, "Multipart", "Alternative") ? 1 : 0);
   if (end == kNone) return true;
   ++state.depth;
-  for (std::size_t at = first; at != kNone && at > 0 && at < end && !state.last_part; at = search.next(at)) {
+  for (std::size_t at = first; at != kNone && at > 0 && at < end; at = search.next(at)) {
     // The last part that fits keeps whatever follows it.
-    if (--budget.parts_left <= 0) state.last_part = true;
+    if (--budget.parts_left <= 0 || budget.search_left <= 0) state.last_part = true;
     const std::size_t start = search.part_start(at);
     at += boundary.str().size();
     m_DecodePart(parts.New(), static_cast<int>(start), boundary, flags, partInformation);
+    if (state.last_part) break;
   }
   --state.depth;
   return true;
@@ -362,7 +375,7 @@ void YMIMEMessage::m_DecodeEmbedded(int start, int end) {
   message->decode_state_ = std::make_shared<MailDecodeState>();
   message->decode_state_->budget = state.budget;
   message->decode_state_->depth = state.depth + 1;
-  message->decode_state_->embedded = true;
+  message->decode_state_->discards_files = true;
   message->m_DecodePart(&message->m_Mail, 0, YString(), 0, nullptr);
   std::string().swap(message->m_MailText.str());  // its records hold all that is still needed
 }

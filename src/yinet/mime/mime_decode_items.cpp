@@ -159,9 +159,9 @@ void YMIMEMessage::m_DecodeItemHeader(YObject* part, int /*start*/, int /*end*/,
   const YString media = part->GetString(yinet::part::kMedia);
   const YString subtype = part->GetString(yinet::part::kSubtype);
   const YString name = part_name(*part);
-  const std::string type = yinet::formatted("$1$/$2$", media, subtype);
+  const std::string type = media.IsEmpty() ? "text/plain" : yinet::formatted("$1$/$2$", media, subtype);
   if (name.IsEmpty() && media.IsEmpty()) {
-    partInformation->Store<YObject>("PLAINBODY", describe(*part, "text/plain"));
+    partInformation->Store<YObject>("PLAINBODY", describe(*part, type));
   } else if (name.IsEmpty() && media.EqualsIC("Text") && subtype.EqualsIC("Plain")) {
     partInformation->Store<YObject>("PLAINBODY", describe(*part, type));
   } else if (name.IsEmpty() && media.EqualsIC("Text") && subtype.EqualsIC("html")) {

@@ -115,7 +115,7 @@ class YINET_API YMIMEMessage {
 
   // --- Decoding ---------------------------------------------------------------------------------------------------------
   // `mail` is the name of a file or, with flag 8, the text of the mail. False when there is no such file, it is empty or
-  // cannot be read, or without a record; the record is untouched then.
+  // cannot be read, or without a record; the record is untouched then. False, too, when memory runs out on the way.
   bool Decode(const YString& mail, YObject* record, unsigned long flags);
 
  protected:
