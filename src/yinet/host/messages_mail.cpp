@@ -38,8 +38,6 @@ std::span<const MessageText> mail_messages() {
       {kMailFileTooLarge, 6, "Die Maildatei $1$ ist gr\xF6\xDF"
        "er als 2 GB.", "The mail file $1$ is larger than 2 GB.",
        "Mails of this size cannot be decoded; ask the sender for another way."},
-      {kMailDecodeFailed, 6, "Die Mail konnte nicht dekodiert werden: $1$", "The mail could not be decoded: $1$",
-       "The mail was too large for the memory; decode it where there is more of it."},
       {kCharsetUnknown, 2, "Der Zeichensatz $1$ ist unbekannt.", "The charset $1$ is unknown.",
        "Use one of the identifiers that \"yinet charset list\" shows."},
       {kMailNameParameter, 0, "Parameter $1$ von Content-Type: $2$", "Parameter $1$ of Content-Type: $2$", ""},

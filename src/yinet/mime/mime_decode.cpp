@@ -271,7 +271,7 @@ bool YMIMEMessage::Decode(const YString& mail, YObject* record, unsigned long fl
   m_MailText.Clear();
   if (decode_state_) decode_state_->discards_files = true;
   decode_state_.reset();
-  YLog.Event(6, yinet::message::kMailDecodeFailed, failure.what());
+  YLog.Event(6, yinet::message::kScriptFunctionFailed, "YMIMEMessage::Decode", failure.what());
   return false;
 }
 

@@ -41,7 +41,7 @@ constexpr std::array kParameters = {
     ScriptParameter{.key = key::kOptions, .type = kTypeInteger, .direction = Direction::in, .default_value = "0",
                     .meaning = "Sum of: 1 writes attachments and text to files in TEMP:~EML, 2 adds the header fields, "
                                "4 gives a short record, 8 only describes the parts."}};
-constexpr std::array<int, 14> kMessages = {21001, 21005, 21006, 21071, 21072, 21077, 21078, 21079,
+constexpr std::array<int, 13> kMessages = {21001, 21005, 21006, 21071, 21072, 21077, 21078,
                                            21081, 21082, 21083, 21084, 21085, 21086};
 constexpr std::array<std::string_view, 1> kExample = {"pEMLDatei=examples/angebot.eml"};
 constexpr std::array kFunctions = {
