@@ -23,15 +23,17 @@
 namespace yinet {
 namespace {
 
-// Fetches `address` into the file `target`, redirects followed. A URL that is none fails with the worker's message.
+// Fetches `address` into the file `target`, redirects followed. A URL that is none fails as one without protocol.
 bool fetch(std::string_view address, const YString& target) {
-  const TransferUrl url = parse_transfer_url(address).value_or(TransferUrl{});
-  const SecretScope no_password(YString(url.password));
+  const auto url = parse_transfer_url(address).value_or(TransferUrl{});
+  const SecretScope no_password(url.password);
   YInetFileTransfer transfer;
-  transfer.SetProtocol(YString(url.scheme));
-  transfer.SetServer(YString(url.host));
-  transfer.SetUsername(YString(url.user));
-  transfer.SetPassword(YString(url.password));
+  if (!url.host.empty()) {
+    transfer.SetProtocol(YString(url.scheme));
+    transfer.SetServer(YString(url.host));
+    transfer.SetUsername(YString(url.user));
+    transfer.SetPassword(YString(url.password));
+  }
   return transfer.DownloadToFile(YString(url.raw_path), target);
 }
 
