@@ -91,7 +91,7 @@ TEST_F(DecodeTest, TheWalkAgreesWithTheRulesOnGeneratedMails) {
       "eins", "zwei\r\n", "X: y\r\n", " folded\r\n", "\t\r\n"};
   std::mt19937 random(5);
   int compared = 0;
-  for (int round = 0; round < 3000; ++round) {
+  for (int round = 0; round < 1500; ++round) {
     std::string mail = random() % 4 == 0 ? "" : "Content-Type: multipart/mixed; boundary=z\r\n\r\n";
     for (std::size_t i = random() % 16; i > 0; --i) mail += kPieces[random() % kPieces.size()];
     if (mail.empty() || mail.ends_with("\r\n.\r\n")) continue;
@@ -113,7 +113,7 @@ TEST_F(DecodeTest, TheWalkAgreesWithTheRulesOnGeneratedMails) {
     ASSERT_EQ(printable(text("NACHRICHT")), printable(expected)) << printable(mail);
     ASSERT_EQ(found, files) << printable(mail);
   }
-  EXPECT_GT(compared, 1500);
+  EXPECT_GT(compared, 700);
 }
 
 }  // namespace
