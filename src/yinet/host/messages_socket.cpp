@@ -22,6 +22,12 @@ constexpr std::string_view kFolderCure =
     "Name an existing folder with trusted certificates; empty items are not allowed.";
 constexpr std::string_view kGaveUpCure =
     "The connection never came up. Check host and port, or raise \"Kommunikation\"/\"SendeVersuche\".";
+constexpr std::string_view kAddressCure =
+    "Check the setting \"Kommunikation\"/\"StandardIPAdresse\": it holds an address without a port.";
+constexpr std::string_view kPrepareCure = "Call PrepareForAccepting first and see that it succeeds.";
+constexpr std::string_view kAcceptCure =
+    "The extra text has the cause; often the process has too many open files. The listener goes on.";
+constexpr std::string_view kModeCure = "Call the form of Accept that fits the mode given to PrepareForAccepting.";
 
 }  // namespace
 
@@ -36,7 +42,20 @@ std::span<const MessageText> socket_messages() {
        "The item \"$1$\" of the certificate list cannot be loaded.", kFolderCure},
       {kCertificateFolderFailed, 2, "Das Zertifikatsverzeichnis \"$1$\" kann nicht geladen werden.",
        "The certificate folder \"$1$\" cannot be loaded.", kFolderCure},
+      {kListenTlsFailed, 6, "F\xFCr den Empfang von Verbindungen kann TLS nicht eingerichtet werden.",
+       "TLS cannot be set up for accepting connections.",
+       "The extra text has the cause; check the server's certificate and key."},
+      {kListenAddressFailed, 6, "Die Adresse f\xFCr den Empfang von Verbindungen ist ung\xFCltig.",
+       "The address for accepting connections is not valid.", kAddressCure},
       {kConnectFailed, 6, "Die Verbindung zu $1$ ist fehlgeschlagen.", "The connection to $1$ failed.", kReachCure},
+      {kListenFailed, 6, "$1$ kann auf Port $2$ keine Verbindungen annehmen.",
+       "$1$ cannot accept connections on port $2$.",
+       "End the process that holds the port, or choose another port; ports below 1024 need privileges. The extra text "
+       "has the cause."},
+      {kAcceptBlockingNotListening, 2, "Wartendes Annehmen einer Verbindung: Der Socket nimmt keine Verbindungen an.",
+       "Blocking accept: the socket does not listen.", kPrepareCure},
+      {kAcceptBlockingFailed, 2, "Auf Port $1$ konnte keine Verbindung angenommen werden (wartend).",
+       "No connection could be accepted on port $1$ (blocking).", kAcceptCure},
       {kHandshakeStepFailed, 2,
        "Der TLS-Handshake ist fehlgeschlagen; die Verbindung bleibt unverschl\xFCsselt bestehen.",
        "The TLS handshake failed; the connection stays open without encryption.", kTlsCure},
@@ -47,18 +66,28 @@ std::span<const MessageText> socket_messages() {
       {kStartTlsContextFailed, 2, "F\xFCr die Verbindung zu $1$ kann TLS nicht eingerichtet werden.",
        "TLS cannot be set up for the connection to $1$.",
        "An earlier message says why; check the certificate folders."},
+      {kAcceptNeedsBlocking, 8, "Accept() ist nur f\xFCr wartende Sockets.", "Accept() is for blocking sockets only.",
+       kModeCure},
+      {kAcceptNeedsNonBlocking, 8, "Accept(connection) ist nur f\xFCr nicht wartende Sockets.",
+       "Accept(connection) is for non-blocking sockets only.", kModeCure},
       {kLockRequested, 0, "TLS-Sperre $1$ angefordert ($2$)", "TLS lock $1$ requested ($2$)", ""},
       {kUnlockRequested, 0, "Freigabe der TLS-Sperre $1$ angefordert", "Release of TLS lock $1$ requested", ""},
       {kSendTextGaveUp, 2, "Der Text konnte nicht gesendet werden: Die Verbindung kam nicht zustande.",
        "The text could not be sent: the connection did not come up.", kGaveUpCure},
       {kTlsContextFailed, 2, "Die TLS-Bibliothek kann nicht eingerichtet werden.", "The TLS library cannot be set up.",
        "The extra text has the cause; check the system's OpenSSL configuration and the settings under \"TLS\"."},
+      {kListenTlsAddressFailed, 6, "Die Adresse f\xFCr den Empfang von TLS-Verbindungen ist ung\xFCltig.",
+       "The address for accepting TLS connections is not valid.", kAddressCure},
       {kTlsConnectFailed, 2, "Der TLS-Handshake mit $1$ ist fehlgeschlagen.", "The TLS handshake with $1$ failed.",
        kTlsCure},
       {kConnectTlsFailed, 6, "Die TLS-Verbindung zu $1$ ist fehlgeschlagen.", "The TLS connection to $1$ failed.",
        kTlsCure},
       {kConnectBlockingFailed, 6, "Die wartende Verbindung zu $1$ ist fehlgeschlagen.",
        "The blocking connection to $1$ failed.", kReachCure},
+      {kAcceptNotListening, 2, "Nicht wartendes Annehmen einer Verbindung: Der Socket nimmt keine Verbindungen an.",
+       "Non-blocking accept: the socket does not listen.", kPrepareCure},
+      {kAcceptFailed, 2, "Auf Port $1$ konnte keine Verbindung angenommen werden (nicht wartend).",
+       "No connection could be accepted on port $1$ (non-blocking).", kAcceptCure},
       {kStartTlsCertificateRejected, 2,
        "Das Zertifikat von $1$ wurde beim Wechsel zu TLS abgelehnt (Pr\xFC"
        "fergebnis $2$).",
@@ -86,6 +115,10 @@ std::span<const MessageText> socket_messages() {
       {kUnlocked, 0, "TLS-Sperre $1$ freigegeben", "TLS lock $1$ released", ""},
       {kSendBufferGaveUp, 2, "Die Daten konnten nicht gesendet werden: Die Verbindung kam nicht zustande.",
        "The data could not be sent: the connection did not come up.", kGaveUpCure},
+      {kListenUnnamedService, 6, "Ein Dienst", "A service",
+       "Part of message 21411; programs can give their service a name."},
+      {kListenPortHeld, 6, "Der Port wird von \"$1$\" verwendet.", "The port is held by \"$1$\".",
+       "Part of message 21411: end this process, or choose another port."},
   });
   return kRows;
 }

@@ -5,8 +5,6 @@
 namespace yinet {
 namespace {
 
-constexpr unsigned int kHighestPort = 65535;
-
 std::string_view without_brackets(std::string_view host) {
   if (host.size() >= 2 && host.front() == '[' && host.back() == ']') return host.substr(1, host.size() - 2);
   return host;

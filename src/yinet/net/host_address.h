@@ -8,6 +8,8 @@
 
 namespace yinet {
 
+inline constexpr unsigned int kHighestPort = 65535;
+
 // A dotted IPv4 address with four decimal numbers.
 bool is_ipv4_address(std::string_view host);
 // An IPv6 address, with or without brackets and zone ("fe80::1%eth0").

@@ -18,10 +18,15 @@ struct OpensslFree {
   void operator()(BIO* bio) const noexcept { BIO_free(bio); }  // one link, not the chain
 };
 
+struct ChainFree {
+  void operator()(BIO* bio) const noexcept { BIO_free_all(bio); }
+};
+
 using SessionHandle = std::unique_ptr<SSL, OpensslFree>;
 using SslSessionHandle = std::unique_ptr<SSL_SESSION, OpensslFree>;  // what is resumed, not a connection
 using ContextHandle = std::unique_ptr<SSL_CTX, OpensslFree>;
 using CertificateHandle = std::unique_ptr<X509, OpensslFree>;
 using BioHandle = std::unique_ptr<BIO, OpensslFree>;
+using ChainHandle = std::unique_ptr<BIO, ChainFree>;  // with all links and the descriptor
 
 }  // namespace yinet

@@ -22,7 +22,8 @@ namespace yinet {
 struct SocketState;
 }
 
-// The library's one stream connection: TCP through an OpenSSL BIO chain, with or without TLS, blocking or not.
+// The library's one stream connection: TCP through an OpenSSL BIO chain, with or without TLS, blocking or not. The same
+// class listens for connections; a listening object neither sends nor receives.
 //
 // Owns its connection and its TLS context; the destructor frees both. A connection whose last act was a write over TLS
 // is ended in order before its descriptor is closed, so that the peer gets every byte; that may take up to the setting
@@ -89,6 +90,24 @@ class YINET_API SecureSocket {
   // partner_info.h); empty without a connection. `fresh` asks the system, otherwise what was found before may do.
   YObject GetPartnerInfo(bool fresh);
 
+  // --- Listening ------------------------------------------------------------------------------------------------------
+  // Listens on a local TCP port, 0 for one that the system chooses; ends what this object did before. It binds the
+  // address in the setting kDefaultAddress, otherwise all IPv4 addresses, with kListenBothFamilies all of both families.
+  // A port that connections of an earlier run still use can be bound, one that is held cannot: the failure names the
+  // process that holds it. With a TLS context (InitSSLSeverContext) every accepted connection speaks TLS.
+  // `description` names the service in messages; it may be empty.
+  bool PrepareForAccepting(const unsigned& port, bool blocking, const YString& description);
+  // The next connection: a new object that the caller deletes, blocking as the listener is. Its TLS handshake comes with
+  // its first transfer or with doSSLHandShake, so that a silent peer holds up nobody in between. A blocking listener
+  // waits for a connection and gives null on failure. Another one gives true, and null when nobody is waiting, or false
+  // on failure; wait_for_input waits for the next connection. The other form of the two is refused. After a failure the
+  // listener goes on listening.
+  SecureSocket* Accept();
+  bool Accept(SecureSocket** connection);
+  // The executable of a process that holds a local TCP port, a listening one before others; empty when nobody does or
+  // the process belongs to another user.
+  static YString GetProcessByPort(unsigned port);
+
   // --- TLS ------------------------------------------------------------------------------------------------------------
   // Installs openSSL_Lock where the TLS library still takes a locking callback; OpenSSL 3 guards itself and takes none.
   // Any number of calls, from any thread.
@@ -120,8 +139,8 @@ class YINET_API SecureSocket {
   // required when `clientAuthorities` is not empty. An existing context is used as it is.
   bool STARTTLS(const YString& certificateFile, const YString& keyFile, const YString& keyPassword,
                 const YString& clientAuthorities);
-  // Finishes the handshake of an accepted TLS connection. When that fails the connection goes on as a plain one on the
-  // same descriptor; bytes that the TLS layer has taken in are gone.
+  // Finishes the handshake of an accepted TLS connection; a non-blocking one waits for the peer up to kIdleLimit. When it
+  // fails the connection goes on as a plain one on the same descriptor; bytes that the TLS layer has taken in are gone.
   bool doSSLHandShake();
   [[nodiscard]] SSL_CTX* GetSSLContext() const { return sslContext; }
 
@@ -138,7 +157,8 @@ class YINET_API SecureSocket {
   // Goes on with the content of a failed Send at the first byte not yet taken. Over TLS nothing else may be sent then:
   // the record that stands half-sent must be finished with the same bytes.
   bool send_rest(const YBuffer& data);
-  // Whether a Send has failed because the connection is at its end; trying again is of no use then.
+  // Whether a Send or a Receive has failed because the connection broke, by a reset for example; trying again is of no
+  // use then. The peer's own end of the connection does not count.
   [[nodiscard]] bool is_broken() const;
   // Called by Send and send_rest on their thread with the bytes taken so far, after each piece. It must not throw.
   void on_sent(std::function<void(std::size_t)> observer);
@@ -188,8 +208,8 @@ class YINET_API SecureSocket {
   bool tlsActive = false;  // a handshake ended without success and without an error, and counts as done
   bool blocking = true;
   bool ignoreCertificateVerification = true;
-  std::uint32_t listenPort = 0;
-  YObject info;  // what is known of the peer
+  std::uint32_t listenPort = 0;  // as given to the last PrepareForAccepting that succeeded
+  YObject info;                  // what is known of the peer
 
  private:
   int SocksConnect5();
@@ -198,7 +218,8 @@ class YINET_API SecureSocket {
   bool SocksSend(std::string_view message);
   bool SocksReceive(YBuffer& reply, int count);
   bool SkipBoundAddress(bool strict);
-  YString PartnerAddress();  // numeric; asked for when not known yet
+  YString PartnerAddress();      // numeric; asked for when not known yet
+  SecureSocket* TakeAccepted();  // what the listener's last step has accepted; null when there is none
   int ConnectTls();
   // Puts the session above the connection; its handshake comes with the first transfer.
   bool DelayHandshake(SSL* session, bool verify);

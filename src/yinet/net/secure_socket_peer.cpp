@@ -6,10 +6,12 @@
 
 #include <array>
 #include <string>
+#include <string_view>
 
 #include "yinet/host/text.h"
 #include "yinet/net/bio_chain.h"
 #include "yinet/net/contained.h"
+#include "yinet/net/host_address.h"
 #include "yinet/net/partner_info.h"
 #include "yinet/net/secure_socket.h"
 
@@ -22,6 +24,14 @@ struct NumericAddress {
   std::string port;
 };
 
+// Sockets for both families write IPv4 addresses as "::ffff:192.0.2.1".
+std::string_view without_mapping(std::string_view address) {
+  constexpr std::string_view kMapped = "::ffff:";
+  if (!address.starts_with(kMapped)) return address;
+  const std::string_view dotted = address.substr(kMapped.size());
+  return is_ipv4_address(dotted) ? dotted : address;
+}
+
 NumericAddress peer_of(int descriptor) {
   sockaddr_storage address{};
   socklen_t length = sizeof(address);
@@ -32,7 +42,7 @@ NumericAddress peer_of(int descriptor) {
                   port.size(), NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
     return {};
   }
-  return {host.data(), port.data()};
+  return {std::string(without_mapping(host.data())), port.data()};
 }
 
 }  // namespace
