@@ -27,16 +27,14 @@ class OpenSocket : public SecureSocket {
   OpenSocket(BIO* connection, bool blocking_mode) : SecureSocket(connection, blocking_mode) {}
 
   using SecureSocket::bio;
+  using SecureSocket::blocking;
   using SecureSocket::connectTarget;
   using SecureSocket::GetBinaryFromReceive;
-  using SecureSocket::GetZertifikatInfo;
   using SecureSocket::keyText;
   using SecureSocket::openSSL_Lock;
   using SecureSocket::password_cb;
-  using SecureSocket::ReceiveBlocking;
   using SecureSocket::socksTargetAddress;
   using SecureSocket::socksTargetPort;
-  using SecureSocket::sslContext;
   using SecureSocket::tlsActive;
 };
 
