@@ -1,8 +1,10 @@
-// Header blocks, chunked bodies and the exact reader. The literal reader's own test is literal_reader_model_test.cpp.
+// Header blocks and the exact reader. The literal reader and its chunks are in literal_reader_model_test.cpp.
 
 #include "yinet/http/http_response.h"
 
 #include <gtest/gtest.h>
+
+#include <tuple>
 
 #include "yinet/host/yobject.h"
 
@@ -30,21 +32,16 @@ TEST(HeaderBlock, Cases) {
     int code;
     std::string header;
   } kCases[] = {
-      {"HTTP/1.1 404 Not Found", "404 Not Found", 404, ""},
-      {"HTTP/1.1 200", "200", 200, ""},
       {"\r\n\r\nHTTP/1.1 200 OK\r\n\r\nA:b", "200 OK", 200, "A=b|"},
+      {"HTTP/1.1 200", "200", 200, ""},
       {"HTTP/1.1  200 OK", " 200 OK", 0, ""},
       {"200", "200", 0, ""},
-      {"HTTP/1.1 OK 200", "OK 200", 0, ""},
       {"", "", 0, ""},
-      {"x 1\r\nLocation: http://h/x", "1", 1, "Location=http|"},
-      {"x 1\r\n a \t: b :c\r\nA:2\r\nlone\r\n:v", "1", 1, "a=2|lone=|=v|"},
-      {"x 1\r\nk:\xE4\0\x01z"s, "1", 1, "k=\xE4\0\x01z|"s},
+      {"x 1\r\nLocation: http://h/x\r\n a \t: b :c\r\nA:2\r\nlone\r\n:v", "1", 1, "Location=http|a=2|lone=|=v|"},
       {"x 1\r\nSet-Cookie: a=1; path=/\r\nSET-COOKIE:A = 2=3;x\r\nset-cookie:b", "1", 1,
        "COOKIES={a={VALUE=2=3|}|b={VALUE=|}|}|"},
-      {"x 1\r\nSet-Cookie:a=\x01\r\nSet-Cookie:\x7F=1\r\nSet-Cookie:n=\0"s, "1", 1, "COOKIES={}|"},
+      {"x 1\r\nk:\xE4\0\x01z\r\nSet-Cookie:a=\x01\r\nSet-Cookie:\x7F=1"s, "1", 1, "k=\xE4\0\x01z|COOKIES={}|"s},
       {"x 1\r\nCOOKIES: x\r\nSet-Cookie: a=b", "1", 1, "COOKIES={a={VALUE=b|}|}|"},
-      {"x 1\r\nSet-Cookie: a=b\r\nCOOKIES: x", "1", 1, "COOKIES=x|"},
   };
   for (const auto& expected : kCases) {
     YObject header;
@@ -78,58 +75,9 @@ TEST(HeaderBlock, HostileAmountsCostLinearTimeAndKeepFewCookies) {
   EXPECT_EQ(fed, kLimits.header_bytes);
 }
 
-TEST(ChunkedBody, Cases) {
-  const std::string many_digits(17, '1');
-  const struct {
-    std::string raw, content;
-  } kCases[] = {
-      {"5\r\nhello\r\n1;x=y\r\n \r\n0\r\n\r\n", "hello "},
-      {" \t\n5\r\nhelloXX05\r\nworld\r\n0\r\n", "helloworld"},  // the two bytes behind the data are not looked at
-      {"a\r\n0\r\n\r\n45678\r\n0\r\n\r\n", "0\r\n\r\n45678"},
-      {"3\r\nabc\r\n-5\r\nhello\r\n", "abc"},
-      {"3\r\nabc\r\n+5\r\nhello\r\n", "abc"},
-      {"0x10\r\nhello", ""},
-      {"\r\nhello", ""},
-      {";x\r\nhello", ""},
-      {"5 hello", ""},
-      {"7fffffff\r\n0123456789", "0123456789"},
-      {"80000000\r\n0123456789", "0123456789"},
-      {"ffffffffffffffff\r\n0123456789", "0123456789"},
-      {"0000000000000000000003\r\nabcdef", "abc"},
-      {many_digits + "\r\n0123456789", ""},
-      {"3\r\nabc", "abc"},
-      {"3\r\nab", "ab"},
-      {"", ""},
-  };
-  for (const auto& expected : kCases) {
-    std::string bytes = expected.raw;
-    bytes.resize(decode_chunks_in_place(bytes.data(), bytes.size()));
-    EXPECT_EQ(bytes, expected.content) << expected.raw;
-  }
-}
-
-TEST(ChunkedBody, CutAnywhereGivesTheBeginningOfTheContent) {
-  const std::string raw = "5\r\nhello\r\nA;e=1\r\n0\r\n\r\nworld\r\n0\r\n\r\n";
-  const std::string content = "hello0\r\n\r\nworld";
-  for (std::size_t kept = 0; kept <= raw.size(); ++kept) {
-    std::string bytes = raw.substr(0, kept);
-    bytes.resize(decode_chunks_in_place(bytes.data(), bytes.size()));
-    EXPECT_EQ(bytes, content.substr(0, bytes.size())) << kept;
-    EXPECT_GE(bytes.size() + 25, kept);
-  }
-}
-
 // --- The exact reader -----------------------------------------------------------------------------------------------
 
-struct Reply {
-  ReplyProgress progress;
-  int code;
-  std::string body;
-  bool operator==(const Reply&) const = default;
-};
-void PrintTo(const Reply& reply, std::ostream* out) {
-  *out << "progress " << static_cast<int>(reply.progress) << ", code " << reply.code << ", body " << reply.body;
-}
+using Reply = std::tuple<ReplyProgress, int, std::string>;  // how it ended, code, body
 
 // Reads of `size` bytes, the first one cut short to `first`.
 Reply read_exactly(std::string_view wire, std::size_t first, std::size_t size, const ReplyLimits& limits = kLimits) {
@@ -163,7 +111,6 @@ TEST(ExactReader, GivesTheSameForEveryCut) {
       {"HTTP/1.1 204 None\r\nContent-Length: 5\r\n\r\n", {complete, 204, ""}},
       {"HTTP/1.1 200 OK\r\nContent-Length: 99999999999999999999999\r\n\r\nabc", {cut, 200, ""}},
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nffffffffffffffff\r\nabc", {cut, 200, ""}},
-      {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n", {cut, 0, ""}},
       {"", {cut, 0, ""}},
   };
   for (const auto& [wire, expected] : kCases) {
@@ -188,12 +135,10 @@ TEST(ExactReader, RefusesWhatHasNoOneMeaningOrIsTooLong) {
     std::string wire;
     ReplyProgress expected;
   } kCases[] = {{length + "-5\r\n\r\n", malformed},
-                {length + "+5\r\n\r\n", malformed},
                 {length + "\r\n\r\n", malformed},
                 {length + "5\r\nContent-Length: 6\r\n\r\n", malformed},
                 {length + "5, 6\r\n\r\n", malformed},
                 {chunked + "-5\r\n", malformed},
-                {chunked + "0x10\r\n", malformed},
                 {chunked + "\r\n", malformed},
                 {chunked + "5\nhello", malformed},
                 {chunked + "1\r\nabc\r\n", malformed},

@@ -6,17 +6,19 @@
 #include <random>
 #include <vector>
 
+#include "yinet/host/text.h"
 #include "yinet/host/yobject.h"
 #include "yinet/http/http_response.h"
 
 namespace yinet {
 namespace {
 
+using namespace std::string_view_literals;
+
 struct Outcome {
   bool complete = false;
   int code = 0;
-  std::string status;
-  std::string body;
+  std::string status, body;
   bool operator==(const Outcome&) const = default;
 };
 
@@ -25,13 +27,13 @@ std::string model_dechunk(const std::string& raw) {
   for (std::uint64_t position = 0; position < raw.size();) {
     const std::size_t cr = raw.find("\r\n", position);
     if (cr == std::string::npos) break;
-    std::string line = raw.substr(position, cr - position);
-    while (!line.empty() && std::string(" \t\r\n").find(line[0]) != std::string::npos) line.erase(0, 1);
-    const std::string digits = line.substr(0, line.find_first_not_of("0123456789abcdefABCDEF"));
+    const std::string line = raw.substr(position, cr - position);
+    const std::size_t start = std::min(line.find_first_not_of(" \t\r\n"), line.size());
+    const std::string digits = line.substr(start, line.find_first_not_of("0123456789abcdefABCDEF", start) - start);
     const std::size_t zeros = std::min(digits.find_first_not_of('0'), digits.size());
     if (digits.empty() || digits.size() - zeros > 16) break;
     const std::uint64_t size = std::stoull(digits, nullptr, 16);
-    for (std::uint64_t i = 0; i < size && cr + 2 + i < raw.size(); ++i) body += raw[cr + 2 + i];
+    if (cr + 2 < raw.size()) body += raw.substr(cr + 2, size);
     if (size == 0 || size > raw.size()) break;
     position = cr + 2 + size + 2;
   }
@@ -42,12 +44,9 @@ Outcome model(const std::vector<std::string>& reads) {
   Outcome out;
   YObject header;
   YString status;
-  std::string text;
-  std::string raw;
-  std::size_t search = 0;
-  std::size_t total = 0;
-  bool header_complete = false;
-  bool chunked = false;
+  std::string text, raw;
+  std::size_t search = 0, total = 0;
+  bool header_complete = false, chunked = false;
   for (const std::string& read : reads) {
     total += read.size();
     std::size_t body_bytes = read.size();
@@ -84,52 +83,24 @@ Outcome run_reader(const std::vector<std::string>& reads) {
 }
 
 TEST(LiteralReader, DoesWhatTheModelDoes) {
-  const std::vector<std::string> kHeader = {"\r\n",
-                                            "\r\n",
-                                            "\r\n\r\n",
-                                            "\r",
-                                            "\n",
-                                            "HTTP/1.1 404\tNo",
-                                            "5",
-                                            "-5",
-                                            "Content-Length: ",
-                                            "content-length:",
-                                            "99999999999",
-                                            "x:y",
-                                            "Transfer-Encoding: chunked\r\n",
-                                            "TRANSFER-ENCODING:Chunked\r\n"};
-  const std::vector<std::string> kBody = {"0\r\n\r\n",
-                                          "\r\n0\r\n\r\n",
-                                          "5\r\nhello\r\n",
-                                          "1;x\r\n0\r\n",
-                                          "\r\n",
-                                          "\r",
-                                          "b\r\n0\r\n\r\n012345",
-                                          "0",
-                                          "-5\r\n",
-                                          "0x10\r\n",
-                                          "ffffffffffffffff\r\n",
-                                          "7fffffff\r\n",
-                                          "11111111111111111\r\n",
-                                          "\n 3\r\nabc",
-                                          "text",
-                                          std::string(1, '\0')};
+  const auto kHeader = split(
+      "\r\n|\r\n\r\n|\r|\n|HTTP/1.1 404\tNo|5|-5|Content-Length: |content-length:|99999999999|x:y|"
+      "Transfer-Encoding: chunked\r\n|TRANSFER-ENCODING:Chunked\r\n",
+      "|");
+  const auto kBody = split(
+      "0\r\n\r\n|\r\n0\r\n\r\n|5\r\nhello\r\n|1;x\r\n0\r\n|\r\n|\r|b\r\n0\r\n\r\n012345|0|-5\r\n|0x10\r\n|"
+      "ffffffffffffffff\r\n|7fffffff\r\n|11111111111111111\r\n|\n 3\r\nabc|text|\0"sv,
+      "|");
   std::mt19937 random(20240611);
   const auto below = [&random](std::size_t n) { return static_cast<std::size_t>(random() % n); };
-  int complete = 0;
-  int chunked_bodies = 0;
+  int complete = 0, chunked_bodies = 0;
   constexpr int kRounds = 30000;
+  const auto kFraming = split("|\r\nTransfer-Encoding: chunked|\r\nContent-Length:12|\r\nContent-Length: 5:6", "|");
   for (int round = 0; round < kRounds; ++round) {
-    std::string wire;
-    if (below(4) != 0) {  // most of the time a header that leads to a body
-      wire = "HTTP/1.1 200 OK\r\n";
-      for (std::size_t i = below(4); i > 0; --i) wire += kHeader[below(kHeader.size())];
-      const std::string framing[] = {"", "\r\nTransfer-Encoding: chunked", "\r\nContent-Length:12",
-                                     "\r\nContent-Length: 5:6"};
-      wire += framing[below(4)] + "\r\n\r\n";
-    } else {
-      for (std::size_t i = below(20); i > 0; --i) wire += kHeader[below(kHeader.size())];
-    }
+    const bool sound = below(4) != 0;  // most of the time a header that leads to a body
+    std::string wire = sound ? "HTTP/1.1 200 OK\r\n" : "";
+    for (std::size_t i = below(sound ? 4 : 20); i > 0; --i) wire += kHeader[below(kHeader.size())];
+    if (sound) wire.append(kFraming[below(4)]).append("\r\n\r\n");
     for (std::size_t i = below(8); i > 0; --i) wire += kBody[below(kBody.size())];
     if (below(2) == 0) wire += kBody[0];
 
@@ -140,9 +111,8 @@ TEST(LiteralReader, DoesWhatTheModelDoes) {
 
     const Outcome expected = model(reads);
     ASSERT_TRUE(run_reader(reads) == expected) << "round " << round << ": " << testing::PrintToString(reads);
-    complete += expected.complete ? 1 : 0;
-    chunked_bodies +=
-        expected.complete && wire.find("hunked\r\n\r\n") != std::string::npos && !expected.body.empty() ? 1 : 0;
+    complete += expected.complete;
+    chunked_bodies += expected.complete && wire.find("hunked\r\n\r\n") != wire.npos && !expected.body.empty();
   }
   EXPECT_GT(complete, kRounds / 3);
   EXPECT_GT(chunked_bodies, kRounds / 40);

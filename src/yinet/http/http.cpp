@@ -239,7 +239,8 @@ bool HTTP::ReceiveResponse(SecureSocket& socket, YBuffer& body, YObject& header,
       progress = reader->feed(scratch.view().substr(0, static_cast<std::size_t>(count)));
       in_time = progress != ReplyProgress::more || !patience.exhausted();
     } else if (count < 0) {
-      progress = reader->feed_end();
+      // What a reset cuts off is no whole reply, however its body was to end.
+      progress = socket.is_broken() ? ReplyProgress::cut : reader->feed_end();
     } else {
       in_time = patience.wait(socket);
     }

@@ -77,7 +77,7 @@ class ReplyReader {
   virtual ~ReplyReader() = default;
   // What one read of the connection brought, at least one byte. The literal reader's results depend on these cuts.
   virtual ReplyProgress feed(std::string_view bytes) = 0;
-  // The connection ended: complete or cut.
+  // The peer ended the connection: complete or cut. After a reset there is nothing to ask: the reply is cut.
   virtual ReplyProgress feed_end() = 0;
   // After `complete`.
   [[nodiscard]] YBuffer take_body() { return std::move(body_); }
