@@ -16,27 +16,18 @@ namespace {
 struct Place {
   std::string name;
   FtpServer::Options server;
-  int proxy_type = 0;
-  SocksServer::Brand proxy = SocksServer::Brand::dante;
-  const char* proxy_user = "";
-  const char* proxy_password = "";
+  Route route = kRoutes[0];
 };
 void PrintTo(const Place& place, std::ostream* out) { *out << place.name; }
 
 std::vector<Place> places() {
-  const Place routes[] = {{"direct", {}},
-                          {"socks5", {}, 5},
-                          {"socks5_password", {}, 5, SocksServer::Brand::microsocks, "proxy user", "proxy pass"},
-                          {"socks4", {}, 4}};
   std::vector<Place> all = {{"proftpd_tls12", {.brand = FtpBrand::proftpd, .tls = true, .lines = "TLSProtocol TLSv1.2\n"}},
                             {"proftpd_tls_ipv6", {.brand = FtpBrand::proftpd, .tls = true, .ipv6 = true}},
                             {"proftpd_plain_ipv6", {.brand = FtpBrand::proftpd, .ipv6 = true}}};
   for (const FtpBrand brand : {FtpBrand::vsftpd, FtpBrand::proftpd, FtpBrand::pure_ftpd}) {
     for (const bool tls : {false, true}) {
-      for (Place place : routes) {
-        place.name = name_of(brand) + (tls ? "_tls_" : "_plain_") + place.name;
-        place.server = {.brand = brand, .tls = tls};
-        all.push_back(place);
+      for (const Route& route : kRoutes) {
+        all.push_back({name_of(brand) + (tls ? "_tls_" : "_plain_") + route.name, {.brand = brand, .tls = tls}, route});
       }
     }
   }
@@ -47,16 +38,16 @@ class Site {
  public:
   static std::string missing(const Place& place) {
     std::string reason = FtpServer::missing(place.server.brand);
-    if (reason.empty() && place.proxy_type != 0) reason = SocksServer::missing(place.proxy);
+    if (reason.empty() && place.route.proxy_type != 0) reason = SocksServer::missing(place.route.brand);
     return reason.empty() && place.server.ipv6 ? missing_ipv6() : reason;
   }
   explicit Site(Place place) : server(place.server), place_(std::move(place)) {
-    if (place_.proxy_type != 0) proxy_.emplace(place_.proxy, place_.proxy_user, place_.proxy_password);
+    if (place_.route.proxy_type != 0) proxy_.emplace(place_.route.brand, place_.route.user, place_.route.password);
   }
   [[nodiscard]] OpenFtps client(const YString& certificate = {}) const {
     return OpenFtps(YString(server.address()), YString(server.user()), YString(server.password()),
-                    proxy_ ? YString(proxy_->address()) : YString(), place_.server.tls ? kTlsFtp : kPlainFtp, place_.proxy_type,
-                    certificate, place_.proxy_user, place_.proxy_password);
+                    proxy_ ? YString(proxy_->address()) : YString(), place_.server.tls ? kTlsFtp : kPlainFtp,
+                    place_.route.proxy_type, certificate, place_.route.user, place_.route.password);
   }
   const FtpServer server;
 
@@ -165,9 +156,9 @@ TEST_F(FtpServers, LargeFilesArriveByteForByte) {
   for (int i = 1; i < 300; ++i) (content += block).back() = static_cast<char>(i);  // no two blocks are equal
   const YString source = local_file("source", content);
   for (const bool tls : {false, true}) {
-    for (const int proxy_type : {0, 5}) {
-      SCOPED_TRACE(std::to_string(proxy_type) + (tls ? " with TLS" : ""));
-      const Site site({"", {.brand = FtpBrand::vsftpd, .tls = tls}, proxy_type});
+    for (const Route& route : {kRoutes[0], kRoutes[1]}) {
+      SCOPED_TRACE(std::string(route.name) + (tls ? " with TLS" : ""));
+      const Site site({"", {.brand = FtpBrand::vsftpd, .tls = tls}, route});
       OpenFtps ftp = site.client();
       ASSERT_EQ(ftp.connect(), 0) << ftp.get_last_mes(0).Ptr();
       ASSERT_EQ(ftp.upload_file(source, "large", 2), 0) << ftp.get_last_mes(128).Ptr();

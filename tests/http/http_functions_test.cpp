@@ -67,7 +67,9 @@ TEST_F(HttpFunctions, TalkToARealServer) {
       EXPECT_TRUE(result.GetString("pStatus").Equals(wanted.status)) << url;
       EXPECT_EQ(files(), made += wanted.body.has_value()) << url;
       EXPECT_THAT(result.GetString("pResponseFile").str(), MatchesRegex(wanted.body ? "TEMP:[0-9]+\\.tmp" : "before"));
-      if (wanted.body) EXPECT_TRUE(response() == *wanted.body) << url;
+      if (wanted.body) {
+        EXPECT_TRUE(response() == *wanted.body) << url;
+      }
     }
   }
 
