@@ -28,7 +28,7 @@ TEST(FileCommands, MoveFilesAndTellWhy) {
   const auto run = [&](std::vector<std::string> arguments, const std::string& password = SshServer::password()) {
     ChildOptions options;
     options.argv = program_call(std::move(arguments));
-    options.environment = {{"YINET_PASSWORD", password}};
+    options.environment = {{"YINET_PASSWORD", password}, {"YINET_DATEITRANSFER_VERBINDUNGSLIMIT", "120000"}};
     return run_command(std::move(options));
   };
   const struct {

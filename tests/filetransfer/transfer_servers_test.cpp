@@ -116,11 +116,8 @@ TEST_P(FolderSites, MoveFilesAndFolders) {
     ASSERT_TRUE(read_file(local / "back") == content) << size;
   }
   const std::string text("a\0\r\nb\xE4", 6);  // no byte is changed
-  const std::pair<const char*, const char*> names[] = {{"two words", "two words"},
-                                                       {"a \"b\" 'c'", "a \"b\" 'c'"},
-                                                       {"M\xE4rz \xDC", "M\xC3\xA4rz \xC3\x9C"},
-                                                       {"100% #1?;type=a", "100% #1?;type=a"},
-                                                       {"back\\slash", "back\\slash"}};
+  const std::pair<const char*, const char*> names[] = {
+      {"a \"b\" 'c' \\ 100% #1?;type=a", "a \"b\" 'c' \\ 100% #1?;type=a"}, {"M\xE4rz \xDC", "M\xC3\xA4rz \xC3\x9C"}};
   for (const auto& [name, on_disk] : names) {
     const YString remote = YString("dir/") + name;
     const std::string there = std::string("dir/") + on_disk;
