@@ -217,6 +217,7 @@ int list_parts(const std::string& file) {
 Command add_mail_command(CLI::App& program) {
   CLI::App* mail = program.add_subcommand("mail", "Take mails apart, or compose one");
   mail->require_subcommand(1);
+  mail->footer(kDecodeExamples);
 
   const auto arguments = std::make_shared<DecodeArguments>();
   CLI::App* decode_app = mail->add_subcommand("decode", "Show a mail: text, addresses and attachments");

@@ -60,7 +60,6 @@ int refuse(const CLI::App& app, const std::vector<Command>& commands, const CLI:
 
 int program(int argc, char** argv) {
   CLI::App app("YInet: network, mail and security functions on the command line.", "yinet");
-  app.footer(kExamples);
   app.fallthrough();  // global options may stand after the command as well
   app.require_subcommand(0, 1);
   yinet::cli::GlobalOptions options;
@@ -68,6 +67,7 @@ int program(int argc, char** argv) {
   std::vector<Command> commands;
   for (const auto add : kAddCommands) commands.push_back(add(app));
   for (Command& command : yinet::cli::add_file_commands(app)) commands.push_back(std::move(command));
+  app.footer(kExamples);  // earlier, it would be the commands' as well
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& help) {

@@ -13,7 +13,7 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
 
-constexpr const char* kCommands[] = {"call", "dns", "functions", "messages", "settings"};
+constexpr const char* kCommands[] = {"call", "dns", "ftp", "functions", "mail", "messages", "settings"};
 
 TEST(Program, ShowsHelpWithExamplesWithoutArguments) {
   const CommandResult result = run_program({});
