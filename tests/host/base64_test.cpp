@@ -42,6 +42,7 @@ TEST(Base64, TextsAreTakenOrRefusedWhole) {
     bool valid;
     std::string_view bytes;
   } kCases[] = {{"", true, ""},      {"QUJD", true, "ABC"}, {"QQ", true, "A"},          {"QR==", true, "A"},  // spare bits
+                {"QUJD\r\nQUJD", true, "ABCABC"}, {"QU JDQUJD", true, "ABCABC"},
                 {"Q Q = = \r\n", true, "A"}, {"Q", false, ""},  {"QQ==QUJD", false, ""}, {"QUJD=", false, ""},
                 {"QUJDQUJD*UJDQUJD", false, ""}, {{"QUJ\0", 4}, false, ""}};
   for (const auto& row : kCases) {

@@ -245,11 +245,14 @@ TEST_F(FileManager, WhatCantBeDeletedIsReportedAndTheRestGoes) {
   for (const char* name : {"locked/inner", "locked", "open/locked/inner", "open/locked"})
     chmod((mixed / name).c_str(), 0500);
   if (geteuid() == 0) {  // root may delete anything: be somebody else for a moment
-    for (const fs::path& path : {folder.path(), mixed, mixed / "open"}) ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+    ASSERT_EQ(chown((mixed / "open").c_str(), 65534, 65534), 0);
+    EXPECT_FALSE(YFileManager.EmptyFolder(YString((mixed / "open").string()))) << "somebody else's";
+    EXPECT_TRUE(fs::exists(mixed / "open/b"));
+    for (const fs::path& path : {folder.path(), mixed, mixed / "locked/inner"}) ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
     ASSERT_EQ(seteuid(65534), 0);
-    EXPECT_FALSE(YFileManager.EmptyFolder(YString((mixed / "locked").string()))) << "root's";
   }
-  EXPECT_FALSE(YFileManager.EmptyFolder(YString(mixed.string())));
+  for (const fs::path& path : {mixed / "locked/inner", mixed})
+    EXPECT_FALSE(YFileManager.EmptyFolder(YString(path.string()))) << path;
   static_cast<void>(!seteuid(getuid()));
   for (const char* gone : {"a", "open/b", "z"}) EXPECT_FALSE(fs::exists(mixed / gone)) << gone;
   EXPECT_TRUE(fs::exists(mixed / "locked/inner/stays"));

@@ -68,6 +68,9 @@ TEST_F(File, AccessLimitsWhatCanBeDone) {
   EXPECT_EQ(file.LastError(), EINVAL);
   ASSERT_TRUE(file.Open(kOpenExisting, kAccessRead));
   EXPECT_FALSE(file.Write("new"));
+  ASSERT_TRUE(file.Open(kOpenExisting, kAccessWrite));
+  char byte = 0;
+  EXPECT_EQ(file.Read(&byte, 1), -1);
   EXPECT_EQ(read_file(folder / "file"), "old");
   EXPECT_TRUE(file.Open(kCreateAlways, kAccessRead)) << "empties the file even though it is only read";
   EXPECT_EQ(read_file(folder / "file"), "");
@@ -205,7 +208,8 @@ TEST_F(File, DescriptorsHaveOneOwnerAndStayInTheProcess) {
     YFile second("TEMP:other");
     ASSERT_TRUE(second.Open(kCreateNew, kReadWrite));
     const int replaced = second.Descriptor();
-    second = std::move(first);
+    YFile moved(std::move(first));
+    second = std::move(moved);
     EXPECT_EQ(second.Descriptor(), number);
     EXPECT_EQ(second.GetName(), "TEMP:file");
     EXPECT_EQ(fcntl(replaced, F_GETFD), -1);

@@ -70,6 +70,8 @@ TEST(YObject, IntegerKeysAndFlagsStandBesideTheNames) {
   EXPECT_EQ(record.GetFlags(), 1);
   record.SetFlags(0);
   EXPECT_EQ(YObject(record).GetFlags(), 0);
+  EXPECT_TRUE(record.Exist(1) && record.Delete(1));
+  EXPECT_FALSE(record.Exist(1) || record.Delete(1));
 }
 
 TEST(YObject, CopiesAreDeep) {

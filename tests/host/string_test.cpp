@@ -102,6 +102,9 @@ TEST(YBuffer, AppendsItselfAndMovesInside) {
   EXPECT_EQ(buffer.toString(318, -1), "01");
   EXPECT_EQ(buffer.Find("901"), 9);
   EXPECT_EQ(buffer.GetChar(-1), '\0');
+  YBuffer taken;
+  taken.Move(buffer);
+  EXPECT_TRUE(buffer.Size() == 0 && taken.Size() == 320);
 }
 
 }  // namespace
