@@ -194,13 +194,16 @@ TEST_F(FtpsControlTest, NamesKeepTheirBytesOnDemandOrWhenTheyAreUtf8) {
 }
 
 TEST_F(FtpsControlTest, CopiesHaveTheSettingsAndStartUnconnected) {
-  ScriptedPeer server(std::vector<ConnectionScript>{dialogue(kLogin), dialogue(kLogin)});
+  const ConnectionScript session = dialogue(kLogin + Turns{{"TYPE I", "200 ok"}});
+  ScriptedPeer server(std::vector<ConnectionScript>{session, session});
   ftps ftp(target_of(server), "u", "p", kPlainFtp, "");
   ASSERT_EQ(ftp.connect(), 0);
+  EXPECT_EQ(ftp.set_server_transfer_type(2, 0), 0);
   ftps copy(ftp);
-  EXPECT_EQ(copy.get_last_mes(128), "230 in\r\n Letzter Befehl: PASS p");
+  EXPECT_EQ(copy.get_last_mes(128), "200 ok\r\n Letzter Befehl: TYPE I");
   EXPECT_EQ(copy.closeconnection(), 1);
   EXPECT_EQ(copy.connect(), 0);
+  EXPECT_EQ(copy.set_server_transfer_type(2, 0), 0) << "a new connection does not know the type";
   ftp = copy;
   EXPECT_EQ(ftp.closeconnection(), 1);
   EXPECT_EQ(ftp.GetScoketDescriptor(), -1);

@@ -92,12 +92,14 @@ TEST_F(FtpsFunctionsTest, ResultsTurnIntoMessages) {
     Turns turns;
     const char* check;  // the reply to the size check; empty: its login fails; null: there is none
     int message;        // 0 for success, 1 for a silent failure
+    const char* content = "content";
   } cases[] = {
       {"FTPS_UPLOAD", stored, "213 7", 0},
       {"FTPS_UPLOAD", stored, "213 8", 21742},
       {"FTPS_UPLOAD", stored, "550 no", 21743},
       {"FTPS_UPLOAD", stored, "", 21749},
       {"FTPS_DOWNLOADDATEI", fetched, "213 7", 0},
+      {"FTPS_DOWNLOADDATEI", fetched, "213 0", 0, ""},
       {"FTPS_DOWNLOADDATEI", fetched, "500 what", 21745},
       {"FTPS_DOWNLOADDATEI", fetched, "550 no", 21746},
       {"FTPS_DOWNLOADDATEI", fetched, "", 21749},
@@ -108,7 +110,7 @@ TEST_F(FtpsFunctionsTest, ResultsTurnIntoMessages) {
     SCOPED_TRACE(c.function + std::string(" ") + (c.check ? c.check : "no check"));
     raised.clear();
     const bool upload = c.function == std::string_view("FTPS_UPLOAD");
-    ScriptedPeer data = ScriptedPeer::for_every_connection(upload ? Script().read_to_end() : Script().send("content").close());
+    ScriptedPeer data = ScriptedPeer::for_every_connection(upload ? Script().read_to_end() : Script().send(c.content).close());
     Turns turns = kLogin + c.turns + Turns{{"QUIT", "221 bye"}};
     for (auto& [command, reply] : turns)
       if (reply == "@") reply = passive(data.port());
