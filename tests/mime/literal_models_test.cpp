@@ -31,7 +31,7 @@ TEST(LiteralModel, FoldedTextsFollowTheRule) {
       {98, 0, 1, 0.2, 0.2, 0.2},  {94, 1, 0, 5, 0, 0},     {70, 10, 5, 5, 5, 5},
   };
   std::mt19937 random(20240519);
-  for (int i = 0; i < 10000; ++i) {
+  for (int i = 0; i < 5000; ++i) {
     const auto& weights = kWeights[random() % kWeights.size()];
     std::discrete_distribution<std::size_t> piece(weights.begin(), weights.end());
     const std::size_t length = random() % (random() % 8 == 0 ? 3000 : 500);
