@@ -37,7 +37,12 @@ constexpr const char* kPartsExamples = R"(Examples:
 Exit status: 0 when the mail could be read, 1 when not, 2 for a wrong call.)";
 
 constexpr const char* kComposeExamples =
-    R"(RECORD is a JSON object with the keys of a mail; this one has an attachment of its own and one from the disk:
+    R"(Examples:
+  yinet mail compose examples/anfrage.json
+  yinet mail compose examples/anfrage.json -o anfrage.eml
+  yinet mail compose - < examples/anfrage.json | yinet mail decode -
+
+RECORD is a JSON object with the keys of a mail; this one has an attachment of its own and one from the disk:
   {
     "ABSENDER": "eva@example.org",
     "EMPF)" "\xC3\x84" R"(NGER": ["max@example.org", "lager@example.org"],
@@ -50,11 +55,6 @@ constexpr const char* kComposeExamples =
 BLINDKOPIE and MAILID may be there too; a file Nachricht.htm on the disk becomes the mail's HTML text. Recipients are best
 given as bare addresses: a name goes into the header as it stands, its address in double brackets. The mail is written as
 SMTP takes it: lines that begin with a dot have a second one.
-
-Examples:
-  yinet mail compose examples/anfrage.json
-  yinet mail compose examples/anfrage.json -o anfrage.eml
-  yinet mail compose - < examples/anfrage.json | yinet mail decode -
 
 Exit status: 0 when the mail was written with all it names, 1 when not, 2 for a wrong call.)";
 
