@@ -6,25 +6,15 @@
 
 #include <cstdlib>
 #include <memory>
-#include <random>
 #include <string>
 
+#include "bench_data.h"
 #include "yinet/host/ybase64.h"
 
 namespace {
 
-std::string random_bytes(std::size_t count) {
-  std::mt19937_64 random(1);
-  std::string bytes(count, '\0');
-  for (char& byte : bytes) byte = static_cast<char>(random());
-  return bytes;
-}
-
-std::string in_lines(const std::string& text) {
-  std::string lines;
-  for (std::size_t at = 0; at < text.size(); at += 76) lines += text.substr(at, 76) + "\r\n";
-  return lines;
-}
+using yinet::bench::in_lines;
+using yinet::bench::random_bytes;
 
 const unsigned char* octets(const std::string& text) { return reinterpret_cast<const unsigned char*>(text.data()); }
 unsigned char* octets(std::string& text) { return reinterpret_cast<unsigned char*>(text.data()); }

@@ -11,10 +11,10 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
+#include "bench_data.h"
 #include "yinet/host/text.h"
 #include "yinet/mime/fold_lines.h"
 #include "yinet/mime/quoted_printable.h"
@@ -25,25 +25,7 @@ namespace {
 constexpr std::size_t kTextBytes = 4000;
 constexpr std::size_t kHtmlBytes = 6000;
 
-std::string german_text(std::size_t size, std::string_view line_end) {
-  static const char* const words[] = {"Sehr", "geehrte", "Gr\xFC\xDF" "e", "aus", "K\xF6ln", "wir", "\xFC" "bersenden",
-                                      "Ihnen", "das", "Angebot", "mit", "freundlichen", "Preisen", "f\xFCr", "M\xE4rz."};
-  std::mt19937 random(42);
-  std::string text;
-  std::size_t column = 0;
-  while (text.size() < size) {
-    const std::string_view word = words[random() % std::size(words)];
-    if (column + word.size() > 66) {
-      text += line_end;
-      column = 0;
-    } else if (column > 0) {
-      text += ' ';
-    }
-    text += word;
-    column += word.size() + 1;
-  }
-  return text;
-}
+using yinet::bench::german_text;
 
 // The input of all programs: files in a folder of this process.
 class Input {
@@ -53,9 +35,7 @@ class Input {
     std::filesystem::create_directories(folder_);
     html_file = folder_ / "Nachricht.htm";
     std::ofstream(html_file, std::ios::binary) << html;
-    std::mt19937_64 random(1);
-    std::string bytes(attachment_bytes, '\0');
-    for (char& byte : bytes) byte = static_cast<char>(random());
+    const std::string bytes = yinet::bench::random_bytes(attachment_bytes);
     for (int i = 0; i < attachments; ++i) {
       files.push_back(folder_ / ("anlage" + std::to_string(i) + ".bin"));
       std::ofstream(files.back(), std::ios::binary) << bytes;
