@@ -22,7 +22,7 @@
 #include <vector>
 
 #include "bench_data.h"
-#include "support/resource_check.h"
+#include "support/memory.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/text.h"
 #include "yinet/host/ybase64.h"
@@ -254,13 +254,13 @@ void decode_set(benchmark::State& state, Kind kind, int count) {
   for (auto _ : state) {
     state.PauseTiming();
     yinet::test::reset_peak_memory();
-    before = yinet::test::Resources::now().memory_kib;
+    before = yinet::test::memory_kib("VmRSS:");
     state.ResumeTiming();
     Count sum;
     for (const std::string& file : set.files) Program::decode(file, sum);
     benchmark::DoNotOptimize(sum.bytes);
   }
-  const auto grown = static_cast<double>(yinet::test::Resources::now().peak_memory_kib - before) * 1024;
+  const auto grown = static_cast<double>(yinet::test::memory_kib("VmHWM:") - before) * 1024;
   state.counters["ratio"] = grown / (static_cast<double>(set.bytes) / static_cast<double>(set.files.size()));
   state.SetBytesProcessed(state.iterations() * set.bytes);
 }

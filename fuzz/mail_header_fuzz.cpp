@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "yinet/host/structured_value.h"
 #include "yinet/host/text.h"
 #include "yinet/mime/header_decoding.h"
 #include "yinet/mime/ymime_message.h"

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <ostream>
 #include <string>
@@ -18,6 +17,7 @@
 
 #include "mime/decode_fixture.h"
 #include "support/bytes.h"
+#include "support/memory.h"
 
 namespace yinet::test {
 namespace {
@@ -134,25 +134,6 @@ bool holds(const YObject& record, const std::string& text) {
   for (int i = 0; i < record.GetStringKeyCount(); ++i)
     if (record.GetString(record.GetStringKey(i)).str().find(text) != std::string::npos) return true;
   return false;
-}
-
-// A line of the kernel's account of this process.
-std::size_t memory_kib(std::string_view line) {
-  std::ifstream status("/proc/self/status");
-  std::string word;
-  std::size_t kib = 0;
-  while (status >> word && word != line) {
-  }
-  status >> kib;
-  return kib;
-}
-
-// Starts VmHWM anew where the kernel allows it.
-bool reset_peak_memory() {
-  std::ofstream file("/proc/self/clear_refs");
-  file << "5";
-  file.close();
-  return !file.fail();
 }
 
 class HostileMail : public DecodeTest, public testing::WithParamInterface<std::tuple<Hostile, bool>> {};
