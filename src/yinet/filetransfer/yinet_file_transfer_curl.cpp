@@ -78,7 +78,8 @@ std::string tls_policy() {
 CURLcode prepare_tls(CURL*, void* context, void*) noexcept {
   auto* const tls = static_cast<SSL_CTX*>(context);
   try {
-    trust_system(tls);
+    // Reading the system's certificates takes longer than many a transfer, and each data connection would do it again.
+    if (setting_flag(settings::kTlsVerifyAlways)) trust_system(tls);
     return apply_tls_policy(tls) ? CURLE_OK : CURLE_SSL_CIPHER;
   } catch (...) {
     return CURLE_OUT_OF_MEMORY;
