@@ -33,36 +33,20 @@ TEST_F(FileManager, ResolvesNames) {
   yinet::set_setting("Dateien", "LaufwerkC", folder.path().string() + "\\drive/");
   yinet::set_temporary_folder(base.string());
   const std::string temp = base.string();
-  const std::string drive = folder.path().string() + "/drive";
-  const std::string here = fs::current_path();
-  const struct {
-    YString name;
-    std::string path;
-  } rows[] = {
-      {"TEMP:", temp + "/"},
-      {"temp:x.tmp", temp + "/x.tmp"},
-      {"TEMP:~EML\\", temp + "/~EML/"},
-      {"TEMP:a\\.\\b//..\\c", temp + "/a/c"},
-      {"TEMP:a\\..", temp + "/"},
-      {"/a\\b/../c", "/a/b/../c"},
-      {"x\\y", here + "/x/y"},
-      {"TEMPO", here + "/TEMPO"},
-      {"C:\\a\\b", drive + "/a/b"},
-      {"C:\\..\\..\\a", drive + "/a"},
-      {"", ""},
-      {"TEMP:..", ""},
-      {"TEMP:a\\..\\..\\b", ""},
-      {"TEMP:a\0b"s, ""},
-      {"D:\\a", ""},
-      {"/\xE4/\xD0\x9F/\x80", "/\xE4/\xD0\x9F/\x80"},
-  };
-  for (const auto& row : rows) EXPECT_EQ(YFileManager.ResolvePath(row.name).str(), row.path) << row.name.str();
-  EXPECT_EQ(times_logged(message::kFileNameRefused), 3);
+  const std::pair<YString, std::string> rows[] = {{"temp:~EML\\", temp + "/~EML/"},
+                                                  {"TEMP:a\\.\\b//..\\c", temp + "/a/c"},
+                                                  {"TEMP:a\\..", temp + "/"},
+                                                  {"/a\\b/../c", "/a/b/../c"},
+                                                  {"TEMPO\\y", fs::current_path().string() + "/TEMPO/y"},
+                                                  {"C:\\..\\..\\a", folder.path().string() + "/drive/a"},
+                                                  {"", ""},
+                                                  {"TEMP:a\\..\\..\\b", ""},
+                                                  {"TEMP:a\0b"s, ""},
+                                                  {"D:\\a", ""}};
+  for (const auto& [name, path] : rows) EXPECT_EQ(YFileManager.ResolvePath(name).str(), path) << name.str();
+  EXPECT_EQ(times_logged(message::kFileNameRefused), 2);
   EXPECT_EQ(times_logged(message::kDriveNotMapped), 1);
   EXPECT_EQ(YFileManager.ResolveSystemPath("/\xE4/\xD0\x9F/\x80"), "/\xC3\xA4/\xD0\x9F/\xE2\x82\xAC");
-}
-
-TEST_F(FileManager, DriveSettingThatIsNoFolderOfTheSystemIsNotUsed) {
   for (const char* value : {"C:\\again", "TEMP:", ""}) {
     yinet::set_setting("Dateien", "LaufwerkC", value);
     EXPECT_EQ(YFileManager.ResolvePath("C:\\x"), "") << value;
@@ -72,12 +56,19 @@ TEST_F(FileManager, DriveSettingThatIsNoFolderOfTheSystemIsNotUsed) {
 TEST_F(FileManager, TemporaryFolderIsPrivateAndStaysTheSame) {
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(temporary_folder(), usual_folder());
-    struct stat facts {};
-    ASSERT_EQ(lstat(usual_folder().c_str(), &facts), 0);
-    EXPECT_EQ(facts.st_mode & 07777, 0700U);
+    EXPECT_EQ(fs::symlink_status(usual_folder()).permissions(), fs::perms::owner_all);
     fs::remove(usual_folder());  // a cleaner came by
   }
   EXPECT_EQ(times_logged(message::kTemporaryFolderUnusable), 0);
+}
+
+TEST_F(FileManager, TheEnvironmentNamesTheBaseWhenNoSettingDoes) {
+  setenv("TMPDIR", (base.string() + "//").c_str(), 1);
+  for (const char* setting : {"", "temp:loop"}) {
+    yinet::set_setting("Dateien", "TempVerzeichnis", setting);
+    EXPECT_EQ(temporary_folder(), usual_folder()) << setting;
+  }
+  unsetenv("TMPDIR");
 }
 
 // What somebody may have put there before us.
@@ -86,12 +77,11 @@ TEST_F(FileManager, WhatIsPlantedInPlaceOfTheTemporaryFolderIsNotUsed) {
   chmod(elsewhere.c_str(), 0700);
   const std::function<void(const fs::path&)> plants[] = {
       [&](const fs::path& place) { fs::create_directory_symlink(elsewhere, place); },
-      [](const fs::path& place) { fs::create_symlink("nowhere", place); },
       [](const fs::path& place) { write_file(place, "x"); },
       [](const fs::path& place) { fs::create_directory(place), chmod(place.c_str(), 0755); },
       [](const fs::path& place) {  // somebody else's, where we can make one
         fs::create_directory(place), chmod(place.c_str(), geteuid() == 0 ? 0700 : 0777);
-        if (geteuid() == 0) fs::permissions(place, fs::perms::owner_all), static_cast<void>(!chown(place.c_str(), 65534, 65534));
+        static_cast<void>(!chown(place.c_str(), 65534, 65534));
       },
   };
   long times = 0;
@@ -127,42 +117,22 @@ TEST_F(FileManager, WithoutAUsableBaseTemporaryNamesFailAndTheLogSaysSo) {
     yinet::set_setting("Dateien", "TempVerzeichnis", bad);
     YFile file("TEMP:x");
     EXPECT_FALSE(file.Open(yinet::kOpenAlways, yinet::kAccessWrite)) << bad;
-    EXPECT_NE(file.LastError(), 0) << bad;
   }
   EXPECT_EQ(times_logged(message::kTemporaryFolderUnusable), 2);
-  EXPECT_EQ(times_logged(message::kDriveNotMapped), 1);
-}
-
-TEST_F(FileManager, TheEnvironmentNamesTheBaseWhenNoSettingDoes) {
-  setenv("TMPDIR", (base.string() + "//").c_str(), 1);
-  for (const char* setting : {"", "temp:loop"}) {
-    yinet::set_setting("Dateien", "TempVerzeichnis", setting);
-    EXPECT_EQ(temporary_folder(), usual_folder()) << setting;
-  }
-  unsetenv("TMPDIR");
-}
-
-TEST_F(FileManager, TheHostMayChooseTheTemporaryFolder) {
   const fs::path chosen = folder / "chosen";
   yinet::set_temporary_folder(chosen.string() + "/");
   EXPECT_EQ(on_disk("TEMP:x"), chosen / "x");
   EXPECT_TRUE(fs::is_directory(chosen)) << "made on first use";
   yinet::set_temporary_folder((folder / "no/such").string());
   EXPECT_EQ(YFileManager.ResolvePath("TEMP:x"), "");
-  EXPECT_EQ(times_logged(message::kTemporaryFolderUnusable), 1);
-  yinet::set_temporary_folder("");
-  EXPECT_EQ(temporary_folder(), usual_folder());
 }
 
 TEST_F(FileManager, ThreadsGetOneTemporaryFolder) {
   fs::create_symlink("nowhere", usual_folder());  // so that its name can't be foreseen
   std::vector<std::string> found(8);
   std::vector<std::thread> threads;
-  for (std::string& path : found) {
-    threads.emplace_back([&path] {
-      for (int round = 0; round < 50; ++round) path = YFileManager.ResolveSystemPath("TEMP:x");
-    });
-  }
+  for (std::string& path : found)
+    threads.emplace_back([&path] { path = YFileManager.ResolveSystemPath("TEMP:x"); });
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(std::set<std::string>(found.begin(), found.end()).size(), 1U);
   EXPECT_EQ(times_logged(message::kTemporaryFolderUnusable), 1);
@@ -180,14 +150,17 @@ TEST_F(FileManager, CreatesFoldersWithAllAboveThem) {
   }
   folder.write("file", "");
   EXPECT_FALSE(YFileManager.CreateFolder(name_of("file")) || YFileManager.CreateFolder(name_of("file/sub")));
-  EXPECT_FALSE(YFileManager.FolderExists(name_of("file")));
-  EXPECT_TRUE(YFileManager.CreateFolder("TEMP:"));
+  folder.write("list/\xC3\xA4", "");
+  folder.make_folder("list/\xD0\x9F");
+  std::set<std::string> names;
+  for (const YString& name : YFileManager.ListFolder(name_of("list\\"))) names.insert(name.str());
+  EXPECT_EQ(names, (std::set<std::string>{"\xE4", "\xD0\x9F"}));
 }
 
 TEST_F(FileManager, FoldersBehindLinksInTheTemporaryFolderDoNotCount) {
   const fs::path elsewhere = folder.make_folder("elsewhere/sub");
   fs::create_directory_symlink(elsewhere.parent_path(), on_disk("TEMP:") / "link");
-  for (const char* name : {"TEMP:link", "TEMP:link\\", "TEMP:link\\sub", "TEMP:link\\new"}) {
+  for (const char* name : {"TEMP:link", "TEMP:link\\sub", "TEMP:link\\new"}) {
     EXPECT_FALSE(YFileManager.FolderExists(name)) << name;
     EXPECT_FALSE(YFileManager.CreateFolder(name)) << name;
     EXPECT_FALSE(YFileManager.EmptyFolder(name)) << name;
@@ -199,7 +172,7 @@ TEST_F(FileManager, FoldersBehindLinksInTheTemporaryFolderDoNotCount) {
 TEST_F(FileManager, EmptiesAFolderButNothingBehindItsLinks) {
   const fs::path outside = folder.write("outside/kept", "precious");
   const fs::path eml = on_disk("TEMP:~EML");
-  for (const char* where : {"", ".deleted-1", "sub", "sub/deep", "sub/deep/-rf"}) {  // the first is a name of our own
+  for (const char* where : {"", ".deleted-1", "sub/deep/-rf"}) {  // the second is a name of our own
     fs::create_directories(eml / where);
     write_file(eml / where / "bad \xFF\n name", "x");
     fs::create_symlink(outside, eml / where / "file link");
@@ -209,19 +182,14 @@ TEST_F(FileManager, EmptiesAFolderButNothingBehindItsLinks) {
   }
   EXPECT_TRUE(YFileManager.EmptyFolder("TEMP:~EML\\"));
   EXPECT_TRUE(fs::is_empty(eml));
-  EXPECT_EQ(read_file(outside), "precious");
-  EXPECT_FALSE(YFileManager.EmptyFolder("TEMP:missing"));
   EXPECT_FALSE(YFileManager.EmptyFolder(YString(outside.string())));
-}
-
-TEST_F(FileManager, EmptiesFoldersOutsideTheTemporaryOneUnlessTheyAreLinks) {
-  folder.write("real/file", "x");
-  fs::create_directory_symlink("real", folder / "link");
+  // Elsewhere too, unless the folder itself is a link.
+  fs::create_directory_symlink("outside", folder / "link");
   EXPECT_FALSE(YFileManager.EmptyFolder(name_of("link")));
   EXPECT_FALSE(YFileManager.EmptyFolder(name_of("link\\")));
-  EXPECT_TRUE(fs::exists(folder / "real/file"));
-  EXPECT_TRUE(YFileManager.EmptyFolder(name_of("real/")));
-  EXPECT_TRUE(fs::is_empty(folder / "real"));
+  EXPECT_EQ(read_file(outside), "precious");
+  EXPECT_TRUE(YFileManager.EmptyFolder(name_of("outside/")));
+  EXPECT_TRUE(fs::is_empty(folder / "outside"));
 }
 
 // Deeper than the process may open folders.
@@ -239,33 +207,19 @@ TEST_F(FileManager, EmptiesATreeOfAnyDepth) {
 }
 
 TEST_F(FileManager, WhatCantBeDeletedIsReportedAndTheRestGoes) {
-  for (const char* name : {"a", "locked/inner/stays", "open/b", "open/locked/inner/stays", "z"})
-    folder.write("mixed/" + std::string(name), "x");
+  for (const char* name : {"a", "locked/inner/stays", "z"}) folder.write("mixed/" + std::string(name), "x");
   const fs::path mixed = folder / "mixed";
-  for (const char* name : {"locked/inner", "locked", "open/locked/inner", "open/locked"})
-    chmod((mixed / name).c_str(), 0500);
+  for (const char* name : {"locked/inner", "locked"}) chmod((mixed / name).c_str(), 0500);
   if (geteuid() == 0) {  // root may delete anything: be somebody else for a moment
-    ASSERT_EQ(chown((mixed / "open").c_str(), 65534, 65534), 0);
-    EXPECT_FALSE(YFileManager.EmptyFolder(YString((mixed / "open").string()))) << "somebody else's";
-    EXPECT_TRUE(fs::exists(mixed / "open/b"));
     for (const fs::path& path : {folder.path(), mixed, mixed / "locked/inner"}) ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+    EXPECT_FALSE(YFileManager.EmptyFolder(name_of("mixed"))) << "somebody else's";
+    EXPECT_TRUE(fs::exists(mixed / "a"));
     ASSERT_EQ(seteuid(65534), 0);
   }
-  for (const fs::path& path : {mixed / "locked/inner", mixed})
-    EXPECT_FALSE(YFileManager.EmptyFolder(YString(path.string()))) << path;
+  EXPECT_FALSE(YFileManager.EmptyFolder(name_of("mixed/locked/inner")) || YFileManager.EmptyFolder(name_of("mixed")));
   static_cast<void>(!seteuid(getuid()));
-  for (const char* gone : {"a", "open/b", "z"}) EXPECT_FALSE(fs::exists(mixed / gone)) << gone;
+  EXPECT_FALSE(fs::exists(mixed / "a") || fs::exists(mixed / "z"));
   EXPECT_TRUE(fs::exists(mixed / "locked/inner/stays"));
-}
-
-TEST_F(FileManager, ListsNamesAsText) {
-  folder.write("list/\xC3\xA4", "");
-  folder.write("list/\xD0\x9F", "");
-  folder.make_folder("list/sub");
-  std::set<std::string> names;
-  for (const YString& name : YFileManager.ListFolder(name_of("list\\"))) names.insert(name.str());
-  EXPECT_EQ(names, (std::set<std::string>{"\xE4", "\xD0\x9F", "sub"}));
-  EXPECT_TRUE(YFileManager.ListFolder(name_of("missing")).empty());
 }
 
 }  // namespace

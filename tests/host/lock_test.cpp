@@ -13,35 +13,27 @@ using namespace std::chrono_literals;
 
 constexpr bool kShared = false;
 constexpr bool kExclusive = true;
-constexpr bool kAtOnce = false;
 
 // What another thread is told that asks at once; it gives back what it got.
 bool other_thread_gets(YLock& lock, bool exclusive) {
   bool taken = false;
-  std::thread([&] {
-    taken = lock.Lock(exclusive, kAtOnce);
+  std::jthread([&] {
+    taken = lock.Lock(exclusive, false);
     if (taken) lock.Unlock();
   }).join();
   return taken;
 }
 
-TEST(Lock, SharedHoldersKeepOutOnlyExclusiveOnes) {
+TEST(Lock, SharedHoldersKeepOutExclusiveOnesAndThoseEveryone) {
   YLock lock;
   lock.Unlock();
   ASSERT_TRUE(lock.Lock(kShared) && lock.Lock(kShared));
   EXPECT_TRUE(other_thread_gets(lock, kShared));
-  EXPECT_FALSE(other_thread_gets(lock, kExclusive));
   lock.Unlock();
   EXPECT_FALSE(other_thread_gets(lock, kExclusive));
   lock.Unlock();
-  EXPECT_TRUE(other_thread_gets(lock, kExclusive));
-}
-
-TEST(Lock, ExclusiveHolderKeepsOutEveryoneUntilTheTimeout) {
-  YLock lock;
   ASSERT_TRUE(lock.Lock(kExclusive));
   EXPECT_FALSE(other_thread_gets(lock, kShared));
-  EXPECT_FALSE(other_thread_gets(lock, kExclusive));
   const auto start = std::chrono::steady_clock::now();
   EXPECT_FALSE(lock.Lock(kShared, true, 30));
   EXPECT_FALSE(lock.Lock(kExclusive, true, 0)) << "not recursive";
@@ -50,36 +42,25 @@ TEST(Lock, ExclusiveHolderKeepsOutEveryoneUntilTheTimeout) {
   EXPECT_TRUE(other_thread_gets(lock, kExclusive));
 }
 
-// Starts a thread that waits exclusively on a lock with a shared holder, and returns when it waits, which shows in a new
-// shared caller being refused, or has stopped waiting.
-std::thread exclusive_waiter(YLock& lock, int timeout_ms, std::atomic<int>& result) {
-  std::thread thread([&lock, timeout_ms, &result] { result = lock.Lock(kExclusive, true, timeout_ms) ? 1 : 0; });
-  while (result == -1 && lock.Lock(kShared, kAtOnce)) {
-    lock.Unlock();
-    std::this_thread::yield();
+TEST(Lock, AWaitingExclusiveCallerComesBeforeNewSharedOnesUntilItGivesUp) {
+  for (const int timeout_ms : {-1, 200}) {
+    YLock lock;
+    ASSERT_TRUE(lock.Lock(kShared));
+    std::atomic<int> result = -1;
+    std::jthread waiter([&] { result = lock.Lock(kExclusive, true, timeout_ms) ? 1 : 0; });
+    while (result == -1 && lock.Lock(kShared, false)) {  // until it waits
+      lock.Unlock();
+      std::this_thread::yield();
+    }
+    if (timeout_ms == -1) {
+      EXPECT_FALSE(lock.Lock(kShared, true, 20));
+      lock.Unlock();
+    } else {
+      EXPECT_TRUE(lock.Lock(kShared, true, -1)) << "would wait for ever if nobody woke it";
+    }
+    waiter.join();
+    EXPECT_EQ(result, timeout_ms == -1 ? 1 : 0);
   }
-  return thread;
-}
-
-TEST(Lock, WaitingExclusiveCallerComesBeforeNewSharedOnes) {
-  YLock lock;
-  ASSERT_TRUE(lock.Lock(kShared));
-  std::atomic<int> result = -1;
-  std::thread waiter = exclusive_waiter(lock, -1, result);
-  EXPECT_FALSE(lock.Lock(kShared, true, 20));
-  lock.Unlock();
-  waiter.join();
-  EXPECT_EQ(result, 1);
-}
-
-TEST(Lock, ExclusiveCallerThatGivesUpLetsTheSharedOnesIn) {
-  YLock lock;
-  ASSERT_TRUE(lock.Lock(kShared));
-  std::atomic<int> result = -1;
-  std::thread waiter = exclusive_waiter(lock, 200, result);
-  EXPECT_TRUE(lock.Lock(kShared, true, -1)) << "would wait for ever if nobody woke it";
-  waiter.join();
-  EXPECT_EQ(result, 0);
 }
 
 TEST(Lock, GuardsWritersAndReadersOnManyThreads) {
