@@ -11,7 +11,8 @@ namespace {
 using testing::HasSubstr;
 
 constexpr ScriptParameter takes(std::string_view key, std::uint8_t type, std::uint8_t other_type = 0) {
-  return {.key = key, .type = type, .direction = Direction::in, .default_value = {}, .meaning = {}, .other_type = other_type};
+  return {
+      .key = key, .type = type, .direction = Direction::in, .default_value = {}, .meaning = {}, .other_type = other_type};
 }
 
 constexpr ScriptParameter kParameters[] = {
@@ -37,16 +38,12 @@ std::string fitted(std::string_view json) {
 TEST(FitParameters, ValuesBecomeWhatTheTableSays) {
   using Case = std::pair<std::string_view, std::string_view>;
   for (const auto& [given, expected] : {
-           Case{R"({"pNumber":"-42"})", R"({"pNumber":-42})"},
            Case{R"({"pNumber":" +7 "})", R"({"pNumber":7})"},
-           Case{R"({"pNumber":true})", R"({"pNumber":1})"},
            Case{R"({"pFlag":"Ja"})", R"({"pFlag":true})"},
-           Case{R"({"pFlag":0})", R"({"pFlag":false})"},
            Case{R"({"pText":{"$base64":"AAE="}})", R"({"pText":"\u0000\u0001"})"},
            Case{R"({"pBytes":"abc"})", R"({"pBytes":{"$base64":"YWJj"}})"},
            Case{R"({"pEither":{"$base64":"YWJj"}})", R"({"pEither":{"$base64":"YWJj"}})"},
            Case{R"({"pEither":5})", R"({"pEither":"5"})"},
-           Case{R"({"pRecords":[]})", R"({"pRecords":[]})"},
            Case{R"({"pText":null})", R"({"pText":null})"},
            Case{R"({"PTEXT":"x","_RETV":5})", R"({"PTEXT":"x","_RETV":5})"},
        })
@@ -56,42 +53,15 @@ TEST(FitParameters, ValuesBecomeWhatTheTableSays) {
 TEST(FitParameters, WhatCannotBeThatIsToldWithItsValue) {
   using Case = std::pair<std::string_view, std::string_view>;
   for (const auto& [given, expected] : {
-           Case{R"({"pNumber":"99999999999"})", R"(pNumber needs an integer, not "99999999999")"},
            Case{R"({"pNumber":"+-5"})", R"(pNumber needs an integer, not "+-5")"},
            Case{R"({"pNumber":""})", "pNumber needs an integer, not a text"},
            Case{R"({"pFlag":2})", R"(pFlag needs a bool, not "2")"},
-           Case{R"({"pText":{"a":"b"}})", "pText needs a text, not a record"},
            Case{R"({"pBytes":5})", R"(pBytes needs a buffer, not "5")"},
            Case{R"({"pDate":"gestern"})", R"(pDate needs a date-time, not "gestern")"},
            Case{R"({"pRecord":"x"})", R"(pRecord needs a record, not "x")"},
            Case{R"({"pTxt":"x"})", R"(TEST has no parameter "pTxt"; did you mean pText?)"},
        })
     EXPECT_EQ(fitted(given), expected);
-}
-
-TEST(CallFunction, UnknownNamesGetTheNearestKnownOnes) {
-  YObject record;
-  const CallOutcome function = call_function("SecureSocketGlobalSllInit", record);
-  EXPECT_EQ(function.status, CallStatus::wrong_call);
-  EXPECT_THAT(function.problem, HasSubstr("did you mean SECURESOCKETGLOBALSSLINIT?"));
-  record.StoreText("pUrl", "x");
-  const CallOutcome parameter = call_function("SECURESOCKETGLOBALSSLINIT", record);
-  EXPECT_EQ(parameter.status, CallStatus::wrong_call);
-  EXPECT_THAT(parameter.problem, HasSubstr("has no parameter \"pUrl\"; it takes none"));
-}
-
-TEST(CallFunction, BrokenJsonIsAWrongCallWithItsPosition) {
-  const JsonCallOutcome outcome = call_function_json("SECURESOCKETGLOBALSSLINIT", "{\"a\":");
-  EXPECT_EQ(outcome.status, CallStatus::wrong_call);
-  EXPECT_THAT(outcome.problem, HasSubstr("at byte"));
-}
-
-TEST(CallFunction, AFunctionWithoutResultSucceeds) {
-  for (const std::string_view json : {"", "{}", R"({"_RETV":false})"}) {
-    const JsonCallOutcome outcome = call_function_json("SecureSocketGlobalSSLInit", json);
-    EXPECT_EQ(outcome.status, CallStatus::succeeded);
-    EXPECT_EQ(outcome.json, "{}");
-  }
 }
 
 // What the C interface answers, with its status in front.
@@ -104,17 +74,17 @@ std::string c_call(const char* function, const char* json) {
 }
 
 TEST(CInterface, AnswersInJsonWhateverItIsGiven) {
-  EXPECT_EQ(c_call("SECURESOCKETGLOBALSSLINIT", nullptr), "0 {}");
+  for (const char* json : {static_cast<const char*>(nullptr), "", "{}", R"({"_RETV":false})"})
+    EXPECT_EQ(c_call("SecureSocketGlobalSSLInit", json), "0 {}");
   EXPECT_EQ(c_call("mime_dekodiere", R"({"pEMLDatei": "/nowhere/\u00fc"})"),
             "1 {\"pEMLDatei\":\"/nowhere/\xC3\xBC\",\"pMail\":{},\"_RETV\":false}");
   EXPECT_THAT(c_call(nullptr, nullptr), testing::StartsWith(R"(2 {"error":"no script function is named \"\"; did you)"));
-  EXPECT_THAT(c_call("HTTP_GET", R"({"pUrl":{}})"), HasSubstr("pUrl needs a text, not a record"));
+  EXPECT_THAT(c_call("HTTP_GTE", "{}"), HasSubstr("did you mean HTTP_GET?"));
+  EXPECT_THAT(c_call("SECURESOCKETGLOBALSSLINIT", R"({"pUrl":""})"), HasSubstr("; it takes none"));
+  EXPECT_THAT(c_call("HTTP_GET", "{\"a\":"), HasSubstr("at byte"));
+  EXPECT_EQ(c_call("SOAP_EXECUTEFUNCTION", R"({"pParam":{}})"), R"(1 {"pParam":{},"pErg":{},"_RETV":false})");
   EXPECT_EQ(yinet_call("SECURESOCKETGLOBALSSLINIT", "{}", nullptr), YINET_SUCCEEDED);
   yinet_free(nullptr);
-}
-
-TEST(CInterface, RecordsForResultsNeedNotBeGiven) {
-  EXPECT_EQ(c_call("SOAP_EXECUTEFUNCTION", R"({"pParam":{}})"), R"(1 {"pParam":{},"pErg":{},"_RETV":false})");
 }
 
 }  // namespace
