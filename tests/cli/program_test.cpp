@@ -13,23 +13,19 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
 
-constexpr const char* kCommands[] = {"call", "dns", "ftp", "functions", "mail", "messages", "settings"};
-
-TEST(Program, ShowsHelpWithExamplesWithoutArguments) {
+TEST(Program, HasHelpWithExamples) {
   const CommandResult result = run_program({});
   EXPECT_EQ(result.exit_code, 0);
   EXPECT_THAT(result.output, AllOf(HasSubstr("Examples:"), HasSubstr("yinet call HTTP_GET")));
-  for (const char* command : kCommands) EXPECT_THAT(result.output, HasSubstr(std::string("  ") + command + " "));
-  EXPECT_EQ(result.errors, "");
-}
-
-TEST(Program, TellsItsVersionAndEveryCommandHasHelpWithExamples) {
-  EXPECT_THAT(run_program({"--version"}).output, MatchesRegex("yinet [0-9]+\\.[0-9]+\\.[0-9]+\n"));
-  for (const char* command : kCommands) {
-    const CommandResult result = run_program({command, "--help"});
-    EXPECT_EQ(result.exit_code, 0) << command;
-    EXPECT_THAT(result.output, HasSubstr(std::string("  yinet ") + command)) << command;
+  for (const char* command : {"call", "dns", "ftp", "functions", "mail", "messages", "settings"}) {
+    EXPECT_THAT(result.output, HasSubstr(std::string("  ") + command + " "));
+    EXPECT_THAT(run_program({command, "--help"}).output, HasSubstr(std::string("  yinet ") + command)) << command;
   }
+  EXPECT_THAT(run_program({"--version"}).output, MatchesRegex("yinet [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+  EXPECT_THAT(run_program({"functions"}).output, HasSubstr("\n  SECURESOCKETGLOBALSSLINIT "));
+  EXPECT_THAT(run_program({"functions", "http_post"}).output,
+              AllOf(HasSubstr("text or buffer"), HasSubstr("_RETV (bool)"), HasSubstr("  yinet call HTTP_POST pUrl=")));
+  EXPECT_THAT(run_program({"messages", "21502", "--language", "de"}).output, HasSubstr("DNS-Anfrage"));
 }
 
 TEST(Program, WrongCallsEndWithTwoAndSayWhatWouldBeRight) {
@@ -38,28 +34,19 @@ TEST(Program, WrongCallsEndWithTwoAndSayWhatWouldBeRight) {
     std::string said;
   } kCases[] = {
       {{"functons"}, "there is no command \"functons\"; did you mean functions?"},
-      {{"--bogus"}, "--bogus"},
       {{"call"}, "FUNCTION is required; \"yinet call --help\""},
       {{"call", "HTTP_GTE"}, "did you mean HTTP_GET?"},
       {{"call", "HTTP_GET", "pUlr=x"}, "did you mean pUrl?"},
       {{"call", "HTTP_GET", "pUrl"}, "write KEY=TEXT, KEY:=JSON or KEY=@FILE"},
-      {{"call", "HTTP_GET", "=x"}, "write KEY=TEXT"},
       {{"call", "HTTP_GET", "pUrl:=\"x"}, "at byte"},
-      {{"call", "HTTP_GET", "pUrl:={\"a\":1}"}, "pUrl needs a text, not a record"},
       {{"call", "HTTP_GET", "pUrl=@/nowhere/file"}, "/nowhere/file cannot be read: No such file"},
-      {{"call", "HTTP_GET", "--json", "/nowhere/file"}, "/nowhere/file cannot be read: No such file"},
       {{"call", "HTTP_GET", "--json", "-"}, "--json standard input: "},  // standard input is empty
       {{"functions", "MIME"}, "no script function is named \"MIME\""},
-      {{"dns", "ns", "x.test"}, "ns"},
-      {{"dns", "a"}, "NAME is required"},
       {{"messages", "1"}, "there is no message 1"},
       {{"--set", "DNS=1", "settings"}, "write SECTION/KEY=VALUE"},
-      {{"--set", "/X=1", "settings"}, "write SECTION/KEY=VALUE"},
       {{"--set", "DNS/Zeitlimit=soon", "settings"}, "the value must be a number"},
       {{"--set", "TLS/NamenPruefen=maybe", "settings"}, "the value must be 0 or 1"},
-      {{"settings", "bogus"}, "there is no setting \"bogus\""},
       {{"--settings", "/nowhere/file", "settings"}, "/nowhere/file: "},
-      {{"--log", "xml", "settings"}, "xml"},
       {{"--language", "fr", "settings"}, "fr"},
   };
   for (const auto& wrong : kCases) {
@@ -68,21 +55,6 @@ TEST(Program, WrongCallsEndWithTwoAndSayWhatWouldBeRight) {
     EXPECT_THAT(result.errors, HasSubstr(wrong.said));
     EXPECT_EQ(result.output, "") << wrong.said;
   }
-}
-
-TEST(Program, ListsAndExplainsFunctions) {
-  const CommandResult list = run_program({"functions"});
-  EXPECT_EQ(list.exit_code, 0);
-  EXPECT_THAT(list.output, AllOf(HasSubstr("\n  HTTP_GET "), HasSubstr("\n  SECURESOCKETGLOBALSSLINIT ")));
-  const CommandResult one = run_program({"functions", "http_post"});
-  EXPECT_EQ(one.exit_code, 0);
-  EXPECT_THAT(one.output, AllOf(HasSubstr("pContent "), HasSubstr("text or buffer"), HasSubstr("_RETV (bool)"),
-                                HasSubstr("  yinet call HTTP_POST pUrl=")));
-}
-
-TEST(Program, MessagesComeInTheLanguageAskedFor) {
-  EXPECT_THAT(run_program({"messages", "21502"}).output, HasSubstr("DNS query"));
-  EXPECT_THAT(run_program({"messages", "21502", "--language", "de"}).output, HasSubstr("DNS-Anfrage"));
 }
 
 TEST(Program, SettingsComeFromFileEnvironmentAndOptions) {
@@ -97,23 +69,16 @@ TEST(Program, SettingsComeFromFileEnvironmentAndOptions) {
                                    HasSubstr("DNS/Server = 192.0.2.1\n"), HasSubstr("ProxyPasswort = ***\n")));
 }
 
-TEST(Program, RemarksOnSettingsThatTheLibraryDoesNotHave) {
-  const CommandResult result = run_program({"--set", "DNS/Serwer=x", "dns", "a", "localhost"});
-  EXPECT_EQ(result.exit_code, 0);
-  EXPECT_EQ(result.output, "127.0.0.1\n");
-  EXPECT_THAT(result.errors, AllOf(HasSubstr("DNS/Serwer"), HasSubstr("DNS/Server")));
-}
-
-TEST(Program, SaysSoWhenItsOutputIsLost) {
-  const CommandResult result = run_command({"sh", "-c", std::string(YINET_PROGRAM) + " functions > /dev/full"});
-  EXPECT_EQ(result.exit_code, 1);
-  EXPECT_THAT(result.errors, HasSubstr("No space left on device"));
-}
-
-TEST(Program, LogLinesAreJsonWhenAskedFor) {
-  const CommandResult result = run_program({"--log", "json", "--set", "DNS/Server=nobody knows", "dns", "a", "x.test"});
-  EXPECT_EQ(result.exit_code, 1);
-  EXPECT_THAT(result.errors, AllOf(testing::StartsWith("{"), HasSubstr("21500"), Not(HasSubstr("yinet:"))));
+TEST(Program, TellsWhatIsWrongBesideTheResult) {
+  const CommandResult remark = run_program({"--set", "DNS/Serwer=x", "dns", "a", "localhost"});
+  EXPECT_EQ(remark.output, "127.0.0.1\n");
+  EXPECT_THAT(remark.errors, AllOf(HasSubstr("DNS/Serwer"), HasSubstr("DNS/Server")));
+  const CommandResult lost = run_command({"sh", "-c", std::string(YINET_PROGRAM) + " functions > /dev/full"});
+  EXPECT_EQ(lost.exit_code, 1);
+  EXPECT_THAT(lost.errors, HasSubstr("No space left on device"));
+  const CommandResult json = run_program({"--log", "json", "--set", "DNS/Server=nobody knows", "dns", "a", "x.test"});
+  EXPECT_EQ(json.exit_code, 1);
+  EXPECT_THAT(json.errors, AllOf(testing::StartsWith("{"), HasSubstr("21500"), Not(HasSubstr("yinet:"))));
 }
 
 }  // namespace
