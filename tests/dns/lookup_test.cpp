@@ -101,28 +101,26 @@ TEST_F(Lookup, ARealServerAnswers) {
 
 TEST_F(Lookup, EqualPreferencesKeepTheOrderOfTheAnswer) {
   ScriptedDnsServer server([](const DnsQuery& query) {
-    DnsMessage reply = DnsMessage::reply_to(query);
-    return reply.mx(query.name, 20, "z")
-        .mx(query.name, 9, "c")
-        .mx(query.name, 20, "a")
-        .mx(query.name, 100, "b")
-        .bytes();
+    return DnsMessage::reply_to(query).mx(query.name, 20, "z").mx(query.name, 9, "c").mx(query.name, 20, "a").bytes();
   });
   use_servers(server.target());
-  EXPECT_THAT(mail_servers_of("x.test"), ElementsAre("9 c", "20 z", "20 a", "100 b"));
+  EXPECT_THAT(mail_servers_of("x.test"), ElementsAre("9 c", "20 z", "20 a"));
 }
 
 TEST_F(Lookup, EveryLookupAsksForTheNameInUtf8AndSomeAskNobody) {
   ScriptedDnsServer server(answering("192.0.2.1"));
   use_servers(server.target());
   EXPECT_EQ(address_of("198.51.100.7"), "198.51.100.7");
-  EXPECT_EQ(address_of("localhost"), "127.0.0.1");
   EXPECT_EQ(address_of("LocalHost."), "127.0.0.1");
   for (const std::string& name : {""s, "a\r\nb"s, "1.2.3.4\0"s}) EXPECT_EQ(failure_of(YString(name)), "123") << name;
   EXPECT_THAT(server.queries(), IsEmpty());
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(address_of("m\xFCller.test"), "192.0.2.1");
-  ASSERT_EQ(server.queries().size(), 3U);
-  EXPECT_EQ(server.queries()[2].name, "m\xC3\xBCller.test");
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(address_of("m\xFCller.test"), "192.0.2.1");
+  ASSERT_EQ(server.queries().size(), 2U);
+  EXPECT_EQ(server.queries()[1].name, "m\xC3\xBCller.test");
+  use_servers("nobody knows");
+  log_.clear();
+  EXPECT_EQ(address_of("x.test"), "");
+  EXPECT_THAT(log_.numbers(), ElementsAre(message::kDnsLibraryFailed));
 }
 
 TEST_F(Lookup, ASilentServerIsRepeatedWithinTheLimit) {
@@ -141,33 +139,27 @@ TEST_F(Lookup, ASilentServerIsRepeatedWithinTheLimit) {
 
 TEST_F(Lookup, LiesEndInAStatus) {
   set(settings::kDnsTimeout, "600");
-  struct Case {
-    DnsHandler handler;
-    std::string status;
-  };
   const auto cut = [](std::size_t kept) {
     return [kept](const DnsQuery& query) { return answering("192.0.2.7")(query).substr(0, kept); };
   };
-  const Case lies[] = {
-      {[](const DnsQuery& query) {
-         return DnsMessage::reply_to(query)
-             .a(query.name, "192.0.2.7")
-             .id(static_cast<std::uint16_t>(query.id + 1))
-             .bytes();
-       },
-       "1460"},
-      {[](const DnsQuery& query) { return answering("192.0.2.7")({.id = query.id, .name = "other.test", .type = 1}); },
-       "1460"},
+  const auto as_if = [](int id, const char* name) {
+    return [id, name](const DnsQuery& query) {
+      return answering("192.0.2.7")({.id = static_cast<std::uint16_t>(query.id + id), .name = name, .type = 1});
+    };
+  };
+  const std::pair<DnsHandler, std::string> lies[] = {
+      {as_if(1, "x.test"), "1460"},
+      {as_if(0, "other.test"), "1460"},
       {cut(5), "1460"},  // not even a whole header: never taken for an answer
       {cut(40), "9002"},
       {[](const DnsQuery& query) { return DnsMessage::reply_to(query).cname(query.name, "elsewhere.test").bytes(); },
        "9501"},
       // The rest would have to come over TCP, which is refused.
       {[](const DnsQuery& query) { return DnsMessage::reply_to(query).truncated().bytes(); }, "9002"}};
-  for (const Case& lie : lies) {
-    ScriptedDnsServer server(lie.handler);
+  for (const auto& [handler, status] : lies) {
+    ScriptedDnsServer server(handler);
     use_servers(server.target());
-    EXPECT_EQ(failure_of("x.test"), lie.status);
+    EXPECT_EQ(failure_of("x.test"), status);
   }
 }
 
@@ -190,26 +182,17 @@ TEST_F(Lookup, TheNextServerIsAskedUntilOneKnows) {
   EXPECT_EQ(failure_of("x.test"), "9002");
 }
 
-TEST_F(Lookup, AServerListThatCannotBeReadIsASetUpFailure) {
-  use_servers("nobody knows");
-  EXPECT_EQ(address_of("x.test"), "");
-  EXPECT_THAT(log_.numbers(), ElementsAre(message::kDnsLibraryFailed));
-}
-
 TEST_F(Lookup, ManyThreadsMayAskAtOnce) {
   ScriptedDnsServer server(
       [](const DnsQuery& query) { return answering("192.0.2." + query.name.substr(0, query.name.find('.')))(query); });
   use_servers(server.target());
-  std::array<int, 8> right{};
-  {
-    std::vector<std::jthread> threads;
-    for (std::size_t t = 0; t < right.size(); ++t)
-      threads.emplace_back([&, t] {
-        const std::string number = std::to_string(t + 1);
-        for (int i = 0; i < 25; ++i) right[t] += address_of(YString(number + ".test")) == "192.0.2." + number;
-      });
-  }
-  EXPECT_THAT(right, Each(25));
+  std::vector<std::jthread> threads;
+  for (int t = 1; t <= 8; ++t)
+    threads.emplace_back([t] {
+      const std::string number = std::to_string(t);
+      for (int i = 0; i < 25; ++i) EXPECT_EQ(address_of(YString(number + ".test")), "192.0.2." + number);
+    });
+  for (std::jthread& thread : threads) thread.join();
 }
 
 }  // namespace
