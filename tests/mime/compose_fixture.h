@@ -17,8 +17,6 @@ class OpenMessage : public YMIMEMessage {
   using YMIMEMessage::m_Date;
   using YMIMEMessage::m_FormatMessage;
   using YMIMEMessage::m_Header;
-  using YMIMEMessage::m_IsDateInDST;
-  using YMIMEMessage::m_MakeAttachFileName;
   using YMIMEMessage::m_Parts;
   using YMIMEMessage::m_Subject;
 

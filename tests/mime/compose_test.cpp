@@ -13,10 +13,6 @@
 namespace yinet::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-
 constexpr int kLineBreakReplaced = 21073;
 constexpr int kAttachmentFailed = 21074;
 
@@ -30,19 +26,16 @@ std::string plain_part(const std::string& text) {
   return "Content-Type: text/plain; charset=\"iso-8859-1\"\r\nContent-Transfer-Encoding: 8Bit\r\n\r\n" + text +
          (text.empty() ? "" : "\r\n");
 }
-std::string html_part(const std::string& html) {
-  return "Content-Type: text/html; charset=\"iso-8859-1\"\r\nContent-Transfer-Encoding: quoted-printable\r\n\r\n" + html + "\r\n";
+std::string part(const std::string& type, const std::string& encoding, const std::string& name, const std::string& lines) {
+  return formatted("Content-Type: $1$\r\nContent-Transfer-Encoding: $2$\r\nContent-Disposition: attachment; "
+                   "filename=\"$3$\"\r\n\r\n$4$", type, encoding, name, lines);
 }
 std::string file_part(const std::string& name, const std::string& lines) {
-  return formatted("Content-Type: application/octet-stream; file=\"$1$\"\r\nContent-Transfer-Encoding: base64\r\n"
-                   "Content-Disposition: attachment; filename=\"$1$\"\r\n\r\n$2$", name, lines);
+  return part("application/octet-stream; file=\"" + name + "\"", "base64", name, lines);
 }
 std::string calendar_part(const std::string& name, const std::string& lines) {
-  return formatted("Content-Type: text/calendar ;method=REPLY; charset=UTF-8\r\nContent-Transfer-Encoding: 7bit\r\n"
-                   "Content-Disposition: attachment; filename=\"$1$\"\r\n\r\n$2$", name, lines);
+  return part("text/calendar ;method=REPLY; charset=UTF-8", "7bit", name, lines);
 }
-
-// --- Header -----------------------------------------------------------------------------------------------------------
 
 TEST_F(ComposeTest, HeaderHasItsFieldsInOrder) {
   mail_.StoreText("ABSENDERNAME", "not written");
@@ -56,26 +49,21 @@ TEST_F(ComposeTest, HeaderHasItsFieldsInOrder) {
       "Subject: =\\?iso-8859-1\\?B\\?SGFsbG8=\\?=\r\nX-Mailer: KV Mail\r\nX-KV-MailID: 4711\r\nMIME-Version: 1\\.0\r\n"
       "Content-Type: multipart/mixed; boundary=" + kOuter + "\r\n\r\n"))) << message.GetHeader().str();
   YObject nothing;
-  const OpenMessage bare(nothing);
-  EXPECT_EQ(bare.field("From:") + bare.field("To:") + bare.field("Cc:") + bare.field("X-KV") + bare.field("Subject:"),
-            "From: <>Subject: ");
+  EXPECT_EQ(OpenMessage(nothing).field("From:") + OpenMessage(nothing).field("To:"), "From: <>");
   OpenMessage().CreateMessage(nullptr);
 }
 
 TEST_F(ComposeTest, RecipientsStandOnLinesOfTheirOwnAndCanBeReadBack) {
-  mail_.StoreText("BLINDKOPIE", "b@x.de");
-  for (const auto& [list, line] : {std::pair{" ; ,", ""}, std::pair{"=?x?Q?M=2C_Eva?= <e@x.de>", "To:M,\r\n\t\t Eva<<e@x.de>>"},
+  for (const auto& [list, line] : {std::pair{" ; ,", ""},
+                                   std::pair{"=?x?Q?M=2C_Eva?= <e@x.de>", "To:M,\r\n\t\t Eva<<e@x.de>>"},
                                    std::pair{"Eva M <e@x.de>;m@x.de", "To:Eva M<<e@x.de>>,\r\n\t\t<m@x.de>"}}) {
     mail_.StoreText("EMPF\xC4NGER", list);
     EXPECT_EQ(OpenMessage(mail_).field("To:"), line) << list;
   }
   const OpenMessage message(mail_);
-  EXPECT_EQ(message.GetFrom(), "<eva@example.org>");
-  EXPECT_THAT((std::vector{message.GetNumRecipients(0), message.GetNumRecipients(1), message.GetNumRecipients(7)}),
-              ElementsAre(2, 0, 1));
-  YString address = "kept", name = "kept";
-  for (const int index : {2, -1}) EXPECT_FALSE(message.GetRecipient(address, name, index, 0));
-  EXPECT_EQ(address + name, "keptkept");
+  EXPECT_EQ(std::pair(message.GetNumRecipients(0), message.GetNumRecipients(1)), std::pair(2, 0));
+  YString address, name;
+  EXPECT_FALSE(message.GetRecipient(address, name, 2, 0));
   EXPECT_TRUE(message.GetRecipient(address, name, 0, 0));
   EXPECT_EQ(name + address, "Eva M<e@x.de>");
 }
@@ -97,7 +85,8 @@ TEST_F(ComposeTest, NoValueAddsAHeaderLine) {
       EXPECT_TRUE(std::regex_match(message.GetHeader().str(), kFields)) << message.GetHeader().str();
       YString address, name;
       for (int kind = 0; kind < 3; ++kind)
-        for (int i = 0; message.GetRecipient(address, name, i, kind); ++i) EXPECT_FALSE(breaks_protocol_line(address + name));
+        for (int i = 0; message.GetRecipient(address, name, i, kind); ++i)
+          EXPECT_FALSE(breaks_protocol_line(address + name));
       const bool is_list = key.ends_with("NGER") || key.ends_with("KOPIE");
       const bool replaced = is_list || ((key == "ABSENDER" || key == "MAILID") && !attack.starts_with("=?"));
       EXPECT_EQ(log_.last(kLineBreakReplaced).number != 0, replaced);
@@ -108,10 +97,8 @@ TEST_F(ComposeTest, NoValueAddsAHeaderLine) {
 
 TEST_F(ComposeTest, DatesAreEnglishAndSummerTimeEndsOnASaturday) {
   const std::pair<YDate, std::string> kDays[] = {
-      {YDate(2025, 3, 29), "Sat, 29 Mar 2025 07:08:09 +0100"}, {YDate(2025, 3, 30), "Sun, 30 Mar 2025 07:08:09 +0200"},
-      {YDate(2024, 3, 30), "Sat, 30 Mar 2024 07:08:09 +0100"}, {YDate(2024, 3, 31), "Sun, 31 Mar 2024 07:08:09 +0200"},
-      {YDate(2025, 10, 25), "Sat, 25 Oct 2025 07:08:09 +0200"}, {YDate(2025, 10, 26), "Sun, 26 Oct 2025 07:08:09 +0100"},
-      {YDate(2021, 10, 30), "Sat, 30 Oct 2021 07:08:09 +0200"}, {YDate(2021, 10, 31), "Sun, 31 Oct 2021 07:08:09 +0100"}};
+      {YDate(2025, 3, 29), "Sat, 29 Mar 2025 07:08:09 +0100"}, {YDate(2024, 3, 31), "Sun, 31 Mar 2024 07:08:09 +0200"},
+      {YDate(2025, 10, 25), "Sat, 25 Oct 2025 07:08:09 +0200"}, {YDate(2021, 10, 31), "Sun, 31 Oct 2021 07:08:09 +0100"}};
   for (const auto& [date, line] : kDays) {
     OpenMessage message;
     message.m_Date.Set(date, YTime(7, 8, 9));
@@ -120,40 +107,29 @@ TEST_F(ComposeTest, DatesAreEnglishAndSummerTimeEndsOnASaturday) {
   }
 }
 
-// --- Body -------------------------------------------------------------------------------------------------------------
-
 TEST_F(ComposeTest, PartsHaveTheirHeadersAndTheirOrder) {
   mail_.StoreText("NACHRICHT", "  Gr\xFC\xDF" "e\n\r\n");
-  attach_file("a.bin", pattern_bytes(60));
+  attach_file("a.bin", std::string(60, 'a'));
   attach("");
   attach_file("leer.txt", "");
   attach_file("sub/Zusage.ics", "BEGIN:VCALENDAR\nA\r\nB\rEND:VCALENDAR");
   attach_file("zusage.ics", "");
   std::vector<std::string> parts = {
       plain_part("Gr\xFC\xDF" "e"),
-      file_part("a.bin", base64_encoded(pattern_bytes(60).substr(0, 54)) + "\r\n" + base64_encoded(pattern_bytes(60).substr(54)) +
-                             "\r\n\r\n"),
+      file_part("a.bin", base64_encoded(std::string(54, 'a')) + "\r\n" + base64_encoded("aaaaaa") + "\r\n\r\n"),
       file_part("leer.txt", "\r\n"), calendar_part("Zusage.ics", "BEGIN:VCALENDAR\r\nA\r\nB\r\nEND:VCALENDAR\r\n"),
       file_part("zusage.ics", "\r\n")};
   EXPECT_EQ(OpenMessage(mail_).GetBody().str(), body_of(parts));
 
-  attach_file("Nachricht.htm", "<p>Gr\xFC\xDF" "e a=b</p>");
+  attach_file("Meine Nachricht.htm", "");
+  attach_file("Nachrich.HTML", "<p>Gr\xFC\xDF" "e a=b</p>");
   const std::string inner = "--" + kInner;
-  parts[0] = "Content-Type: multipart/alternative; boundary=" + kInner + "\r\n\r\n" + inner + "\r\n" + parts[0] + inner + "\r\n" +
-             html_part("<p>Gr=fc=df" "e a=3Db</p>") + inner + "--\r\n";
+  parts[0] = "Content-Type: multipart/alternative; boundary=" + kInner + "\r\n\r\n" + inner + "\r\n" + parts[0] + inner +
+             "\r\nContent-Type: text/html; charset=\"iso-8859-1\"\r\nContent-Transfer-Encoding: quoted-printable\r\n\r\n"
+             "<p>Gr=fc=df" "e a=3Db</p>\r\n" + inner + "--\r\n";
+  parts.push_back(file_part("Meine Nachricht.htm", "\r\n"));
   EXPECT_EQ(OpenMessage(mail_).GetBody().str(), body_of(parts));
-  EXPECT_THAT(log_.numbers(), IsEmpty());
-}
-
-TEST_F(ComposeTest, HtmlBodyIsRecognisedByItsName) {
-  mail_.StoreText("NACHRICHT", "");
-  for (const auto& [name, is_html] : {std::pair{"NACHRICHT.HTM", true}, std::pair{"Nachrich.html", true},
-                                      std::pair{"Meine Nachricht.htm", false}, std::pair{"Nachricht.txt", false}}) {
-    mail_.StoreText("ANLAGEN", "");
-    attach_file(name, "<>");
-    EXPECT_EQ(OpenMessage(mail_).GetBody().str(),
-              is_html ? body_of({html_part("<>")}) : body_of({plain_part(""), file_part(name, "PD4=\r\n\r\n")})) << name;
-  }
+  EXPECT_THAT(log_.numbers(), testing::IsEmpty());
 }
 
 // A file that was read has an empty line at its end, one that was not has no line at all.
@@ -169,10 +145,11 @@ TEST_F(ComposeTest, WhatCannotBeReadIsReportedAndLeavesItsHeader) {
 }
 
 TEST_F(ComposeTest, LineEndsAreLeftAloneUnlessASettingUnifiesThem) {
-  mail_.StoreText("NACHRICHT", "a\nb\rc\r\n.d");
-  EXPECT_EQ(OpenMessage(mail_).GetBody().str(), body_of({plain_part("a\nb\rc\r\n..d")}));
-  set("ZeilenendenVereinheitlichen", "1");
-  EXPECT_EQ(OpenMessage(mail_).GetBody().str(), body_of({plain_part("a\r\nb\r\nc\r\n..d")}));
+  mail_.StoreText("NACHRICHT", "a\nb\r\rc\r\n.d");
+  for (const auto& [setting, sent] : {std::pair{"0", "a\nb\r\rc\r\n..d"}, std::pair{"1", "a\r\nb\r\n\r\nc\r\n..d"}}) {
+    set("ZeilenendenVereinheitlichen", setting);
+    EXPECT_EQ(OpenMessage(mail_).GetBody().str(), body_of({plain_part(sent)}));
+  }
 }
 
 TEST_F(ComposeTest, SecondCompositionAppendsItsParts) {
@@ -182,26 +159,18 @@ TEST_F(ComposeTest, SecondCompositionAppendsItsParts) {
   EXPECT_EQ(message.GetBody().str(), body_of({plain_part("Second"), plain_part("Text")}));
 }
 
-TEST_F(ComposeTest, DerivedClassesReplaceStepsAndNoHalfMailIsLeft) {
-  class Traced : public OpenMessage {
+TEST_F(ComposeTest, NoHalfMailIsLeftWhenAStepFails) {
+  class Failing : public OpenMessage {
    public:
-    void prepare_header() override { m_Header += "own header\r\n"; }
     void append_mime_parts() override {
       m_Body += "own parts";
-      if (fails) throw std::bad_alloc();
+      throw std::bad_alloc();
     }
-    bool fails = false;
   } message;
   message.CreateMessage(&mail_);
-  EXPECT_EQ(message.GetHeader(), "own header\r\n\r\n");
-  EXPECT_EQ(message.GetBody().str(), kPreamble + "own parts\r\n--" + kOuter + "--\r\n");
-  message.fails = true;
-  message.CreateMessage(&mail_);
   EXPECT_EQ(message.GetHeader() + message.GetBody(), "");
-  EXPECT_THAT(log_.numbers(), ElementsAre(21075));
+  EXPECT_EQ(log_.numbers(), std::vector{21075});
 }
-
-// --- Attachments from the record --------------------------------------------------------------------------------------
 
 TEST_F(ComposeTest, AttachmentsComeFromTheRecordUnderTheirExactKey) {
   mail_.Store<YBuffer>("puffer.bin", YBuffer(std::string_view("\0\xFF", 2)));
@@ -213,34 +182,16 @@ TEST_F(ComposeTest, AttachmentsComeFromTheRecordUnderTheirExactKey) {
   temporary_.write("MAIL0001.TMP", "mine");
   std::filesystem::create_symlink(folder_ / "target", temporary_ / "MAIL0002.TMP");
   EXPECT_EQ(OpenMessage(mail_).GetBody().str(),
-            body_of({plain_part("Text"), file_part("MAIL0003.TMP", "AP8=\r\n\r\n"), file_part("MAIL0004.TMP", "VGV4dAo=\r\n\r\n"),
+            body_of({plain_part("Text"), file_part("MAIL0003.TMP", "AP8=\r\n\r\n"),
+                     file_part("MAIL0004.TMP", "VGV4dAo=\r\n\r\n"),
                      file_part("MAIL0005.TMP", "NDI=\r\n\r\n"), file_part("gross.txt", "UGxhdHRl\r\n\r\n")}));
   EXPECT_EQ(temporary_files().size(), 2U) << "those that were there before";
   EXPECT_EQ(read_file(temporary_ / "MAIL0001.TMP"), "mine");
   EXPECT_FALSE(std::filesystem::exists(folder_ / "target"));
-  EXPECT_THAT(log_.numbers(), IsEmpty());
-
   set("AnlagenNamenBehalten", "1");
   mail_.StoreText("ANLAGEN", "text.txt");
-  EXPECT_THAT(OpenMessage(mail_).GetBody().str(), HasSubstr(file_part("text.txt", "VGV4dAo=")));
-}
-
-TEST_F(ComposeTest, TemporaryFilesLiveAsLongAsAnyCopyOfTheMessage) {
-  attach_from_record("a.txt", "content");
-  auto first = std::make_unique<OpenMessage>(mail_);
-  auto second = std::make_unique<OpenMessage>(*first);
-  OpenMessage third;
-  third = *second;
-  first.reset();
-  second->m_Parts.clear();
-  second.reset();
-  EXPECT_THAT(temporary_files(), ElementsAre("MAIL0001.TMP"));
-  third.m_Body.Clear();
-  third.append_mime_parts();
-  EXPECT_THAT(third.m_Body.str(), HasSubstr(base64_encoded("content")));
-  third = OpenMessage();
-  EXPECT_THAT(temporary_files(), IsEmpty());
-
+  EXPECT_THAT(OpenMessage(mail_).GetBody().str(), testing::HasSubstr(file_part("text.txt", "VGV4dAo=")));
+  set("AnlagenNamenBehalten", "0");
   set_temporary_folder(folder_.write("file", "no folder").string());
   EXPECT_EQ(OpenMessage(mail_).GetBody().str(), body_of({plain_part("Text")}));
   EXPECT_THAT(log_.numbers(), testing::Contains(kAttachmentFailed));
@@ -259,22 +210,10 @@ TEST_F(ComposeTest, WhatIsBeyondTheLimitOfTheProfileIsLeftOut) {
           "attachments.", 0}};
   for (const auto& [limit, error, files] : kRows) {
     mail_.Delete("_Error_");
-    log_.clear();
-    const OpenMessage message(mail_, limit);
+    EXPECT_EQ(OpenMessage(mail_, limit).m_Parts.size(), files + 1);
     EXPECT_EQ(text("_Error_"), error);
-    if (!error.empty()) {
-      EXPECT_EQ(log_.records().back().text + std::to_string(log_.records().back().level), error + "6");
-    }
-    EXPECT_EQ(message.m_Parts.size(), files + 1);
+    EXPECT_TRUE(error.empty() || (log_.records().back().text == error && log_.records().back().level == 6));
   }
-}
-
-TEST_F(ComposeTest, AttachmentNamesFitForTheDisk) {
-  const std::pair<const char*, const char*> kNames[] = {
-      {"", "Embeddedxxx"},    {"\"Bild.jpg\"", "Bild.jpg_"},   {"a;b\"c?d*e:f/g\\h<i>j|.txt", "a_b_c_d_e_f_g_h_i_j|.txt"},
-      {"a/b", "a_b.xxx"},     {"\"nachricht.HTM", "Nachricht_orig.htm"}, {"Nachricht.html", "Nachricht.html"},
-      {"punkt.", "punkt.xxx"}, {"..", "..xxx"},                {"\"", ".xxx"}};
-  for (const auto& [name, safe] : kNames) EXPECT_EQ(OpenMessage().m_MakeAttachFileName(name), safe) << name;
 }
 
 }  // namespace

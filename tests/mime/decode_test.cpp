@@ -44,21 +44,17 @@ TEST_F(MailTest, EnvelopeComesFromTheHeader) {
   ASSERT_TRUE(decode("From: =?utf-8?Q?M=C3=BCller?= <m@x.de>\r\nTo: \"A\" <a@x.de>, b@x.de\r\nCc: c@x.de\r\n"
                      "Reply-To: R <r@x.de>\r\nEnvelope-To: <e@x.de>, e@x.de\r\nX-Original-To: f@x.de \"g@x.de =h@x.de i\r\n"
                      "Subject: =?utf-8?B?R3LDvMOfZQ==?=\r\nDate: Sat, 21 Nov 2026 10:00:00 +0100\r\n"
-                     "X-MAILVALT-MailArchiv-ID: 17\r\n\r\nHallo"));
+                     "X-PGDocID: 18\r\nX-MAILVALT-MailArchiv-ID: 17\r\n\r\nHallo"));
   const std::pair<const char*, const char*> kFields[] = {
       {"ABSENDER", "m@x.de"}, {"ABSENDERNAME", "M\xFCller"}, {"EMPF\xC4NGER", "a@x.de\x01" "b@x.de"}, {"KOPIE", "c@x.de"},
       {"ORIGEMPF\xC4NGER", "e@x.de\x01" "f@x.de"}, {"AntwortAdresse", "r@x.de"}, {"BETREFF", "Gr\xFC\xDF" "e"},
-      {"NACHRICHT", "Hallo"}, {"MAILARCHIVID", "17"}};
+      {"NACHRICHT", "Hallo"}, {"MAILARCHIVID", "18"}};
   for (const auto& [key, value] : kFields) EXPECT_EQ(text(key), value) << key;
   ASSERT_NE(mail_.Find<YDateAndTime>("GESENDET"), nullptr);
   EXPECT_EQ(mail_.Find<YDateAndTime>("GESENDET")->EpochMilliseconds(), 1795251600000);
-  for (const char* key : {"ANLAGEN", "Header", "PARTINFORMATION"}) EXPECT_FALSE(mail_.Exist(key)) << key;
-
   ASSERT_TRUE(decode("From: N <a@x.de>\r\nReply-To: r@x.de\r\nDate: 99999999999\r\n\r\nText", 4));  // a short record
   EXPECT_EQ(text("ABSENDER") + text("BETREFF"), "a@x.de");
-  for (const char* key : {"ABSENDERNAME", "AntwortAdresse", "NACHRICHT", "GESENDET"}) EXPECT_FALSE(mail_.Exist(key)) << key;
-  ASSERT_TRUE(decode("From: a@x.de\r\nX-PGDocID: 18\r\nX-MAILVALT-MailArchiv-ID: 17\r\n\r\n"));
-  EXPECT_EQ(text("ABSENDER") + text("BETREFF") + text("MAILARCHIVID"), "a@x.de(Kein Betreff)18");
+  for (const char* key : {"ABSENDERNAME", "AntwortAdresse", "NACHRICHT"}) EXPECT_FALSE(mail_.Exist(key)) << key;
 }
 
 TEST_F(MailTest, FieldsThatRepeatAreCountedAndTheLastAddressIsDecoded) {
@@ -66,8 +62,9 @@ TEST_F(MailTest, FieldsThatRepeatAreCountedAndTheLastAddressIsDecoded) {
   const YObject& header = *mail_.Find<YObject>("Header");
   EXPECT_EQ(header.GetString("received.2") + header.GetString("Received.2.2"), "23");
   EXPECT_EQ(header.GetString("CC") + header.GetString("To"), "=?x?Q?a?=c");
-  ASSERT_TRUE(decode("Content-Type: a/b; Name=\"n\"; name*0*=utf-8''%C3%A4; name*1=.c; CharSet=\"=?x?Q?a?=\"; x=\"=?x?Q?c?=\"\r\n"
-                     "Content-Disposition: inline;\tfilename*=utf-8''%C3%A4; charset==?x?Q?c?=; bad=1=2\r\nboundary: x\r\n\r\n", 2));
+  ASSERT_TRUE(decode("Content-Type: a/b; Name=\"n\"; name*0*=utf-8''%C3%A4; name*1=.c; CharSet=\"=?x?Q?a?=\"; "
+                     "x=\"=?x?Q?c?=\"\r\n"
+                     "Content-Disposition: inline;\tfilename*=utf-8''%C3%A4; charset==?x?Q?c?=; bad=1=2\r\n\r\n", 2));
   const YObject& parameters = *mail_.Find<YObject>("Header");
   EXPECT_EQ(parameters.GetString("name"), "\xE4.c");
   EXPECT_EQ(parameters.GetString("filename"), "\xE4");
@@ -80,46 +77,31 @@ TEST_F(MailTest, FailsWithoutAMailAndWritesNothing) {
   EXPECT_FALSE(decode(""));
   EXPECT_THAT(log.numbers(), ElementsAre(21071));
   YMIMEMessage message(YString(), 0, 10240, 0);
-  EXPECT_FALSE(message.Decode(YString("fehlt.eml"), &mail_, 0));
   EXPECT_FALSE(message.Decode(YString("Subject: x\r\n\r\n"), &mail_, 0));
-  EXPECT_FALSE(message.Decode(YString(), &mail_, 8));
   EXPECT_FALSE(message.Decode(YString("Subject: x\r\n\r\n"), nullptr, 8));
   EXPECT_TRUE(mail_.IsEmpty());
 }
 
-TEST_F(MailTest, BodiesFollowTheirTransferEncodingAndCharset) {
-  const struct { std::string_view type, encoding, body, expected; } kRows[] = {
-      {"", "", "a=C3=A4=\r\nb\r\n", "a\xC3\xA4" "b"},                                   // untyped: quoted-printable
-      {"text/plain; charset=utf-8", "", "\xC3\xA4 =41\r\n\r\n.\r\n\r\n", "\xE4 =41\r\n"},
-      {"text/plain; charset=iso-8859-1", "8bit", "\x80\xE4", "\x80\xE4"},
-      {"text/plain; charset=koi8-r", "8bit", "a\xC1", "a\x1A"},
-      {"text/plain; charset=UTF-8", "8bit", std::string_view("\0\xC3\xA4", 3), std::string_view("\0\xE4", 2)},
-      {"text/plain; charset=nobody", "binary", "\r\n..a\xE4", "\r\n..a\xE4"},
-      {"TEXT/PLAIN", "7bit", "a=41\r\n..b", "a=41\r\n.b"},
-      {"text/plain; charset=utf-8", "base64", "###",
-       "Folgender Inhalt wurde in einer ung\xFCltigen Kodierung \xFC" "bermittelt: \r\n\r\n###"},
-  };
-  for (const auto& row : kRows)
-    EXPECT_EQ(result_of(formatted("Subject: x\r\nContent-Type: $1$\r\nContent-Transfer-Encoding: $2$\r\n\r\n$3$", row.type,
-                                  row.encoding, row.body)), row.expected) << row.type << row.encoding;
-}
-
-TEST_F(MailTest, AttachmentsFollowTheirTransferEncoding) {
+// The ordinary ones stand in the collection of mails.
+TEST_F(MailTest, ContentsFollowTheirTransferEncoding) {
+  const std::string utf8 = "Content-Type: text/plain; charset=utf-8\r\n";
+  EXPECT_EQ(result_of("Subject: x\r\nContent-Type: \r\nContent-Transfer-Encoding: \r\n\r\na=C3=A4=\r\nb"),
+            "a\xC3\xA4" "b");  // quoted-printable
+  EXPECT_EQ(result_of(utf8 + "\r\n\xC3\xA4 =41\r\n..b"), "\xE4 =41\r\n.b");
+  EXPECT_EQ(result_of(utf8 + "Content-Transfer-Encoding: base64\r\n\r\n###"),
+            "Folgender Inhalt wurde in einer ung\xFCltigen Kodierung \xFC" "bermittelt: \r\n\r\n###");
   const std::pair<std::string, std::string> kRows[] = {
       {"\r\n\r\na=41\r\n..b", "a=41\r\n..b"},
-      {"base64\r\n\r\nQUJD\r\nRA==\r\n\r\n", "ABCD"},
-      {"base64\r\n\r\nQU!JD*RA=\r\n=", "ABCD"},                 // junk is passed over
-      {"base64\r\n\r\nQQ==\r\nQg==\r\n", "AB"},                 // padding in the middle
-      {"quoted-printable\r\n\r\na=41=\r\nb", "aAb"},
+      {"base64\r\n\r\nQU!JD*RA=\r\n=\r\nQg==", "ABCDB"},  // junk is passed over, padding in the middle too
       {"7bit\r\n\r\na=41", "aA"},
-      {"x-unknown\r\n\r\na=41", "a=41"},
   };
   for (const auto& [part, expected] : kRows) {
     const std::string mail = "Content-Type: a/b; name=f.bin\r\nContent-Transfer-Encoding: " + part;
     EXPECT_EQ(result_of(mixed({mail})), "[f.bin=" + expected + "]") << part;
     EXPECT_EQ(result_of("Subject: x\r\n" + mail + "\r\n.\r\n"), "[f.bin=" + expected + "]") << part;  // the terminator goes
   }
-  EXPECT_EQ(result_of(mixed({"Content-Type: text/calendar\r\nContent-Transfer-Encoding: 7bit\r\n\r\na=41"})), "[Termin.ics=a=41]");
+  const std::string calendar = "Content-Type: text/calendar\r\nContent-Transfer-Encoding: 7bit\r\n\r\na=41";
+  EXPECT_EQ(result_of(mixed({calendar})), "[Termin.ics=a=41]");
 }
 
 TEST_F(MailTest, StructuresGiveTextAndAttachments) {
@@ -127,40 +109,32 @@ TEST_F(MailTest, StructuresGiveTextAndAttachments) {
   const std::string inner = replaced(mixed({kText + "innen", file_part("f.bin", "x")}), "=_b", "=_i");
   const std::pair<std::string, std::string> kRows[] = {
       {"+OK 120 octets\r\nSubject: x\r\n\r\nText\r\n.\r\n", "Text"},
-      {"Subject: x\n\nErste\nZweite\n", "Erste\r\nZweite"},
       {mixed({kText + "weg"}) + notice, notice},
-      {"Content-Type: text/html; charset=utf-8\r\n\r\n<p>Gr\xC3\xBC&szlig;e</p>",
-       "Gr\xFC\xDF" "e[Nachricht.htm=<p>Gr\xFC&szlig;e</p>]"},
+      {"Content-Type: text/html\r\n\r\n<p>Gr&uuml;n</p>", "Gr\xFCn[Nachricht.htm=<p>Gr&uuml;n</p>]"},
       {mixed({kText + "Text", "Content-Type: text/html\r\n\r\n<b>Text</b>", "Content-Type: text/html\r\n\r\n2"}),
        "Text[Nachricht.htm=<b>Text</b>][Nachricht_2.htm=2]"},
       {mixed({kText + "eins", "", kMail + inner, "\r\nzwei",
               "Content-Type: message/delivery-status\r\n\r\nStatus: 5\r\n", "Content-Type: message/partial\r\n\r\nweg"}),
        "eins" + kEmbedded + "zwei" + kEmbedded + "innen[Embedded.rfc822=" + inner.substr(0, inner.size() - 2) +
            "\r\n][delivery-status.txt=Status: 5\r\n][f.bin=x]"},
-      {mixed({kMail + "Content-Type: text/html\r\n\r\n<i>"}),
-       "[Embedded.rfc822=Content-Type: text/html\r\n\r\n<i>][Nachricht.htm=<i>]"},
-      {mixed({"Content-Type: a/x", file_part("f.bin", "einmal"), file_part("leer.bin", "")}), "[f.bin=einmal]"},
-      {replaced(mixed({"eins", kText + "zwei"}), "--=_b--", ""), ""},  // a header at the end, and the last delimiter is the end
   };
   for (const auto& [mail, expected] : kRows) EXPECT_EQ(printable(result_of(mail)), printable(expected)) << printable(mail);
 }
 
 TEST_F(MailTest, ReadableDecodingMindsLineStartsOnly) {
   const std::tuple<std::string, std::string, std::string> kRows[] = {
-      {"Content-Type: multipart/mixed; boundary=b1\r\n\r\n--b1\r\n" + kText + "eins\r\n--b1\r\n" + kText + "zwei\r\n", "eins",
-       "eins" + kEmbedded + "zwei"},
+      {replaced(mixed({kText + "eins", kText + "zwei"}), "--=_b--\r\n", ""), "eins", "eins" + kEmbedded + "zwei"},
       {"Content-Type: multipart/mixed; boundary=b\r\n\r\nabout b\r\n--b \r\n\r\nno b here, --b\r\n--bb\r\n--b\r\n"
        "Content-Type: a/x; name==f.bin\r\nContent-Transfer-Encoding: 7bit\r\n\r\na=41\r\n--b--", "?",
        "no b here, --b\r\n--bb[=f.bin=a=41]"},
       {"Content-Type: multipart/mixed; boundary=b\r\n\r\nnur Text", "", "[Embedded.mixed=nur Text]"},
+      {"Subject: x\n\nErste\nZweite\n", "Erste\r\nZweite", "Erste\r\nZweite"},
       {"Subject: x\r\rErste\rZweite\r", "", "Erste\r\nZweite"},
       {"Subject: x\r\n\r\na\rb", "a\rb", "a\rb"},  // beside any LF a CR is a character like others
   };
   for (const auto& [mail, literal, readable] : kRows) {
     set("Lesefreundlich", "0");
-    if (literal != "?") {
-      EXPECT_EQ(result_of(mail), literal) << printable(mail);
-    }
+    EXPECT_EQ(literal == "?" ? literal : result_of(mail), literal) << printable(mail);
     set("Lesefreundlich", "1");
     EXPECT_EQ(result_of(mail), readable) << printable(mail);
   }
@@ -169,10 +143,11 @@ TEST_F(MailTest, ReadableDecodingMindsLineStartsOnly) {
 TEST_F(MailTest, LongTextsAreCutAndKeptWhole) {
   const std::string kept(10240, 'a');
   EXPECT_EQ(result_of("Subject: x\r\n\r\n" + kept), kept);
-  EXPECT_EQ(result_of("Subject: x\r\n\r\n" + kept + "b"),
-            kept + "...\r\n\r\n------- System-Hinweis:\r\nDiese Nachricht ist gr\xF6\xDF"
-                   "er als die zugelassenen 10 KB und wurde daher abgeschnitten! Die vollst\xE4ndige Nachricht befindet sich "
-                   "in der Datei \"Nachricht.txt\".[Nachricht.txt=" + kept + "b]");
+  ASSERT_TRUE(decode("Subject: x\r\n\r\n" + kept + "b"));
+  EXPECT_EQ(text("NACHRICHT"), kept + "...\r\n\r\n------- System-Hinweis:\r\nDiese Nachricht ist gr\xF6\xDF"
+            "er als die zugelassenen 10 KB und wurde daher abgeschnitten! Die vollst\xE4ndige Nachricht befindet sich "
+            "in der Datei \"Nachricht.txt\".");
+  EXPECT_EQ(text("Nachricht.txt"), kept + "b");
 }
 
 TEST_F(MailTest, AttachmentNamesStayInTheFolderAndApart) {
@@ -180,18 +155,15 @@ TEST_F(MailTest, AttachmentNamesStayInTheFolderAndApart) {
   for (const char* name : {"bild.jpg", "Bild.JPG", "../../etc/passwd", "..", "Nachricht.HTM", "\"a:b*c?.txt", "c\x01.txt"})
     parts.push_back(std::string("Content-Type: a/b\r\nContent-Disposition: x; filename=") + name + "\r\n\r\nneu");
   parts.push_back(file_part(std::string(300, 'n') + ".pdf", "neu"));
-  for (const char* subtype : {"/calendar", "/Calendar", "/png", "/../../x", ""})
+  for (const char* subtype : {"/calendar", "/png", "/../../x", ""})
     parts.push_back("Content-Type: image" + std::string(subtype) + "\r\n\r\nneu");
   folder_.write("EMBEDDED.png", "alt");
-  std::filesystem::create_symlink("/etc/passwd", folder_ / "-rf.xxx");
-  parts.push_back(file_part("-rf", "neu"));
   ASSERT_TRUE(decode(mixed(parts)));
   EXPECT_THAT(attachments(),
-              ElementsAre("bild.jpg", "Bild_2.JPG", ".._.._etc_passwd", "..xxx", "Nachricht_orig.htm", "a_b_c_.txt", "c_.txt",
-                          std::string(236, 'n') + ".pdf", "Termin.ics", "Embedded.Calendar", "Embedded_2.png", "Embedded...",
-                          "Embedded.xxx", "-rf_2.xxx"));
-  for (const auto& name : attachments()) EXPECT_EQ(text(name), "neu") << name;
-  EXPECT_THAT(files_left(), testing::UnorderedElementsAre("EMBEDDED.png", "-rf.xxx"));
+              ElementsAre("bild.jpg", "Bild_2.JPG", ".._.._etc_passwd", "..xxx", "Nachricht_orig.htm", "a_b_c_.txt",
+                          "c_.txt", std::string(236, 'n') + ".pdf", "Termin.ics", "Embedded_2.png", "Embedded...",
+                          "Embedded.xxx"));
+  EXPECT_THAT(files_left(), ElementsAre("EMBEDDED.png"));
   EXPECT_EQ(read_file(folder_ / "EMBEDDED.png"), "alt");
 }
 
@@ -232,7 +204,8 @@ class Disturbed : public YMIMEMessage {
 };
 
 TEST_F(MailTest, WhatGoesWrongOnTheWayLosesAndLeavesNothing) {
-  const YString file((folder_.write("mail.eml", mixed({kMail, file_part("a.bin", "a"), file_part("f.bin", "xyz")}, "To: a@x.de\r\n"))).string());
+  const std::string mail = mixed({kMail, file_part("a.bin", "a"), file_part("f.bin", "xyz")}, "To: a@x.de\r\n");
+  const YString file(folder_.write("mail.eml", mail).string());
   LogCapture log;
   EXPECT_FALSE(Disturbed(true).Decode(file, &mail_, 0));
   EXPECT_THAT(log.numbers(), ElementsAre(21001));
@@ -241,13 +214,11 @@ TEST_F(MailTest, WhatGoesWrongOnTheWayLosesAndLeavesNothing) {
   EXPECT_TRUE(message.Decode(file, &mail_, 0));
   EXPECT_EQ(text("f.bin"), "xyz") << "taken by the temporary folder";
   EXPECT_THAT(log.numbers(), ElementsAre(21001));
-  folder_.write("mail.eml", "To: b@x.de\r\nSubject: y\r\n\r\nText");
+  folder_.write("mail.eml", "Subject: y\r\n\r\nText");
   YObject second;  // a second decode with the same object starts clean
   EXPECT_TRUE(message.Decode(file, &second, 0));
-  EXPECT_EQ(second.GetString("NACHRICHT") + second.GetString("EMPF\xC4NGER"), "Textb@x.de");
+  EXPECT_EQ(second.GetString("NACHRICHT") + second.GetString("EMPF\xC4NGER"), "Text");
 }
-
-// --- MIME_DEKODIERE -------------------------------------------------------------------------------------------------
 
 class ScriptTest : public MailTest {
  protected:
@@ -280,7 +251,6 @@ TEST_F(ScriptTest, FilesOfTheLastMailStandInOneFolder) {
       {mixed({kText + "Text", file_part("a.bin", "lang")}, "Subject: Re: Angebot 2024/05 (final)\r\n"),
        "[ReAngebot202405.mail.txt=Text][a.bin=lang]"},
       {mixed({kText + "T", file_part("a.bin", "x")}, "Subject: \xA7\xC4!\r\n"), "[a.bin=x][\xC2\xA7\xC3\x84.mail.txt=T]"},
-      {"Subject: /\r\n\r\nText", "[Betreff.mail.txt=Text]"},
       // The text stays in the record where an attachment has the name of its file.
       {mixed({kText + "Text", file_part("x.mail.txt", "Anlage")}), "[x.mail.txt=Anlage]Text"},
       {"", "false "},

@@ -6,14 +6,7 @@
 
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
-#include <functional>
-#include <ostream>
-#include <string>
-#include <string_view>
-#include <thread>
 #include <tuple>
-#include <vector>
 
 #include "mime/decode_fixture.h"
 #include "support/bytes.h"
@@ -21,8 +14,6 @@
 
 namespace yinet::test {
 namespace {
-
-using testing::IsEmpty;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr double kSlowness = 20;  // of such a build
@@ -40,92 +31,109 @@ constexpr std::size_t kMemoryKib = 256 * 1024;
 // deleted in the last seconds.
 [[maybe_unused]] const bool kInMemory = std::filesystem::exists("/dev/shm") && setenv("TMPDIR", "/dev/shm", 0) == 0;
 
-template <typename Piece>
-std::string times(int count, Piece piece) {
+std::string number(int i) { return std::to_string(i); }
+std::string times(int count, std::string_view piece) {
   std::string text;
-  for (int i = 0; i < count; ++i) {
-    if constexpr (std::is_invocable_v<Piece, int>) text += piece(i);
-    else text += piece;
-  }
+  for (int i = 0; i < count; ++i) text += piece;
   return text;
 }
-std::string number(int i) { return std::to_string(i); }
+std::string each(int count, std::string (*piece)(int)) {
+  std::string text;
+  for (int i = 0; i < count; ++i) text += piece(i);
+  return text;
+}
 std::string multipart(const std::string& boundary) {
   return "Content-Type: multipart/mixed; boundary=\"" + boundary + "\"\r\n\r\n--" + boundary + "\r\n";
 }
+std::string numbered(int i) { return multipart("x" + number(i) + "x"); }
+std::string numbered_mail(int i) { return numbered(i) + "Content-Type: message/rfc822\r\n\r\n"; }
 const std::string kText = "Content-Type: text/plain\r\n\r\n";
+const std::string kLast = kText + "zuletzt";
+const std::string kNext = "\r\n--b1\r\n";
 const std::string kEmbedded = "Content-Type: message/rfc822\r\n\r\n";
-std::string attachment(const std::string& name) {
-  return "Content-Type: a/b\r\nContent-Disposition: attachment; filename=\"" + name + "\"\r\n\r\n";
+std::string attachment(const std::string& name, const std::string& content) {
+  return "Content-Type: a/b\r\nContent-Disposition: attachment; filename=\"" + name + "\"\r\n\r\n" + content + kNext;
 }
+// A multipart with these parts, each with the delimiter behind it, before the last.
+std::string with_parts(const std::string& parts) { return multipart("b1") + parts + kLast + "\r\n--b1--"; }
 
 const std::vector<std::string> kNames = {"..", ".", "-rf", std::string(300, 'n'), "/////", "a\x01" "b", "../../x",
                                          "C:\\x", "TEMP:x", "mail.eml", "MAIL.EML", "Nachricht.htm", "\xE2\x80\xAE" "fdp",
                                          std::string("a\0b", 3), "BETREFF", "~EML", "|", std::string(300, '\xE4') + ".pdf"};
 
 struct Hostile {
-  std::string name;
-  std::function<std::string()> make;
-  std::string kept = "zuletzt";  // what a readable decode has somewhere in its result
-
-  friend void PrintTo(const Hostile& hostile, std::ostream* out) { *out << hostile.name; }
+  const char* name;
+  std::string (*make)();
+  const char* kept = "zuletzt";  // what a readable decode has somewhere in its result
 };
 const Hostile kMails[] = {
-    {"NestedMultiparts", [] {
-       return times(10000, [](int i) { return multipart("x" + number(i) + "x"); }) + kText + "zuletzt\r\n" +
-              times(10000, [](int i) { return "--x" + number(9999 - i) + "x--\r\n"; });
-     }},
-    {"NestedWithOneBoundary", [] { return times(10000, multipart("b1")) + kText + "zuletzt\r\n--b1--\r\n"; }},
-    {"ManyTexts", [] { return multipart("b1") + times(10000, kText + "x\r\n--b1\r\n") + kText + "zuletzt\r\n--b1--"; }},
+    {"NestedMultiparts",
+     [] { return each(10000, numbered) + kLast + each(10000, [](int i) { return "\r\n--x" + number(9999 - i) + "x--"; }); }},
+    {"NestedWithOneBoundary", [] { return times(10000, multipart("b1")) + kLast + "\r\n--b1--\r\n"; }},
+    {"ManyTexts", [] { return with_parts(times(10000, kText + "x" + kNext)); }},
     {"ManyEqualNames",
-     [] { return multipart("b1") + times(9998, attachment("bild.jpg") + "x\r\n--b1\r\n") + attachment("bild.jpg") + "zuletzt\r\n--b1--"; }},
-    {"MillionSiblings", [] { return multipart("b1") + times(1000000, "--b1\r\n") + kText + "zuletzt\r\n--b1--"; }},
-    {"EqualHeaders", [] { return times(100000, "Received: x\r\n") + kText + "zuletzt"; }},
-    {"HeadersThatCountUp", [] { return times(50000, [](int i) { return "A." + number(i) + ": x\r\nA: y\r\n"; }) + kText + "zuletzt"; }},
-    {"FoldedHeader", [] { return "Subject: x\r\n" + times(100000, " 45 characters of a header line that go on and o\r\n") + kText + "zuletzt"; }},
+     [] { return multipart("b1") + times(9998, attachment("a.jpg", "x")) + attachment("a.jpg", "zuletzt"); }},
+    {"MillionSiblings", [] { return with_parts(times(1000000, "--b1\r\n")); }},
+    {"EqualHeaders", [] { return times(100000, "Received: x\r\n") + kLast; }},
+    {"HeadersThatCountUp", [] { return each(50000, [](int i) { return "A." + number(i) + ": x\r\nA: y\r\n"; }) + kLast; }},
+    {"FoldedHeader",
+     [] { return "Subject: x\r\n" + times(100000, " 45 characters of a header line that go on and o\r\n") + kLast; }},
     {"HeaderWithoutEnd", [] { return times(200000, "X: 12345678901234567890\r\n"); }, ""},
-    {"SubjectOfWords", [] { return "Subject: " + times(400000, "=?utf-8?B?w6TDtsO8?= \r\n ") + "\r\n" + kText + "zuletzt"; }},
-    {"SubjectOfGluedWords", [] { return "Subject: x " + times(400000, "=?utf-8?Q?=C3=A4?=") + "\r\n" + kText + "zuletzt"; }},
-    {"SubjectOfHalfWords", [] { return "Subject: a" + times(1000000, "=?x?B?") + times(500000, "?=") + "\r\n" + kText + "zuletzt"; }},
-    {"Parameters", [] { return "Content-Type: text/plain" + times(200000, "; a=\"\\\"\"; b*0*=c;\"") + "\r\n\r\nzuletzt"; }, ""},
-    {"Recipients", [] { return "To: " + times(300000, "a@b, ;") + "\r\nEnvelope-To: " + times(100000, [](int i) { return number(i) + "@b "; }) +
-                               "\r\n" + kText + "zuletzt"; }},
+    {"SubjectOfWords", [] { return "Subject: " + times(400000, "=?utf-8?B?w6TDtsO8?= \r\n ") + "\r\n" + kLast; }},
+    {"SubjectOfGluedWords", [] { return "Subject: x " + times(400000, "=?utf-8?Q?=C3=A4?=") + "\r\n" + kLast; }},
+    {"SubjectOfHalfWords", [] { return "Subject: a" + times(1000000, "=?x?B?") + times(500000, "?=") + "\r\n" + kLast; }},
+    {"Parameters",
+     [] { return "Content-Type: text/plain" + times(200000, "; a=\"\\\"\"; b*0*=c;\"") + "\r\n\r\nzuletzt"; }, ""},
+    {"Recipients", [] { return "To: " + times(300000, "a@b, ;") + "\r\n" + kLast; }},
+    {"EnvelopeRecipients",
+     [] { return "Envelope-To: " + each(100000, [](int i) { return number(i) + "@b "; }) + "\r\n" + kLast; }},
     {"BoundariesThatNeverCome",
      [] {
-       return multipart("b1") + times(5000, [](int i) {
-                return "Content-Type: multipart/mixed; boundary=never" + number(i) + "\r\n\r\n" + std::string(1000, 'x') + "\r\n--b1\r\n";
-              }) + kText + "zuletzt\r\n--b1--";
+       return with_parts(each(5000, [](int i) {
+         return "Content-Type: multipart/mixed; boundary=never" + number(i) + "\r\n\r\n" + std::string(1000, 'x') + kNext;
+       }));
      }},
     {"BoundariesThatBeginEachOther",
-     [] { return times(1000, [](int i) { return multipart(std::string(static_cast<std::size_t>(1000 - i), 'b')); }) + kText + "zuletzt\r\n"; }},
+     [] { return each(1000, [](int i) { return multipart(times(1000 - i, "b")); }) + kLast; }},
     {"BoundaryOfOneCharacter", [] { return multipart("a") + kText + std::string(2000000, 'a') + "zuletzt"; }},
-    {"HeadersInsideHeaders", [] { return multipart("b") + "X: y\r\n" + times(20000, "b\r\nX: y\r\n") + "\r\nzuletzt\r\n--b--"; }, ""},
-    {"EmptyBoundaries", [] { return "Content-Type: multipart/mixed; boundary=\"\"; boundary=\" \"\r\n\r\n-- \r\n\r\nzuletzt"; }},
-    {"EmbeddedMails", [] { return times(1000, [](int i) { return multipart("x" + number(i) + "x") + kEmbedded; }) + kText + "zuletzt"; }},
-    {"EmbeddedInOneBoundary", [] { return times(1000, multipart("b1") + kEmbedded) + kText + "zuletzt"; }},
-    {"EmbeddedWithoutMultipart", [] { return times(1000, kEmbedded) + kText + "zuletzt"; }},
+    {"HeadersInsideHeaders", [] { return multipart("b") + "X: y\r\n" + times(20000, "b\r\nX: y\r\n") + "\r\n--b--"; }, ""},
+    {"EmptyBoundaries",
+     [] { return std::string("Content-Type: multipart/mixed; boundary=\"\"; boundary=\" \"\r\n\r\n-- \r\n\r\nzuletzt"); }},
+    {"EmbeddedMails", [] { return each(1000, numbered_mail) + kLast; }},
+    {"EmbeddedInOneBoundary", [] { return times(1000, multipart("b1") + kEmbedded) + kLast; }},
+    {"EmbeddedWithoutMultipart", [] { return times(1000, kEmbedded) + kLast; }},
     {"LargeEmbeddedMails",
-     [] { return times(100, [](int i) { return multipart("x" + number(i) + "x") + kEmbedded; }) + kText + std::string(4000000, 'x') + "zuletzt"; }},
-    {"OpenTags", [] { return "Content-Type: text/html\r\n\r\n" + times(1000000, "<") + times(200000, "&#x<b") + "zuletzt"; }},
-    {"Zeros", [] { return times(1000, std::string("X\0Y: \0\r\n", 9)) + multipart("b1") + kText + std::string(1000000, '\0') + "zuletzt"; }},
-    {"BareLineFeeds", [] { return "Subject: x\r\nContent-Type: text/plain\n\n" + times(1000000, "\n") + "\r\n\r\nzuletzt"; }},
+     [] { return each(100, numbered_mail) + kText + std::string(4000000, 'x') + "zuletzt"; }},
+    {"OpenTags",
+     [] { return "Content-Type: text/html\r\n\r\n" + times(1000000, "<") + times(200000, "&#x<b") + "zuletzt"; }},
+    {"Zeros", [] { return times(1000, {"X\0Y: \0\r\n", 9}) + multipart("b1") + kLast + std::string(1000000, '\0'); }},
+    {"BareLineFeeds",
+     [] { return "Subject: x\r\nContent-Type: text/plain\n\n" + times(1000000, "\n") + "\r\n\r\nzuletzt"; }},
     {"JunkInBase64",
-     [] { return multipart("b1") + "Content-Type: a/b; name=a.bin\r\nContent-Transfer-Encoding: base64\r\n\r\n" +
-                 times(300000, "=Q\x80*U=\r\n") + "enVsZXR6dA==\r\n--b1--"; }},
+     [] {
+       return multipart("b1") + "Content-Type: a/b; name=a.bin\r\nContent-Transfer-Encoding: base64\r\n\r\n" +
+              times(300000, "=Q\x80*U=\r\n") + "enVsZXR6dA==\r\n--b1--";
+     }},
     {"FieldsNamedLikeParameters",
-     [] { return "boundary: x\r\ncharset: y\r\nContent-Type_Media: z\r\nname: ../n\r\nContent-Type: text/plain\r\n"
-                 "Content-Type: multipart/mixed; boundary=x\r\n\r\nzuletzt"; }},
+     [] {
+       return std::string() + "boundary: x\r\ncharset: y\r\nContent-Type_Media: z\r\nname: ../n\r\n"
+              "Content-Type: text/plain\r\nContent-Type: multipart/mixed; boundary=x\r\n\r\nzuletzt";
+     }},
     {"Charsets",
-     [] { return multipart("b1") + times(2000, [](int i) { return "Content-Type: text/plain; charset=\"utf-16," + number(i) + std::string(200, 'x') +
-                                                                  "\"\r\n\r\nx\r\n--b1\r\n"; }) + kText + "zuletzt\r\n--b1--"; }},
-    {"Ends", [] { return std::string("Date: Fri, 99 Foo 99999999999 99:99:99 +9999\r\nSubject: %\r\nX: =?\r\nContent-Type: text/plain; a*=utf-8''%\r\n"
-                                     "Content-Transfer-Encoding: quoted-printable\r\n\r\nzuletzt="); }},
-    {"QuotedSizeNotice", [] { return kText + times(100000, "Diese Mail (") + ") ist gr\xF6\xDF" "er als die maximal erlaubte Mailgr\xF6\xDF" "e (zuletzt"; }},
-    {"Names", [] {
-       std::string mail = multipart("b1");
-       for (const std::string& name : kNames) mail += attachment(name) + "zuletzt\r\n--b1\r\n";
-       for (const char* subtype : {"../../x", "x\x01" "BETREFF", "", "calendar/../.."}) mail += std::string("Content-Type: a/") + subtype + "\r\n\r\nzuletzt\r\n--b1\r\n";
-       return mail;
+     [] {
+       return with_parts(each(2000, [](int i) {
+         return "Content-Type: text/plain; charset=\"utf-16," + number(i) + std::string(200, 'x') + "\"\r\n\r\nx" + kNext;
+       }));
+     }},
+    {"Ends",
+     [] {
+       return std::string("Date: Fri, 99 Foo 99999999999 99:99:99 +9999\r\nSubject: %\r\nX: =?\r\nContent-Type: text/plain; "
+                          "a*=utf-8''%\r\nContent-Transfer-Encoding: quoted-printable\r\n\r\nzuletzt=");
+     }},
+    {"QuotedSizeNotice",
+     [] {
+       return kText + times(100000, "Diese Mail (") +
+              ") ist gr\xF6\xDF" "er als die maximal erlaubte Mailgr\xF6\xDF" "e (zuletzt";
      }},
 };
 
@@ -136,18 +144,14 @@ bool holds(const YObject& record, const std::string& text) {
   return false;
 }
 
-class HostileMail : public DecodeTest, public testing::WithParamInterface<std::tuple<Hostile, bool>> {};
+class HostileMail : public DecodeTest, public testing::WithParamInterface<std::tuple<std::size_t, bool>> {};
 
 TEST_P(HostileMail, IsDecodedInBounds) {
-  const auto& [hostile, readable] = GetParam();
+  const Hostile& hostile = kMails[std::get<0>(GetParam())];
+  const bool readable = std::get<1>(GetParam());
   if (readable) set("Lesefreundlich", "1");
-  std::size_t size = 0;
-  {
-    const std::string text = hostile.make();
-    size = text.size();
-    folder_.write("in/mail.eml", text);
-  }
-  const YString file((folder_ / "in/mail.eml").string());
+  const YString file(folder_.write("in/mail.eml", hostile.make()).string());
+  const std::size_t size = std::filesystem::file_size(folder_ / "in/mail.eml");
   const bool sees_peak = reset_peak_memory();
   const std::size_t memory_before = memory_kib("VmRSS:");
   const std::clock_t start = std::clock();
@@ -157,74 +161,45 @@ TEST_P(HostileMail, IsDecodedInBounds) {
     EXPECT_LE(memory_kib("VmHWM:"), memory_before + size / 1024 + kMemoryKib);
   }
   EXPECT_THAT(files_left(), testing::ElementsAre("in"));
-  if (readable) {
-    EXPECT_TRUE(hostile.kept.empty() || holds(mail_, hostile.kept));
-  }
-  for (const std::string& name : attachments()) {
-    EXPECT_EQ(name.find_first_of(std::string_view("/\\:\0\r\n", 6)), std::string::npos) << printable(name);
-    EXPECT_TRUE(name != "." && name != ".." && name.size() < 256) << printable(name);
-    EXPECT_NE(mail_.Find<YBuffer>(name), nullptr) << printable(name);
-  }
+  EXPECT_TRUE(!readable || holds(mail_, hostile.kept));
 }
 
-INSTANTIATE_TEST_SUITE_P(All, HostileMail, testing::Combine(testing::ValuesIn(kMails), testing::Bool()),
-                         [](const auto& info) { return std::get<0>(info.param).name + (std::get<1>(info.param) ? "Readable" : "Literal"); });
+INSTANTIATE_TEST_SUITE_P(
+    All, HostileMail, testing::Combine(testing::Range<std::size_t>(0, std::size(kMails)), testing::Bool()),
+    [](const auto& info) {
+      return std::string(kMails[std::get<0>(info.param)].name) + (std::get<1>(info.param) ? "Readable" : "Literal");
+    });
 
-// As many attachments as names, none of them under another's name.
+// As many attachments as names, none of them under another's name or out of the folder.
 TEST_F(DecodeTest, HostileNamesLoseNoAttachment) {
   std::string mail = multipart("b1");
-  for (std::size_t i = 0; i < kNames.size(); ++i) mail += attachment(kNames[i]) + "Inhalt " + number(static_cast<int>(i)) + "\r\n--b1\r\n";
+  std::size_t count = 0;
+  for (const std::string& name : kNames) mail += attachment(name, "Inhalt " + std::to_string(count++));
+  for (const std::string subtype : {"../../x", "x\x01" "BETREFF", "", "calendar/../.."})
+    mail += "Content-Type: a/" + subtype + "\r\n\r\nInhalt " + std::to_string(count++) + kNext;
   ASSERT_TRUE(decode(mail + "--\r\n"));
-  std::vector<std::string> names = attachments();
-  ASSERT_EQ(names.size(), kNames.size());
-  for (std::size_t i = 0; i < names.size(); ++i)
-    EXPECT_EQ(mail_.GetString(names[i]), "Inhalt " + number(static_cast<int>(i))) << printable(names[i]);
+  EXPECT_THAT(files_left(), testing::IsEmpty());
+  ASSERT_EQ(attachments().size(), count);
+  count = 0;
+  for (const std::string& name : attachments()) {
+    EXPECT_EQ(mail_.GetString(name), "Inhalt " + std::to_string(count++)) << printable(name);
+    EXPECT_EQ(name.find_first_of(std::string_view("/\\:\0\r\n", 6)), std::string::npos) << printable(name);
+    EXPECT_TRUE(name != "." && name != ".." && name.size() < 256) << printable(name);
+  }
 }
 
 TEST_F(DecodeTest, PlantedLinksAreNotFollowed) {
   const auto victim = folder_.write("victim", "mine");
-  const std::string temporary = (temporary_ / ("yinet-" + number(static_cast<int>(geteuid())))).string();
+  const std::filesystem::path temporary = temporary_ / ("yinet-" + std::to_string(geteuid()));
   std::filesystem::create_directory(temporary);
   std::filesystem::permissions(temporary, std::filesystem::perms::owner_all);
-  for (const std::filesystem::path& folder : {folder_.path(), std::filesystem::path(temporary)}) {
+  for (const std::filesystem::path& folder : {folder_.path(), temporary}) {
     std::filesystem::create_symlink(victim, folder / "a.bin");
     std::filesystem::create_symlink("/nowhere/at/all", folder / "A_2.bin");
   }
-  ASSERT_TRUE(decode(multipart("b1") + attachment("a.bin") + "eins\r\n--b1\r\n" + attachment("a.bin") + "zwei\r\n--b1--"));
+  ASSERT_TRUE(decode(multipart("b1") + attachment("a.bin", "eins") + attachment("a.bin", "zwei")));
   EXPECT_EQ(read_file(victim), "mine");
   EXPECT_THAT(attachments(), testing::ElementsAre("a_3.bin", "a_4.bin"));
-}
-
-TEST_F(DecodeTest, AFolderThatVanishesLosesNoAttachment) {
-  class Vanishing : public YMIMEMessage {
-   public:
-    explicit Vanishing(std::filesystem::path folder) : YMIMEMessage(YString(), 0, 10240, 0), folder_(std::move(folder)) {}
-    void m_DecodeHeader(YObject* record, YString& header) override {
-      YMIMEMessage::m_DecodeHeader(record, header);
-      if (record->GetString("filename") == "b.bin") std::filesystem::remove_all(folder_);
-    }
-
-   private:
-    std::filesystem::path folder_;
-  };
-  folder_.write("in/mail.eml", multipart("b1") + attachment("a.bin") + "eins\r\n--b1\r\n" + attachment("b.bin") + "zwei\r\n--b1--");
-  ASSERT_TRUE(Vanishing(folder_ / "in").Decode(YString((folder_ / "in/mail.eml").string()), &mail_, 0));
-  EXPECT_EQ(mail_.GetString("b.bin"), "zwei");  // a.bin went with its folder
-}
-
-TEST_F(DecodeTest, EightThreadsDecodeTheSameMail) {
-  folder_.write("mail.eml", multipart("b1") + times(50, attachment("a.bin") + "Inhalt\r\n--b1\r\n"));
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 8; ++t)
-    threads.emplace_back([this] {
-      YObject mail;
-      EXPECT_TRUE(YMIMEMessage(YString(), 0, 10240, 0).Decode(YString((folder_ / "mail.eml").string()), &mail, 0));
-      const YString list = mail.GetString("ANLAGEN");
-      EXPECT_EQ(list.GetItemCount(), 50);
-      for (const auto name : list.Items()) EXPECT_EQ(mail.GetString(name), "Inhalt");
-    });
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_THAT(files_left(), IsEmpty());
 }
 
 }  // namespace

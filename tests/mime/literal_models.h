@@ -61,7 +61,6 @@ inline std::string lower_text_without_tags_by_stages(std::string_view html) {
 
 inline bool has(const std::string& text, std::string_view what) { return find_ignoring_case(text, what) != text.npos; }
 
-// "?B?" or "?Q?" for a complete encoded word, otherwise empty.
 inline std::string encoding_mark(const std::string& word) {
   if (!word.starts_with("=?") || !word.ends_with("?=")) return {};
   return has(word, "?B?") ? "?B?" : has(word, "?Q?") ? "?Q?" : "";

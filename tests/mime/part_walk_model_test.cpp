@@ -87,7 +87,7 @@ TEST_F(DecodeTest, TheWalkAgreesWithTheRulesOnGeneratedMails) {
   static const std::vector<std::string> kPieces = {
       "--z\r\n", "--z", "--z--", "--z--\r\n", "--zz\r\n", "--zz--\r\n", "z", "\r\n", "\r\n\r\n",
       "Content-Type: text/plain\r\n", "Content-Type: a/x\r\n", "Content-Type: multipart/mixed; boundary=zz\r\n",
-      "Content-Type: multipart/mixed; boundary=z\r\n", "Content-Type: multipart/x; boundary=xx\r\n", "--xx\r\n", "--xx--\r\n",
+      "Content-Type: multipart/x; boundary=z\r\n", "Content-Type: multipart/x; boundary=xx\r\n", "--xx\r\n", "--xx--\r\n",
       "eins", "zwei\r\n", "X: y\r\n", " folded\r\n", "\t\r\n"};
   std::mt19937 random(5);
   int compared = 0;
