@@ -136,6 +136,7 @@ TEST_F(Listen, WrongUseIsRefused) {
   EXPECT_EQ(log.last(message::kAcceptNeedsBlocking).level, 8);
 }
 
+#ifndef __SANITIZE_ADDRESS__  // its companion for undefined behaviour needs descriptors of its own
 TEST_F(Listen, WithoutDescriptorsAcceptFailsOnceAndLaterGoesOn) {
   rlimit before{};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
@@ -157,6 +158,7 @@ TEST_F(Listen, WithoutDescriptorsAcceptFailsOnceAndLaterGoesOn) {
     EXPECT_NE(accept_one(listener, mode), nullptr);
   }
 }
+#endif
 
 // --- Binding ------------------------------------------------------------------------------------------------------------
 

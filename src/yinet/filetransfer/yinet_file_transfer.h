@@ -30,7 +30,7 @@ struct TransferCause {
 // A file in a server's folder.
 struct RemoteFile {
   YString name;
-  std::int64_t size = -1;  // bytes; -1 when the server doesn't tell
+  std::int64_t size = 0;  // bytes
 };
 
 // Bytes of the running upload or download so far, and all of them (-1 when that is not known). Called on the transferring
@@ -102,8 +102,8 @@ class YINET_API YInetFileTransfer {
 
   // --- For this library and its program ----------------------------------------------------------------------------------
   [[nodiscard]] const yinet::TransferCause& last_cause() const;
-  // The plain files that a path with "*" and "?" in its last part names, in the server's order; no links, no folders. FTP
-  // and FTPS only; false with 21549, then with what was listed before. None is no failure.
+  // The files that a path with "*" and "?" in its last part names, in the server's order, no folders: what has a size. FTP
+  // and FTPS only; false with 21549. None is no failure.
   bool list_files(const YString& pattern, std::vector<yinet::RemoteFile>& files);
   void on_progress(yinet::TransferReport report);
 
@@ -141,6 +141,7 @@ class YINET_API YInetFileTransfer {
   bool OptionAccepted(int result);
   curl_slist* CreateAndSetHeaderlist(const YString& command, const YString& path);
   int Perform();
+  std::int64_t RemoteSize(const YString& remote);
   bool CurlPerform(int number);
   bool RunCommand(int number, int protocol_error, const char* ftp_command, const char* sftp_command,
                   const YString& remote);

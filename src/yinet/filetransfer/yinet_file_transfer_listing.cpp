@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 #include <fnmatch.h>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,51 +30,73 @@ std::string only_wildcards(std::string_view pattern) {
   return escaped;
 }
 
-struct Listing {
-  std::string pattern;
-  std::vector<RemoteFile>& files;
+struct NameList {
+  std::string text;
   std::size_t limit;
 };
 
-long take_entry(const void* entry, void* context, int) noexcept {
-  const auto& info = *static_cast<const curl_fileinfo*>(entry);
-  auto& listing = *static_cast<Listing*>(context);
-  if (info.filetype != CURLFILETYPE_FILE) return CURL_CHUNK_BGN_FUNC_SKIP;
+std::size_t collect_names(char* bytes, std::size_t size, std::size_t count, void* target) noexcept {
+  auto& [text, limit] = *static_cast<NameList*>(target);
+  const std::size_t length = size * count;
+  if (length > limit - std::min(limit, text.size())) return 0;
   try {
-    YString name(text_from_wire(info.filename));
-    if (fnmatch(listing.pattern.c_str(), name.Ptr(), 0) != 0) return CURL_CHUNK_BGN_FUNC_SKIP;
-    if (listing.files.size() == listing.limit) return CURL_CHUNK_BGN_FUNC_FAIL;
-    const bool has_size = (info.flags & CURLFINFOFLAG_KNOWN_SIZE) != 0;
-    listing.files.push_back({std::move(name), has_size ? std::int64_t{info.size} : -1});
+    text.append(bytes, length);
   } catch (...) {
-    return CURL_CHUNK_BGN_FUNC_FAIL;
+    return 0;
   }
-  return CURL_CHUNK_BGN_FUNC_SKIP;
+  return length;
+}
+
+// A line of the reply to NLST (RFC 959, 4.1.3). Some servers put the folder before the name.
+std::string_view next_name(std::string_view& text) {
+  const std::size_t end = std::min(text.find('\n'), text.size());
+  std::string_view line = text.substr(0, end);
+  text.remove_prefix(std::min(end + 1, text.size()));
+  if (line.ends_with('\r')) line.remove_suffix(1);
+  return line.substr(line.rfind('/') + 1);
 }
 
 }  // namespace
 
-// libcurl lists the folder for a download by its own wildcards, and every file of it is declined.
+// The size of a plain file, as SIZE has it; -1 for a folder and what else has none.
+std::int64_t YInetFileTransfer::RemoteSize(const YString& remote) {
+  if (!PrepareServerFunction(message::kTransferListFailed, remote) || !SetCurlOptInt(CURLOPT_NOBODY, 1)) return -1;
+  curl_off_t size = -1;
+  if (Perform() == CURLE_OK) curl_easy_getinfo(handle_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &size);
+  return size;
+}
+
+// By names and sizes: what LIST answers has no form, and this libcurl leaks every entry it reads of it.
 bool YInetFileTransfer::list_files(const YString& pattern, std::vector<RemoteFile>& files) {
   files.clear();
   return contained(false, [&] {
     SetDisplayPath(pattern);
     const std::string_view text(pattern);
-    const std::size_t name = text.rfind('/') + 1;  // 0 without a folder
-    if (!PrepareServerFunction(message::kTransferListFailed, YString(replaced(text.substr(0, name), "%", "%25")) + "*")) return false;
+    const std::size_t name_start = text.rfind('/') + 1;  // 0 without a folder
+    const YString folder(replaced(text.substr(0, name_start), "%", "%25"));
+    if (!PrepareServerFunction(message::kTransferListFailed, folder)) return false;
     if (!IsFtpOrSftp() || IsSftp()) return RaiseError(message::kTransferListFailed, protocol_, "", true);
-    Listing listing{only_wildcards(text.substr(name)), files,
-                    static_cast<std::size_t>(setting_number(settings::kTransferListLimit))};
+    NameList names{{}, static_cast<std::size_t>(setting_number(settings::kTransferTextLimit))};
     CURL* const handle = handle_.get();
-    curl_easy_setopt(handle, CURLOPT_WILDCARDMATCH, 1L);
-    curl_easy_setopt(handle, CURLOPT_CHUNK_BGN_FUNCTION, &take_entry);
-    curl_easy_setopt(handle, CURLOPT_CHUNK_DATA, &listing);
+    curl_easy_setopt(handle, CURLOPT_DIRLISTONLY, 1L);
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &collect_names);
+    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &names);
     const int result = Perform();
-    curl_easy_setopt(handle, CURLOPT_WILDCARDMATCH, 0L);
-    curl_easy_setopt(handle, CURLOPT_CHUNK_BGN_FUNCTION, nullptr);
-    curl_easy_setopt(handle, CURLOPT_CHUNK_DATA, nullptr);
-    // An empty folder is told as a missing file, a missing folder as a refusal.
-    return result == CURLE_OK || result == CURLE_REMOTE_FILE_NOT_FOUND ||
-           RaiseCurlError(message::kTransferListFailed, result);
+    curl_easy_setopt(handle, CURLOPT_DIRLISTONLY, 0L);
+    ResetCallbacks();
+    // Some servers tell an empty folder as a missing file; a missing folder is a refusal.
+    if (result != CURLE_OK && result != CURLE_REMOTE_FILE_NOT_FOUND && result != CURLE_FTP_COULDNT_RETR_FILE)
+      return RaiseCurlError(message::kTransferListFailed, result);
+    const auto limit = static_cast<std::size_t>(setting_number(settings::kTransferListLimit));
+    const std::string wanted = only_wildcards(text.substr(name_start));
+    for (std::string_view rest = names.text; !rest.empty();) {
+      YString name(text_from_wire(next_name(rest)));
+      if (name.IsEmpty() || fnmatch(wanted.c_str(), name.Ptr(), 0) != 0) continue;
+      if (files.size() == limit) return RaiseCurlError(message::kTransferListFailed, CURLE_FILESIZE_EXCEEDED);
+      const std::int64_t size = RemoteSize(folder + YString(replaced(name, "%", "%25")));
+      if (size >= 0) files.push_back({std::move(name), size});
+    }
+    ClearLastErrorIfInitOk();
+    return true;
   });
 }
