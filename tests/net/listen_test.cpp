@@ -258,13 +258,14 @@ class EchoServer {
   explicit EchoServer(bool tls) {
     EXPECT_TRUE(!tls || set_up_server(listener_));
     EXPECT_TRUE(listener_.PrepareForAccepting(0, false, "echo"));
+    port_ = port_of(listener_);
     thread_ = std::thread([this] { run(); });
   }
   EchoServer(const EchoServer&) = delete;
   EchoServer& operator=(const EchoServer&) = delete;
   ~EchoServer() { finish(); }
 
-  [[nodiscard]] std::uint16_t port() { return port_of(listener_); }
+  [[nodiscard]] std::uint16_t port() const { return port_; }
   int finish() {  // gives the number of all connections
     stop_.set();
     if (thread_.joinable()) thread_.join();
@@ -303,6 +304,7 @@ class EchoServer {
   Signal stop_;
   std::vector<Accepted> connections_;
   int accepted_ = 0;
+  std::uint16_t port_ = 0;
   std::thread thread_;
 };
 
