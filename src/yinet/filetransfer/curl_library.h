@@ -4,7 +4,9 @@
 
 #include <curl/curl.h>
 
+#include <cstddef>
 #include <memory>
+#include <string>
 
 namespace yinet {
 
@@ -19,5 +21,13 @@ class LibcurlInitializer {
  public:
   [[nodiscard]] static bool succeeded();
 };
+
+// Where write_to_text puts what libcurl hands over.
+struct TextTarget {
+  std::string& text;
+  std::size_t limit;  // bytes; a transfer that would go beyond it fails
+};
+// A CURLOPT_WRITEFUNCTION or CURLOPT_HEADERFUNCTION for a TextTarget.
+std::size_t write_to_text(char* bytes, std::size_t size, std::size_t count, void* target) noexcept;
 
 }  // namespace yinet

@@ -34,23 +34,6 @@ constexpr long kUploadBuffer = 1024L * 1024;
 
 std::size_t discard(char*, std::size_t size, std::size_t count, void*) { return size * count; }
 
-struct HeaderText {
-  std::string text;
-  std::size_t limit;
-};
-
-std::size_t collect_header(char* bytes, std::size_t size, std::size_t count, void* target) noexcept {
-  HeaderText& header = *static_cast<HeaderText*>(target);
-  const std::size_t length = size * count;
-  if (length > header.limit - std::min(header.limit, header.text.size())) return 0;
-  try {
-    header.text.append(bytes, length);
-  } catch (...) {
-    return 0;
-  }
-  return length;
-}
-
 int report_progress(void* context, curl_off_t down_total, curl_off_t down, curl_off_t, curl_off_t up) noexcept {
   const TransferState& state = *static_cast<const TransferState*>(context);
   if (!state.reporting || !state.report) return 0;
@@ -242,20 +225,21 @@ bool YInetFileTransfer::PrepareServerFunction_Intern(const YString& path) {
 bool YInetFileTransfer::RequestEntryDir(int number) {
   entry_directory_.Clear();
   if (!PrepareServerFunction_Intern(IsSftp() ? "~" : "")) return false;
-  HeaderText header{{}, static_cast<std::size_t>(setting_number(settings::kTransferReplySize))};
+  std::string dialogue;
+  TextTarget header{dialogue, static_cast<std::size_t>(setting_number(settings::kTransferReplySize))};
   CurlList command;
   if (IsSftp()) {
     command.reset(CreateAndSetHeaderlist("pwd", ""));
     if (!command) return RaiseCurlError(number, CURLE_OUT_OF_MEMORY);
   }
   const bool fresh = !IsSftp() && !state_->entry_directory_asked;
-  if (!OptionAccepted(curl_easy_setopt(handle_.get(), CURLOPT_HEADERFUNCTION, &collect_header)) ||
+  if (!OptionAccepted(curl_easy_setopt(handle_.get(), CURLOPT_HEADERFUNCTION, &write_to_text)) ||
       !SetCurlOptPointer(CURLOPT_HEADERDATA, &header) || !SetCurlOptInt(CURLOPT_FRESH_CONNECT, fresh ? 1 : 0))
     return false;
   const auto result = static_cast<CURLcode>(Perform());
   ResetCallbacks();
   SetCurlOptInt(CURLOPT_FRESH_CONNECT, 0);
-  const YString folder(current_folder_in(header.text));
+  const YString folder(current_folder_in(dialogue));
   const bool answered = IsSftp() ? !folder.IsEmpty() && is_only_about_home(result) : result == CURLE_OK;
   if (!answered && result != CURLE_OK) return RaiseCurlError(number, result);
   entry_directory_ = folder;

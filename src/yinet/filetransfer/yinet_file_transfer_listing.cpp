@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "yinet/filetransfer/curl_library.h"
 #include "yinet/filetransfer/transfer_state.h"
 #include "yinet/filetransfer/yinet_file_transfer.h"
 #include "yinet/host/message_numbers.h"
@@ -28,23 +29,6 @@ std::string only_wildcards(std::string_view pattern) {
     escaped += c;
   }
   return escaped;
-}
-
-struct NameList {
-  std::string text;
-  std::size_t limit;
-};
-
-std::size_t collect_names(char* bytes, std::size_t size, std::size_t count, void* target) noexcept {
-  auto& [text, limit] = *static_cast<NameList*>(target);
-  const std::size_t length = size * count;
-  if (length > limit - std::min(limit, text.size())) return 0;
-  try {
-    text.append(bytes, length);
-  } catch (...) {
-    return 0;
-  }
-  return length;
 }
 
 // A line of the reply to NLST (RFC 959, 4.1.3). Some servers put the folder before the name.
@@ -76,11 +60,12 @@ bool YInetFileTransfer::list_files(const YString& pattern, std::vector<RemoteFil
     const YString folder(replaced(text.substr(0, name_start), "%", "%25"));
     if (!PrepareServerFunction(message::kTransferListFailed, folder)) return false;
     if (!IsFtpOrSftp() || IsSftp()) return RaiseError(message::kTransferListFailed, protocol_, "", true);
-    NameList names{{}, static_cast<std::size_t>(setting_number(settings::kTransferTextLimit))};
+    std::string names;
+    TextTarget target{names, static_cast<std::size_t>(setting_number(settings::kTransferTextLimit))};
     CURL* const handle = handle_.get();
     curl_easy_setopt(handle, CURLOPT_DIRLISTONLY, 1L);
-    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &collect_names);
-    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &names);
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &write_to_text);
+    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &target);
     const int result = Perform();
     curl_easy_setopt(handle, CURLOPT_DIRLISTONLY, 0L);
     ResetCallbacks();
@@ -89,7 +74,7 @@ bool YInetFileTransfer::list_files(const YString& pattern, std::vector<RemoteFil
       return RaiseCurlError(message::kTransferListFailed, result);
     const auto limit = static_cast<std::size_t>(setting_number(settings::kTransferListLimit));
     const std::string wanted = only_wildcards(text.substr(name_start));
-    for (std::string_view rest = names.text; !rest.empty();) {
+    for (std::string_view rest = names; !rest.empty();) {
       YString name(text_from_wire(next_name(rest)));
       if (name.IsEmpty() || fnmatch(wanted.c_str(), name.Ptr(), 0) != 0) continue;
       if (files.size() == limit) return RaiseCurlError(message::kTransferListFailed, CURLE_FILESIZE_EXCEEDED);

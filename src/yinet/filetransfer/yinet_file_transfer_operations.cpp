@@ -41,23 +41,6 @@ std::size_t write_to_file(char* bytes, std::size_t size, std::size_t count, void
   return static_cast<YFile*>(target)->Write(bytes, static_cast<long>(length)) ? length : 0;
 }
 
-struct TextTarget {
-  std::string& text;
-  std::size_t limit;
-};
-
-std::size_t write_to_text(char* bytes, std::size_t size, std::size_t count, void* target) noexcept {
-  const auto& [text, limit] = *static_cast<TextTarget*>(target);
-  const std::size_t length = size * count;
-  if (length > limit - std::min(limit, text.size())) return 0;
-  try {
-    text.append(bytes, length);
-  } catch (...) {
-    return 0;
-  }
-  return length;
-}
-
 // Never a device or a pipe, which a caller may have named as the target.
 void delete_plain_file(YFile& file, bool plain) {
   file.Close();
