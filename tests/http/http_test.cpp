@@ -5,6 +5,7 @@
 #include "http/http_fixture.h"
 #include "support/certificates.h"
 #include "support/ports.h"
+#include "support/tls_context.h"
 
 namespace yinet::test {
 namespace {
@@ -156,6 +157,27 @@ TEST_F(HttpTest, TlsIsVerifiedWhereTheHostWantsItAndNeverLeftOut) {
   static_cast<void>(peer.take_failures());
   EXPECT_EQ(peer.received(0), "");
   EXPECT_EQ(peer.connection_count(), 1U);  // nothing went out in clear
+}
+
+TEST_F(HttpTest, LaterRequestsResumeTheTlsSessionButNeverOneThatWasCheckedLess) {
+  for (const TlsVersion version : {TlsVersion::tls12, TlsVersion::tls13}) {
+    const TlsContext context = TlsContext::server(Certificates::shared().good(), {.version = version});
+    auto peer = ScriptedPeer::for_every_connection(Script()
+                                                       .start_tls(context)
+                                                       .read_until("\r\n\r\n")
+                                                       .send("HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\nx")
+                                                       .read_to_end());
+    for (std::size_t i = 0; i < 3; ++i) {
+      HTTP http;
+      ASSERT_TRUE(http.Get(YString(peer.url("/", "https")), body_, content_type_, status_));
+      EXPECT_EQ(peer.tls(i).session_reused, i > 0) << i;
+    }
+    set(settings::kTlsVerifyAlways, "1");
+    EXPECT_FALSE(get(peer.url("/", "https")));  // an authority that the system does not know
+    EXPECT_FALSE(peer.tls(3).session_reused);
+    set(settings::kTlsVerifyAlways, "0");
+    static_cast<void>(peer.take_failures());
+  }
 }
 
 }  // namespace

@@ -203,6 +203,7 @@ YString HTTP::GenarateHeader(const EREQUST_TYPE& type, const YString& host, cons
 bool HTTP::DoRequest(const YString& host, const unsigned& port, YBuffer& request, const bool& useTls, YBuffer& response,
                      YString& contentType, YString& status) {
   SecureSocket socket;
+  socket.share_sessions(true);
   if (useTls) socket.InitSSLClientContext(YString(), false, true);
   // Without its context the socket would send in clear what was meant for TLS.
   const bool ready = !useTls || socket.GetSSLContext() != nullptr;

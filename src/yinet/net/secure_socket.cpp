@@ -32,6 +32,7 @@
 #include "yinet/net/socket_state.h"
 #include "yinet/net/tls_errors.h"
 #include "yinet/net/tls_session.h"
+#include "yinet/net/tls_session_store.h"
 
 namespace yinet {
 namespace {
@@ -189,6 +190,8 @@ int SecureSocket::Reconnect() {
 
 void SecureSocket::Close() {
   contained(0, [&] {
+    if (!state_->session_key.empty() && !state_->broken)
+      TlsSessionStore::shared().keep(state_->session_key, session_of(bio));
     if (bio != nullptr) end_connection(bio, *state_);
     bio = nullptr;
     state_->reset();

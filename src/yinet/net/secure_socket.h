@@ -165,6 +165,10 @@ class YINET_API SecureSocket {
   // To be called before this object's own TLS begins, and for each connection anew: it will resume the newest TLS session
   // of `other` and expects the same server name in the certificate. Servers demand that of FTP data connections.
   void resume_session_of(const SecureSocket& other);
+  // Lets this object's TLS connections resume sessions that earlier ones of the process to the same server, checked in the
+  // same way, have left (at most kTlsSessionsKept), and leave theirs at Close. Off by default; not for contexts with
+  // authorities of their own. To be called before Connect.
+  void share_sessions(bool on);
 
  protected:
   // A connection made elsewhere (accepted); takes over `connection`.
@@ -220,6 +224,7 @@ class YINET_API SecureSocket {
   bool SkipBoundAddress(bool strict);
   YString PartnerAddress();      // numeric; asked for when not known yet
   SecureSocket* TakeAccepted();  // what the listener's last step has accepted; null when there is none
+  [[nodiscard]] std::string SharedSessionKey(bool verify) const;
   int ConnectTls();
   // Puts the session above the connection; its handshake comes with the first transfer.
   bool DelayHandshake(SSL* session, bool verify);

@@ -27,6 +27,7 @@
 #include "yinet/net/tls_context.h"
 #include "yinet/net/tls_errors.h"
 #include "yinet/net/tls_session.h"
+#include "yinet/net/tls_session_store.h"
 
 namespace yinet {
 namespace {
@@ -74,6 +75,7 @@ bool SecureSocket::InitSSLClientContext(const YString& certificates, const bool&
     }
     const bool verify = must_verify(ignoreVerification);
     if (verify && certificates.IsEmpty()) trust_system(sslContext);
+    state_->trusts_system = certificates.IsEmpty();
     ignoreCertificateVerification = !verify;
     SSL_CTX_set_verify(sslContext, verify ? SSL_VERIFY_PEER : SSL_VERIFY_NONE, nullptr);
     SSL_CTX_set_options(sslContext, SSL_OP_ALL);
@@ -130,6 +132,7 @@ bool SecureSocket::InitSSLSeverContext(const YString& certificateFile, const YSt
 bool SecureSocket::AddTrustStoreFile(const YString& file) {
   return contained(false, [&] {
     ERR_clear_error();
+    state_->trusts_system = false;
     if (sslContext != nullptr && trust_file(sslContext, file)) return true;
     const std::string cause = sslContext == nullptr ? "no TLS context" : take_tls_error();
     report(kTransferLevel, message::kCertificateListItemFailed, cause, file);
@@ -140,6 +143,7 @@ bool SecureSocket::AddTrustStoreFile(const YString& file) {
 bool SecureSocket::AddTrustStoreDirectory(const YString& folder) {
   return contained(false, [&] {
     ERR_clear_error();
+    state_->trusts_system = false;
     std::string cause;
     if (sslContext == nullptr)
       cause = "no TLS context";
@@ -214,15 +218,12 @@ bool SecureSocket::DelayHandshake(SSL* session, bool verify) {
 void SecureSocket::resume_session_of(const SecureSocket& other) {
   contained(0, [&] {
     state_->certificate_host = expected_host(*other.state_);
-    state_->resumed.reset();
-    SSL* const session = session_of(other.bio);
-    const SslSessionHandle newest(session != nullptr ? SSL_get1_session(session) : nullptr);
-    // A copy: a connection that ends badly makes its session unusable, and that must stay its own affair.
-    if (newest && SSL_SESSION_is_resumable(newest.get()) != 0) state_->resumed.reset(SSL_SESSION_dup(newest.get()));
-    ERR_clear_error();
+    state_->resumed = resumable_session(session_of(other.bio));
     return 0;
   });
 }
+
+void SecureSocket::share_sessions(bool on) { state_->share_sessions = on; }
 
 bool SecureSocket::PerformSSlConnect(SSL* session) {
   if (session == nullptr || bio == nullptr) return false;
@@ -276,8 +277,19 @@ int SecureSocket::JudgePeer(bool verify, int unfinished_message, int rejected_me
   return kCertificateRejected;
 }
 
+// Names what must be the same for a session to be resumed: the server, what was checked of it, and the policy. Empty
+// where sessions are not shared.
+std::string SecureSocket::SharedSessionKey(bool verify) const {
+  if (!state_->share_sessions || !state_->trusts_system) return {};
+  const std::string_view checks = !verify ? "unchecked" : setting_flag(settings::kTlsCheckName) ? "named" : "unnamed";
+  return formatted("$1$\n$2$\n$3$\n$4$\n$5$\n$6$", connectTarget, state_->host, std::to_string(socksTargetPort), checks,
+                   setting_text(settings::kTlsMinimumVersion), setting_text(settings::kTlsCipherList));
+}
+
 int SecureSocket::ConnectTls() {
   const bool verify = must_verify(ignoreCertificateVerification);
+  const std::string key = SharedSessionKey(verify);
+  if (!key.empty()) state_->resumed = TlsSessionStore::shared().take(key);
   SessionHandle session = make_client_session(sslContext, expected_host(*state_), verify, state_->resumed.get());
   const bool done = dataChannel && session ? DelayHandshake(session.get(), verify) : PerformSSlConnect(session.get());
   if (!done) {
@@ -286,7 +298,9 @@ int SecureSocket::ConnectTls() {
   }
   static_cast<void>(session.release());  // owned by the chain now
   if (dataChannel) return 0;
-  return JudgePeer(verify, message::kConnectTlsFailed, message::kCertificateRejected, kConnectLevel);
+  const int judgement = JudgePeer(verify, message::kConnectTlsFailed, message::kCertificateRejected, kConnectLevel);
+  if (judgement == 0) state_->session_key = key;
+  return judgement;
 }
 
 int SecureSocket::STARTTLS(const YString& certificates, const bool& listFlag, const bool& ignoreVerification,

@@ -23,6 +23,10 @@ struct SocketState {
   std::string certificate_host;  // empty: `host`
   SslSessionHandle resumed;
 
+  // --- Sessions shared with other connections of the process (TlsSessionStore) ---
+  bool share_sessions = false;
+  bool trusts_system = false;  // the context's authorities are the system's, and nothing else
+
   std::function<void(std::size_t)> on_sent;  // may be empty
 
   // --- The connection that stands; reset() with every new one ---
@@ -32,6 +36,7 @@ struct SocketState {
   bool broken = false;           // a read or write failed: no orderly end is possible
   short input_event = POLLIN;    // what the last read waits for (TLS may have to write first)
   bool input_drained = false;    // the last read found nothing: only the system can tell of more
+  std::string session_key;       // where the session is to be kept; empty: nowhere
   // Not empty while a delayed handshake, whose certificate counts, is due: asked once it is finished, and false means
   // that not a byte may follow.
   std::function<bool()> judge_peer;
@@ -49,6 +54,7 @@ struct SocketState {
     sent = 0;
     send_unfinished = wrote_last = broken = input_drained = false;
     input_event = POLLIN;
+    session_key.clear();
     judge_peer = nullptr;
     drop_buffered();
   }

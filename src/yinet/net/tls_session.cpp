@@ -60,6 +60,14 @@ SessionHandle make_server_session(SSL_CTX* context) {
   return session;
 }
 
+SslSessionHandle resumable_session(SSL* connection) {
+  const SslSessionHandle newest(connection != nullptr ? SSL_get1_session(connection) : nullptr);
+  if (!newest || SSL_SESSION_is_resumable(newest.get()) == 0) return nullptr;
+  SslSessionHandle copy(SSL_SESSION_dup(newest.get()));
+  ERR_clear_error();
+  return copy;
+}
+
 long verification_result(const SSL* session) {
   if (SSL_get0_peer_certificate(session) == nullptr) return X509_V_ERR_UNSPECIFIED;  // OpenSSL would say X509_V_OK
   return SSL_get_verify_result(session);
