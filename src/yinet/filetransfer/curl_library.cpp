@@ -2,11 +2,35 @@
 
 #include <algorithm>
 
+#include "yinet/net/sigpipe_guard.h"
+
 namespace yinet {
 
 bool LibcurlInitializer::succeeded() {
   static const bool initialized = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
   return initialized;
+}
+
+void CurlMultiFree::operator()(CURLM* multi) const noexcept {
+  const SigpipeGuard no_sigpipe;  // closing connections writes to them
+  curl_multi_cleanup(multi);
+}
+
+CURLcode run_transfer(CURLM* multi, CURL* handle) {
+  if (curl_multi_add_handle(multi, handle) != CURLM_OK) return CURLE_OUT_OF_MEMORY;
+  int running = 1;
+  CURLMcode step = CURLM_OK;
+  while (step == CURLM_OK && running > 0) {
+    step = curl_multi_perform(multi, &running);
+    if (step == CURLM_OK && running > 0) step = curl_multi_poll(multi, nullptr, 0, kLookAgainMs, nullptr);
+  }
+  CURLcode result = step == CURLM_OUT_OF_MEMORY ? CURLE_OUT_OF_MEMORY : CURLE_FAILED_INIT;
+  int left = 0;
+  while (const CURLMsg* const done = curl_multi_info_read(multi, &left)) {
+    if (done->msg == CURLMSG_DONE) result = done->data.result;
+  }
+  curl_multi_remove_handle(multi, handle);
+  return result;
 }
 
 std::size_t write_to_text(char* bytes, std::size_t size, std::size_t count, void* target) noexcept {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 
+#include "yinet/filetransfer/curl_library.h"
 #include "yinet/filetransfer/yinet_file_transfer.h"
 
 namespace yinet {
@@ -15,9 +16,10 @@ namespace yinet {
 struct TransferState {
   std::array<char, CURL_ERROR_SIZE> error_text{};
   TransferCause cause;
+  CurlMulti connections;   // of the handle; idle ones are used again
   std::string tls_policy;  // that the handle's connections were made under
   TransferReport report;
-  bool reporting = false;        // an upload or download runs, no preparation
+  bool reporting = false;         // an upload or download runs, no preparation
   std::int64_t upload_size = -1;  // of a running upload
   // Whether the server was asked for its start folder since server or login changed. A connection that is reused does not
   // tell it again.

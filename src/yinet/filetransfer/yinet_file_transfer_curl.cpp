@@ -136,6 +136,7 @@ void YInetFileTransfer::MakeHandle() {
   handle_.reset();
   if (!IsLibcurlInitialized()) return;
   handle_.reset(curl_easy_init());
+  state_->connections.reset(curl_multi_init());
   state_->tls_policy = tls_policy();
   if (!handle_ || !set_for_good(handle_.get(), *state_)) {
     handle_.reset();
@@ -266,7 +267,7 @@ curl_slist* YInetFileTransfer::CreateAndSetHeaderlist(const YString& command, co
 int YInetFileTransfer::Perform() {
   const SigpipeGuard no_sigpipe;
   state_->error_text.front() = '\0';
-  const CURLcode result = curl_easy_perform(handle_.get());
+  const CURLcode result = run_transfer(state_->connections.get(), handle_.get());
   state_->cause = {failure_of(result), result, 0, YString(state_->error_text.data())};
   curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &state_->cause.response);
   return result;
