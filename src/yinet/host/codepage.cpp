@@ -52,6 +52,20 @@ std::size_t ascii_prefix(std::string_view text) {
   return i;
 }
 
+// Copies that run too; up to seven more bytes of `to`, which has room for the whole text, are overwritten.
+std::size_t copy_ascii_prefix(std::string_view text, char* to) {
+  std::size_t i = 0;
+  for (; i + 8 <= text.size(); i += 8) {
+    std::uint64_t block;
+    std::memcpy(&block, text.data() + i, 8);
+    std::memcpy(to + i, &block, 8);
+    if (const std::uint64_t high = block & 0x8080808080808080U; high != 0)
+      return i + static_cast<std::size_t>(std::countr_zero(high)) / 8;
+  }
+  for (; i < text.size() && static_cast<unsigned char>(text[i]) < 0x80; ++i) to[i] = text[i];
+  return i;
+}
+
 }  // namespace
 
 char32_t code_point_from_ansi(unsigned char byte) {
@@ -97,8 +111,7 @@ bool convert_from_utf8(std::string_view text, std::string& out, OnLacking on_lac
   out.resize(text.size());  // every character takes a byte of the text at least
   char* to = out.data();
   while (!text.empty()) {
-    const std::size_t plain = ascii_prefix(text);
-    std::memcpy(to, text.data(), plain);
+    const std::size_t plain = copy_ascii_prefix(text, to);
     to += plain;
     text.remove_prefix(plain);
     while (!text.empty() && static_cast<unsigned char>(text.front()) >= 0x80) {

@@ -10,6 +10,7 @@
 #include <optional>
 #include <utility>
 
+#include "yinet/host/base64_blocks.h"
 #include "yinet/host/text.h"
 
 namespace {
@@ -122,6 +123,7 @@ std::optional<Decoded> decode(std::string_view text, unsigned char* target) {
     out += kGroupBytes;
   };
   for (;;) {
+    yinet::decode_base64_blocks(in, end, out);
     while (end - in >= 8) {
       const std::uint32_t first = group_value(in);
       const std::uint32_t second = group_value(in + kGroupCharacters);

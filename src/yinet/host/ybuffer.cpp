@@ -6,6 +6,8 @@
 #include <new>
 #include <utility>
 
+#include "yinet/host/huge_pages.h"
+
 namespace {
 
 std::size_t clipped(long value) { return value < 0 ? 0 : static_cast<std::size_t>(value); }
@@ -38,6 +40,7 @@ void YBuffer::grow_to(std::size_t capacity) {
   if (grown == nullptr) throw std::bad_alloc();
   static_cast<void>(bytes_.release());
   bytes_.reset(grown);
+  yinet::prefer_huge_pages(grown, capacity);
   capacity_ = capacity;
 }
 

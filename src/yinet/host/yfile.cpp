@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "yinet/host/file_place.h"
+#include "yinet/host/huge_pages.h"
 
 namespace {
 
@@ -206,6 +207,7 @@ bool YFile::ReadAll(std::string& target) {
     const std::int64_t size = GetFileSize();
     const off_t position = lseek(descriptor_, 0, SEEK_CUR);
     if (position >= 0 && size > position) target.reserve(static_cast<std::size_t>(size - position));
+    yinet::prefer_huge_pages(target.data(), target.capacity());
     // Through a piece that stays in the processor's cache: the memory of a large text is touched only once.
     const auto piece = std::make_unique_for_overwrite<char[]>(kReadAhead);
     for (;;) {

@@ -14,6 +14,7 @@ namespace yinet {
 namespace {
 
 constexpr std::string_view kLineEnd = "\r\n";
+constexpr std::string_view kStuffedDot = "\r\n..";
 constexpr std::size_t kPieceCharacters = 64 * 1024;  // of a large content, decoded at a time
 constexpr std::string_view kNoticeStart = "Diese Mail (";
 constexpr std::string_view kNoticeMiddle =
@@ -90,8 +91,11 @@ std::string decode_inline_text(std::string_view content, TransferEncoding encodi
   const std::string_view text = without_terminator(content);
   if (encoding == TransferEncoding::binary) return std::string(text);
   if (encoding == TransferEncoding::base64) return decode_base64_text(text);
-  std::string unstuffed = replaced(text, "\r\n..", "\r\n.");
-  return encoding == TransferEncoding::quoted_printable ? quoted_printable_decoded(unstuffed) : unstuffed;
+  const bool quoted = encoding == TransferEncoding::quoted_printable;
+  if (find_bytes(text, kStuffedDot) == std::string_view::npos)  // as in most mails
+    return quoted ? quoted_printable_decoded(text) : std::string(text);
+  std::string unstuffed = replaced(text, kStuffedDot, "\r\n.");
+  return quoted ? quoted_printable_decoded(unstuffed) : unstuffed;
 }
 
 std::string decode_untyped_text(std::string_view content) {
