@@ -2,14 +2,12 @@
 
 #ifdef __x86_64__
 
+#include <immintrin.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
-
-#pragma GCC push_options
-#pragma GCC target("avx2")
-#include <immintrin.h>
 
 namespace {
 
@@ -35,11 +33,12 @@ constexpr auto kRefusals = [] {
 constexpr std::array<std::int8_t, 16> kShifts = {0, 63 - '/', 62 - '+', 52 - '0', -'A', -'A', 26 - 'a', 26 - 'a'};
 
 template <typename Table>
-__m256i twice(const Table& table) {
+__attribute__((target("avx2"))) __m256i twice(const Table& table) {
   return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(table.data())));
 }
 
-void decode_blocks(const unsigned char*& in, const unsigned char* end, unsigned char*& out) {
+__attribute__((target("avx2"))) void decode_blocks(const unsigned char*& in, const unsigned char* end,
+                                                   unsigned char*& out) {
   constexpr std::ptrdiff_t kBlock = 32;
   const __m256i refusals = twice(kRefusals);
   const __m256i bits = twice(kBits);
@@ -69,8 +68,6 @@ void decode_blocks(const unsigned char*& in, const unsigned char* end, unsigned 
 }
 
 }  // namespace
-
-#pragma GCC pop_options
 
 namespace yinet {
 
