@@ -155,8 +155,12 @@ TEST_P(FolderSites, TellWhatFailed) {
       {21545, [&] { return transfer.DeleteDirectory("none"); }},
       {21546, [&] { return transfer.CreateDirectoryA("dir"); }},
       {21546, [&] { return transfer.CreateDirectoryA("x\nDELE source"); }},
-      {21546, [&] { return transfer.CreateDirectoryA("x\rDELE source"); }},
-      {21546, [&] { return transfer.CreateDirectoryA(YString("x\0y", 3)); }},
+      {21545, [&] { return transfer.DeleteDirectory("x\rDELE source"); }},
+      {21544, [&] { return transfer.DeleteFileA(YString("x\0y", 3)); }},
+      {21541, [&] { return transfer.UploadString("x", "x%0D%0ADELE source"); }},
+      {21540, [&] { return transfer.UploadFile(source, YString("x\0y", 3)); }},
+      {21542, [&] { return transfer.DownloadToFile("x%00y", local_name("none")); }},
+      {21547, [&] { return transfer.ExistsDirectory("dir\n"); }},
   };
   std::vector<int> expected;
   for (const auto& [number, operation] : cases) {
@@ -167,6 +171,7 @@ TEST_P(FolderSites, TellWhatFailed) {
   EXPECT_EQ(log.numbers(), expected);
   EXPECT_EQ(text, "");
   EXPECT_FALSE(fs::exists(local / "none"));
+  EXPECT_FALSE(server.files().has("x")) << "nothing was cut off and taken";
   EXPECT_TRUE(transfer.UploadString("x", "x")) << "after all that: " << error_of(transfer);
 
   if (server.connection().GetString("Benutzername").Equals("anonymous")) return;

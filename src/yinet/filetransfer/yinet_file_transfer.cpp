@@ -215,6 +215,12 @@ bool YInetFileTransfer::CheckLoginTexts() {
   return true;
 }
 
+// A line break would become a second command, and a NUL would end the name.
+bool YInetFileTransfer::CheckRemoteName(int number, const YString& name) {
+  return !breaks_protocol_line(name) ||
+         RaiseError(number, YTextManager.GetYText(message::kTransferLineBreakRefused, "path"), "", true);
+}
+
 bool YInetFileTransfer::IsSftp() const { return protocol_.Equals("sftp"); }
 bool YInetFileTransfer::IsFtpOrSftp() const { return IsSftp() || protocol_.Equals("ftp") || protocol_.Equals("ftps"); }
 

@@ -53,7 +53,7 @@ using TransferReport = std::function<void(std::int64_t done, std::int64_t total)
 // Remote paths begin in the folder that the login leads to, with or without a slash before them; over FTP "//" leads to
 // the root, over SFTP and FTP ".." leads up. They go out in UTF-8, unless the setting kRawNames keeps their bytes, and mean
 // the name as written, except that an escape such as "%20" counts as the character in downloads, uploads and
-// ExistsDirectory. Local names are those of YFile.
+// ExistsDirectory. Over FTP and SFTP a line break or a NUL in them fails. Local names are those of YFile.
 //
 // Operations give true for success. Otherwise GetLastErrorNumber and GetLastErrorMsg tell why, and the log too unless
 // SetErrorReporting(false). Passwords occur in neither. Connections stay open for the next operation of the same object.
@@ -117,6 +117,7 @@ class YINET_API YInetFileTransfer {
   bool CheckServer(bool with_details);
   bool CheckServerAddressFormat(const YString& address, bool with_details);
   bool CheckLoginTexts();
+  bool CheckRemoteName(int number, const YString& name);
   bool IsFtpOrSftp() const;
   bool IsSftp() const;
 

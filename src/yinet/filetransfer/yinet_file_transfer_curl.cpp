@@ -201,7 +201,8 @@ bool YInetFileTransfer::SetCurlLimits() {
 bool YInetFileTransfer::PrepareServerFunction(int number, const YString& path) {
   operation_number_ = number;
   const bool needs_entry_directory = entry_directory_.IsEmpty() && protocol_.Find("ftp") >= 0;
-  const bool prepared = (!needs_entry_directory || RequestEntryDir(number)) && PrepareServerFunction_Intern(path);
+  const bool prepared = (!needs_entry_directory || RequestEntryDir(number)) && PrepareServerFunction_Intern(path) &&
+                        (!IsFtpOrSftp() || CheckRemoteName(number, YString(percent_decoded(path))));
   operation_number_ = 0;
   return prepared;
 }

@@ -13,9 +13,7 @@
 #include "yinet/filetransfer/yinet_file_transfer.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
-#include "yinet/host/text.h"
 #include "yinet/host/yfile.h"
-#include "yinet/host/ytextmanager.h"
 #include "yinet/net/contained.h"
 
 using namespace yinet;
@@ -145,8 +143,7 @@ bool YInetFileTransfer::RunCommand(int number, int protocol_error, const char* f
     if (!PrepareServerFunction(number, "")) return false;
     if (!IsFtpOrSftp()) return RaiseError(protocol_error, protocol_, "", true);
     // The start folder is the server's word, so it is looked at as well.
-    if (breaks_protocol_line(GetAbsolutePath(remote)))
-      return RaiseError(number, YTextManager.GetYText(message::kTransferLineBreakRefused, "path"), "", true);
+    if (!CheckRemoteName(number, GetAbsolutePath(remote))) return false;
     const CurlList command(CreateAndSetHeaderlist(IsSftp() ? sftp_command : ftp_command, remote));
     if (!command) return RaiseCurlError(number, CURLE_OUT_OF_MEMORY);
     const int result = Perform();
