@@ -50,6 +50,7 @@ TEST_F(TransferSettings, AreChecked) {
       {&YInetFileTransfer::SetProxyProtocol, "socks", 21524},
       {&YInetFileTransfer::SetProxyServerUrl, "socks5h://proxy:1080", 0},
       {&YInetFileTransfer::SetProxyServerUrl, "", 0},
+      {&YInetFileTransfer::SetProxyServerUrl, "://proxy", 21523},
       {&YInetFileTransfer::SetProxyServer, "proxy/x", 21534},
   };
   for (const auto& row : cases) {

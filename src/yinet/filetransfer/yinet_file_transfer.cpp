@@ -3,7 +3,7 @@
 #include "yinet/filetransfer/yinet_file_transfer.h"
 
 #include <algorithm>
-#include <array>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -37,9 +37,9 @@ bool is_one_of(const std::string_view (&names)[Count], std::string_view name) {
 }
 
 // "scheme://rest" in two; without "://" all of it is the rest.
-std::pair<std::string_view, std::string_view> split_url(std::string_view url) {
+std::pair<std::optional<std::string_view>, std::string_view> split_url(std::string_view url) {
   const std::size_t end = url.find(kBehindScheme);
-  if (end == std::string_view::npos) return {{}, url};
+  if (end == std::string_view::npos) return {std::nullopt, url};
   return {url.substr(0, end), url.substr(end + kBehindScheme.size())};
 }
 
@@ -115,8 +115,7 @@ bool YInetFileTransfer::SetServerUrl(const YString& url) {
   if (!handle_) return false;
   ClearLastErrorIfInitOk();
   const auto [scheme, server] = split_url(url);
-  const bool has_scheme = server.size() != std::string_view(url).size();
-  const bool known = !has_scheme || SetProtocol(YString(scheme));
+  const bool known = !scheme || SetProtocol(YString(*scheme));
   OnServerOrUserChange();
   server_ = YString(server);
   return known && CheckServer(false);
@@ -159,7 +158,7 @@ bool YInetFileTransfer::SetProxyServerUrl(const YString& url) {
   if (!handle_) return false;
   if (url.IsEmpty()) return SetProxyServer(url);
   const auto [scheme, server] = split_url(url);
-  const bool known = scheme.empty() || SetProxyProtocol(YString(scheme));
+  const bool known = !scheme || SetProxyProtocol(YString(*scheme));
   proxy_server_ = YString(server);
   return known && CheckServerAddressFormat(proxy_server_, true);
 }
