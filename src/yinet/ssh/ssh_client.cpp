@@ -65,6 +65,7 @@ bool sshClient::open_connection(const YString& host, int port, const YString& us
     return failed(SshFailure::not_connected, "the proxy opens no way to " + state_->server);
   }
   state_->sessions.clear();
+  session_.reset();
   session_ = std::make_unique<SshConnection>(socket_.GetScoketDescriptor(),
                                              std::chrono::milliseconds(setting_number(settings::kSshLimit)));
   if (session_->connect({text_for_wire(user), host.str(), port, known_hosts_path()})) return true;
