@@ -28,7 +28,7 @@ messages_doc() {
 
 Made from the library's own catalogue by \`scripts/reference-docs.sh\`. \`yinet messages NUMBER\` prints one of them. "\$1\$" to
 "\$9\$" stand for what a message is about. Levels: 2 failures of connections and TLS, 5 missing parameters, 6 failed
-operations, 8 accepted connections; traces are written only with \`--trace\`.
+operations, 8 accepted connections and host keys; \`yinet\` writes level 8 and traces only with \`--trace\`.
 TEXT
   yinet messages --full | awk '
     /^[0-9]/ { print "\n## " $0 "\n" }

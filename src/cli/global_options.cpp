@@ -61,7 +61,7 @@ void GlobalOptions::add_to(CLI::App& program) {
 
 int GlobalOptions::apply() const {
   remarks_as_json(log_form_ == "json");
-  set_log_json(log_form_ == "json");
+  set_log_sink(&print_log);
   if (trace_) set_debug_traces(true);
   if (!language_.empty()) set_message_language(language_ == "de" ? Language::german : Language::english);
   if (!settings_file_.empty())

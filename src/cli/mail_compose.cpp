@@ -33,7 +33,7 @@ class UnsentAttachments {
   }
   UnsentAttachments(const UnsentAttachments&) = delete;
   UnsentAttachments& operator=(const UnsentAttachments&) = delete;
-  ~UnsentAttachments() { set_log_sink(nullptr); }
+  ~UnsentAttachments() { set_log_sink(&print_log); }
   [[nodiscard]] int count() const { return count_; }
 
  private:

@@ -35,7 +35,7 @@ constexpr const char* kExamples = R"(Examples:
 
 Paths begin in the login's folder; "/%2F" begins an absolute one. Passwords come from the URL, from YINET_SFTP_PASSWORD,
 YINET_SFTP_KEY_PASSWORD and YINET_PROXY_PASSWORD, or are asked for; with --key none is needed for the server. The server's
-host key is logged, and checked only where --known-hosts or the setting SSH/BekannteHosts names a file.
+host key is shown by --trace, and checked only where --known-hosts or the setting SSH/BekannteHosts names a file.
 
 Exit status: )" YINET_TRANSFER_EXIT_CODES;
 

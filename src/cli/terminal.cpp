@@ -75,6 +75,8 @@ int wrong_call(std::string_view text) {
 }
 
 void print_log(const LogRecord& record) {
+  constexpr int kLastShownLevel = 6;
+  if (record.level > kLastShownLevel && !debug_traces()) return;
   const std::string line = (g_remarks_as_json ? log_json_line(record) : log_line(record)) + "\n";
   std::fwrite(line.data(), 1, line.size(), stderr);
 }

@@ -23,7 +23,8 @@ void remark(std::string_view text);
 void remarks_as_json(bool on);
 // The same for a wrong call; gives its exit code.
 int wrong_call(std::string_view text);
-// A record of the log on standard error, in the form that was chosen there: for log sinks that only look.
+// The program's log sink: a record on standard error, in the form that was chosen there. What tells no trouble, a server's
+// host key for example, is left out while traces are off.
 void print_log(const LogRecord& record);
 
 struct TextArgument {

@@ -41,7 +41,10 @@ TEST(SftpCommand, MovesListsAndDeletesFiles) {
   EXPECT_THAT(result.errors, testing::HasSubstr("7 bytes in "));
   EXPECT_EQ(server.content("B\xC3\xBC cher/M\xC3\xA4rz 1.txt"), "content");
   EXPECT_EQ(run({"ls", folder}).output, "M\xC3\xA4rz 1.txt\n");
-  EXPECT_EQ(run({"get", file, (local / "back").string(), "--quiet"}).exit_code, 0);
+  result = run({"get", file, (local / "back").string(), "--quiet"});
+  EXPECT_EQ(result.exit_code, 0);
+  EXPECT_EQ(result.errors, "");
+  EXPECT_THAT(run({"ls", folder, "--trace"}).errors, testing::HasSubstr("ssh-ed25519 SHA256:"));
   EXPECT_EQ(read_file(local / "back"), "content");
   EXPECT_EQ(run({"rm", file}).exit_code, 0);
   EXPECT_EQ(run({"get", file, (local / "none").string()}).exit_code, 5);

@@ -36,7 +36,7 @@ std::span<const MessageText> ssh_messages() {
        "The folder $1$ could not be created over SFTP: $2$", kServerCure},
       {kSshNewFolderMissing, 5, "Der Parameter f\xFCr das anzulegende Verzeichnis fehlt.",
        "The parameter for the folder to create is missing.", kParameterCure},
-      {kSshHostKey, 6, "Host-Schl\xFCssel von $1$: $2$", "Host key of $1$: $2$",
+      {kSshHostKey, 8, "Host-Schl\xFCssel von $1$: $2$", "Host key of $1$: $2$",
        "Compare it with what \"ssh-keygen -lf\" tells on the server; \"SSH\"/\"BekannteHosts\" has it checked."},
       {kSshHostKeyUnknown, 6, "Der Host-Schl\xFCssel von $1$ ist nicht bekannt: $2$ steht nicht in $3$.",
        "The host key of $1$ is not known: $2$ is not in $3$.",

@@ -22,6 +22,7 @@ using namespace yinet;
 namespace {
 
 constexpr int kLogLevel = 6;
+constexpr int kNoticeLevel = 8;
 
 bool has_nul(std::string_view text) { return text.find('\0') != std::string_view::npos; }
 
@@ -75,7 +76,7 @@ bool sshClient::open_connection(const YString& host, int port, const YString& us
 // Every server is accepted unless there is a file of known hosts.
 bool sshClient::verifyServer() {
   const std::string key = session_->host_key();
-  YLog.Event(kLogLevel, message::kSshHostKey, state_->server, key);
+  YLog.Event(kNoticeLevel, message::kSshHostKey, state_->server, key);
   const std::string known_hosts = setting_text(settings::kSshKnownHosts);
   if (known_hosts.empty() || session_->is_known_host()) return true;
   YLog.Event(kLogLevel, message::kSshHostKeyUnknown, state_->server, key, known_hosts);
