@@ -2,13 +2,20 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <string>
 #include <utility>
 
 #include "filetransfer/transfer_test_kit.h"
+#include "support/cutting_relay.h"
+#include "support/ftp_server.h"
 #include "support/ports.h"
 #include "support/resource_check.h"
 #include "support/scripted_peer.h"
+#include "support/ssh_server.h"
+#include "yinet/host/yfile.h"
+#include "yinet/host/yobject.h"
+#include "yinet/script/call_function.h"
 
 namespace yinet::test {
 namespace {
@@ -162,7 +169,8 @@ ConnectionScript ftp_dialogue(std::string greeting, std::string start_folder, st
   return [=](Connection& connection) {
     const std::pair<std::string_view, std::string> replies[] = {
         {"USER", "331 a\r\n"}, {"PASS", "230 b\r\n"},          {"PWD", start_folder},
-        {"EPSV", "229 (|||" + std::to_string(data_port) + "|)\r\n"}, {"LIST", "150 c\r\n226 d\r\n"}, {"", "250 e\r\n"}};
+        {"EPSV", "229 (|||" + std::to_string(data_port) + "|)\r\n"}, {"LIST", "150 c\r\n226 d\r\n"},
+        {"NLST", "150 c\r\n226 d\r\n"}, {"RETR", "150 c\r\n226 d\r\n"}, {"SIZE", "213 10\r\n"}, {"", "250 e\r\n"}};
     connection.send(greeting);
     for (std::string line; line != "QUIT\r\n";) {
       line = connection.read_line();
@@ -236,6 +244,54 @@ TEST_F(TransferOverFtp, AServerThatNeverEndsItsGreetingIsLeft) {
   transfer.SetServerUrl(YString("ftp://" + server.target()));
   EXPECT_FALSE(transfer.DeleteFileA("x"));
   EXPECT_EQ(transfer.GetLastErrorNumber(), 21544);
+}
+
+TEST_F(TransferOverFtp, NamesOfAListingAreData) {
+  ScriptedPeer names = ScriptedPeer::for_every_connection(Script().send("../x\r\n..\r\n").close());
+  ScriptedPeer server = ScriptedPeer::for_every_connection(ftp_dialogue("220 hi\r\n", "550 no\r\n", names.port()));
+  YObject parameters;
+  parameters.StoreText("pHOST", server.target());
+  parameters.StoreText("pDateiname", "*");
+  parameters.Store<YString>("pZielverzeichnis", YString(local.path().string()));
+  call_function("FTP_DOWNLOADDATEIEN", parameters);
+  EXPECT_EQ(parameters.GetString("pDateien"), "x");
+  EXPECT_THAT(log.numbers(), testing::ElementsAre(21550));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(local.path()), {}), 1);
+}
+
+// --- Lost connections -----------------------------------------------------------------------------------------------------
+
+TEST_F(TransferTest, AConnectionMayEndAnywhere) {
+  YINET_SKIP_FOR(SshServer::missing());
+  YINET_SKIP_FOR(FtpServer::missing(FtpBrand::proftpd));
+  const SshServer ssh;
+  const FtpServer ftp({.brand = FtpBrand::proftpd, .tls = true});
+  const YString source = local_file("source", "content");
+  const YString target = local_name("target");
+  const struct {
+    std::string protocol, user, password;
+    std::uint16_t port;
+  } servers[] = {{"sftp", SshServer::user(), SshServer::password(), ssh.port()},
+                 {"ftps", ftp.user(), ftp.password(), ftp.port()}};
+  for (const auto& server : servers) {
+    const CuttingRelay relay(server.port, 400);
+    int rounds = 1;
+    for (bool done = false; !done; ++rounds) {
+      ASSERT_LT(rounds, 200) << server.protocol;
+      const ResourceCheck resources;
+      YInetFileTransfer transfer;
+      transfer.SetServerUrl(YString(server.protocol + "://127.0.0.1:" + std::to_string(relay.port())));
+      transfer.SetUsername(YString(server.user));
+      transfer.SetPassword(YString(server.password));
+      transfer.DeleteDirectory("d");  // of the round before
+      done = transfer.CreateDirectoryA("d") && transfer.UploadFile(source, "x") && transfer.ExistsDirectory("d") &&
+             transfer.DownloadToFile("x", target) && transfer.DeleteFileA("x") && transfer.DeleteDirectory("d");
+      EXPECT_EQ(transfer.GetLastErrorNumber() == 0, done) << error_of(transfer);
+      EXPECT_TRUE(!YFile::Exist(target) || read_file(local / "target") == "content");
+      YFile::Delete(target);
+    }
+    EXPECT_GT(rounds, 5) << server.protocol;
+  }
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <filesystem>
 
 #include "ssh/ssh_test_kit.h"
+#include "support/cutting_relay.h"
+#include "yinet/host/yfile.h"
 
 namespace yinet::test {
 namespace {
@@ -98,6 +100,27 @@ TEST_F(SshHostileTest, SilenceEndsAtTheLimit) {
   EXPECT_FALSE(client.existDirectory(".", nullptr));
   EXPECT_EQ(client.last_failure(), SshFailure::broken) << client.last_failure_text().str();
   EXPECT_THAT(client.last_failure_text().str(), testing::HasSubstr("3000 ms"));
+}
+
+TEST_F(SshHostileTest, AConnectionMayEndAnywhere) {
+  const SshServer server;
+  const CuttingRelay relay(server.port(), 150);
+  const YString source = local_file("source", "content");
+  const YString target = local_name("target");
+  int connections = 1;
+  for (bool done = false; !done; ++connections) {
+    ASSERT_LT(connections, 200);
+    const ResourceCheck resources;
+    sshClient client;
+    done = client.connect("127.0.0.1", relay.port(), YString(SshServer::user()), YString(SshServer::password()), "", 0, 0, "", "") &&
+           client.createDirectory("d", nullptr) && client.uploadFile(source, "d/x", nullptr) &&
+           !client.getDirectory("d", nullptr).IsEmpty() && client.downloadWholeFile("d/x", target, nullptr) &&
+           client.deleteFile("d/x", nullptr) && client.removeDirectory("d", nullptr);
+    EXPECT_EQ(client.last_failure() == SshFailure::none, done);
+    EXPECT_TRUE(!YFile::Exist(target) || read_file(local / "target") == "content");
+    YFile::Delete(target);
+  }
+  EXPECT_GT(connections, 20);
 }
 
 }  // namespace
