@@ -10,7 +10,7 @@ namespace yinet::test {
 namespace {
 
 // SFTP 3 on standard input and output. Reads bring 1000 bytes at most of 10,000, and fail from the byte on that the name
-// of the file tells; listings have odd names.
+// of the file tells; listings have odd names, and that of "9" has no end.
 constexpr const char* kServer = R"(
 import struct, sys
 take = lambda n: sys.stdin.buffer.read(n)
@@ -36,8 +36,8 @@ while True:
         elif data: answer(103, id + text(data))
         else: answer(101, id + struct.pack('>I', 1) + text(b'') * 2)
     elif kind == 12 and not listed:
-        listed = True
-        names = [b'../x', b'a\x01b', b'c\r\nd', b'M\xc3\xa4rz', b'\xff\xfe']
+        listed = failures['at'] != 9
+        names = [b'../x', b'a\x01b', b'c\r\nd', b'M\xc3\xa4rz', b'\xff\xfe'] * (1 if listed else 200)
         answer(104, id + struct.pack('>I', len(names)) + b''.join(text(n) + text(b'- 1 o g 0 x') + struct.pack('>I', 0) for n in names))
     else: answer(101, id + struct.pack('>I', 1 if kind == 12 else 0) + text(b'') * 2)
 )";
@@ -75,6 +75,7 @@ TEST_F(SshHostileTest, NamesOfAListingAreData) {
   ASSERT_TRUE(log_in(client, server));
   EXPECT_THAT(client.getDirectory("0", nullptr).Items(),
               testing::ElementsAre("../x", "a?b", "c\r\nd", "M\xE4rz", "\xFF\xFE"));
+  EXPECT_EQ(client.getDirectory("9", nullptr).Items().size(), 1'000'000U);
   const SettingChange two(settings::kSshListingEntries, "2");
   EXPECT_EQ(client.getDirectory("0", nullptr), "../x\x01" "a?b");
   const SettingChange six(settings::kSshListingSize, "6");
