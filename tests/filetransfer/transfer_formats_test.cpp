@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <utility>
-
 #include "yinet/filetransfer/transfer_formats.h"
 
 namespace yinet::test {
@@ -25,20 +23,6 @@ TEST(TransferFormats, PathsKeepTheNameThatWasWritten) {
     EXPECT_EQ(encoded_path(row.path, PathForm::literal), row.literal);
   }
   EXPECT_EQ(quoted_for_sftp(R"(a "b" \c)"), R"("a \"b\" \\c")");
-}
-
-TEST(TransferFormats, AStartFolderIsTheFirstQuotedTextAndSaysSo) {
-  const std::pair<std::string_view, std::string_view> cases[] = {
-      {"220 hi\r\n257 \"/home/me\" is the current directory\r\n", "/home/me"},
-      {"257 \"/my home/\" is current directory.\n", "/my home/"},
-      {"257 \"/\" is your current location\r\n", ""},
-      {"257 \"/a \"\"b\"\"\" is the current directory\r\n", ""},
-      {"220 \"Files\" ready\r\n257 \"/x\" is the current directory\r\n", ""},
-      {"257 \"/x", ""},
-      {"257 \"/x\"", ""},
-      {"", ""},
-  };
-  for (const auto& [dialogue, folder] : cases) EXPECT_EQ(current_folder_in(dialogue), folder) << dialogue;
 }
 
 }  // namespace

@@ -200,6 +200,7 @@ TEST_F(TransferOverFtp, CommandsNameTheStartFolderOnceItIsKnown) {
       {usual, "257 \"/a \"\"b\"\"\" is the current directory\r\n", "MKD /new\r\n"},
       {usual, "257 \"/\" is your current location\r\n", "MKD /new\r\n"},
       {usual, "550 no\r\n", "MKD /new\r\n"},
+      {"220 \"Files\" ready\r\n", "257 \"/x\" is the current directory\r\n", "MKD /new\r\n"},
       {usual, "257 \"/" + longest + "\" is the current directory\r\n", "MKD /" + longest + "/new\r\n"},
       {"220-\"/x\r\n220-DELE y\r\n220 z\" is the current directory\r\n", "257 \"/\"\r\n", ""},  // would be two commands
   };
