@@ -1,6 +1,6 @@
 #pragma once
 
-// Internal: the rows that each family adds to the function table.
+// Internal: the rows that each family adds to the function table, from <family>_functions.cpp.
 
 #include <span>
 
@@ -8,14 +8,14 @@
 
 namespace yinet {
 
-std::span<const ScriptFunction> filetransfer_functions();  // filetransfer_functions.cpp
-std::span<const ScriptFunction> ftp_functions();  // ftp_functions.cpp
-std::span<const ScriptFunction> ftps_functions();  // ftps_functions.cpp
-std::span<const ScriptFunction> http_functions();  // http_functions.cpp
-std::span<const ScriptFunction> internet_functions();  // internet_functions.cpp
-std::span<const ScriptFunction> mime_functions();  // mime_functions.cpp
-std::span<const ScriptFunction> soap_functions();  // soap_functions.cpp
-std::span<const ScriptFunction> ssh_functions();   // ssh_functions.cpp
-std::span<const ScriptFunction> tls_functions();   // tls_functions.cpp
+std::span<const ScriptFunction> filetransfer_functions();
+std::span<const ScriptFunction> ftp_functions();
+std::span<const ScriptFunction> ftps_functions();
+std::span<const ScriptFunction> http_functions();
+std::span<const ScriptFunction> internet_functions();
+std::span<const ScriptFunction> mime_functions();
+std::span<const ScriptFunction> soap_functions();
+std::span<const ScriptFunction> ssh_functions();
+std::span<const ScriptFunction> tls_functions();
 
 }  // namespace yinet

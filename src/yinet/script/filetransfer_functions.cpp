@@ -1,8 +1,6 @@
 // YINETFILETRANSFER_*: one operation each, on a connection of its own. The worker reports its failures itself.
 
-#include <algorithm>
 #include <array>
-#include <span>
 #include <string_view>
 
 #include "yinet/filetransfer/yinet_file_transfer.h"
@@ -13,8 +11,8 @@
 #include "yinet/script/families.h"
 #include "yinet/script/functions.h"
 #include "yinet/script/parameter_keys.h"
-#include "yinet/script/parameter_rows.h"
 #include "yinet/script/script_frame.h"
+#include "yinet/script/table_rows.h"
 
 namespace yinet {
 namespace {
@@ -116,51 +114,42 @@ constexpr ScriptParameter kFolderRow = in_text(key::kPath, "The folder on the se
 constexpr std::array kDownloadFileParameters = {kConnectionRow, kRemoteSourceRow,
                                                 in_text(key::kTargetPath, "The local file; none is left after a failure.")};
 constexpr std::array kDownloadTextParameters = {kConnectionRow, kRemoteSourceRow,
-                                                ScriptParameter{.key = key::kText,
-                                                                .type = kTypeString,
-                                                                .direction = Direction::out,
-                                                                .default_value = "",
-                                                                .meaning = "What the file holds; empty after a failure."}};
+                                                out_text(key::kText, "What the file holds; empty after a failure.")};
 constexpr std::array kUploadFileParameters = {kConnectionRow, in_text(key::kSourcePath, "The local file."), kRemoteTargetRow};
-constexpr std::array kUploadTextParameters = {kConnectionRow,
-                                              ScriptParameter{.key = key::kText,
-                                                              .type = kTypeString,
-                                                              .direction = Direction::in,
-                                                              .default_value = "",
-                                                              .meaning = "What to send, as text or as a buffer of bytes.",
-                                                              .other_type = kTypeBuffer},
-                                              kRemoteTargetRow};
+constexpr std::array kUploadTextParameters = {
+    kConnectionRow, in_text_or_buffer(key::kText, "What to send, as text or as a buffer of bytes."), kRemoteTargetRow};
 constexpr std::array kFolderParameters = {kConnectionRow, kFolderRow};
 constexpr std::array kFileParameters = {kConnectionRow, in_text(key::kPath, "The file on the server.")};
 
-// What the connection's record can be blamed for, and a function's own numbers.
-template <typename... Own>
-constexpr auto messages_with(Own... own) {
-  std::array numbers = {message::kScriptFunctionFailed,
-                        message::kTransferHandleFailed,
-                        message::kTransferNoProtocol,
-                        message::kTransferNoServer,
-                        message::kTransferProtocolUnknown,
-                        message::kTransferNoProxyProtocol,
-                        message::kTransferProxyProtocolUnknown,
-                        message::kTransferPortWrong,
-                        message::kTransferAddressWrong,
-                        message::kTransferLineBreakRefused,
-                        static_cast<int>(own)...};
-  std::ranges::sort(numbers);
-  return numbers;
-}
-constexpr auto kDownloadFileMessages = messages_with(message::kTransferLocalFileNotCreated,
-                                                     message::kTransferDownloadFileFailed, message::kTransferStatus);
-constexpr auto kDownloadTextMessages = messages_with(message::kTransferDownloadTextFailed, message::kTransferStatus);
-constexpr auto kUploadFileMessages = messages_with(message::kTransferUploadFileProtocol,
-                                                   message::kTransferLocalFileNotOpened, message::kTransferUploadFileFailed);
-constexpr auto kUploadTextMessages = messages_with(message::kTransferUploadTextProtocol, message::kTransferUploadTextFailed);
-constexpr auto kCreateMessages = messages_with(message::kTransferCreateFolderProtocol, message::kTransferCreateFolderFailed);
-constexpr auto kExistsMessages = messages_with(message::kTransferFolderExistsProtocol, message::kTransferFolderExistsFailed);
-constexpr auto kDeleteFileMessages = messages_with(message::kTransferDeleteFileProtocol, message::kTransferDeleteFileFailed);
+// What the connection's record can be blamed for.
+constexpr std::array kConnectionMessages = {message::kScriptFunctionFailed,
+                                            message::kTransferHandleFailed,
+                                            message::kTransferNoProtocol,
+                                            message::kTransferNoServer,
+                                            message::kTransferProtocolUnknown,
+                                            message::kTransferNoProxyProtocol,
+                                            message::kTransferProxyProtocolUnknown,
+                                            message::kTransferPortWrong,
+                                            message::kTransferAddressWrong,
+                                            message::kTransferLineBreakRefused};
+constexpr auto kDownloadFileMessages =
+    messages_with(kConnectionMessages, message::kTransferLocalFileNotCreated, message::kTransferDownloadFileFailed,
+                  message::kTransferStatus);
+constexpr auto kDownloadTextMessages =
+    messages_with(kConnectionMessages, message::kTransferDownloadTextFailed, message::kTransferStatus);
+constexpr auto kUploadFileMessages =
+    messages_with(kConnectionMessages, message::kTransferUploadFileProtocol, message::kTransferLocalFileNotOpened,
+                  message::kTransferUploadFileFailed);
+constexpr auto kUploadTextMessages =
+    messages_with(kConnectionMessages, message::kTransferUploadTextProtocol, message::kTransferUploadTextFailed);
+constexpr auto kCreateMessages =
+    messages_with(kConnectionMessages, message::kTransferCreateFolderProtocol, message::kTransferCreateFolderFailed);
+constexpr auto kExistsMessages =
+    messages_with(kConnectionMessages, message::kTransferFolderExistsProtocol, message::kTransferFolderExistsFailed);
+constexpr auto kDeleteFileMessages =
+    messages_with(kConnectionMessages, message::kTransferDeleteFileProtocol, message::kTransferDeleteFileFailed);
 constexpr auto kDeleteFolderMessages =
-    messages_with(message::kTransferDeleteFolderProtocol, message::kTransferDeleteFolderFailed);
+    messages_with(kConnectionMessages, message::kTransferDeleteFolderProtocol, message::kTransferDeleteFolderFailed);
 
 #define YINET_EXAMPLE_CONNECTION \
   R"(pVerbindungsdaten:={"ServerUrl": "sftp://files.example.com", "Benutzername": "me", "Passwort": "secret"})"
@@ -174,43 +163,32 @@ constexpr std::array<std::string_view, 3> kUploadTextExample = {YINET_EXAMPLE_CO
 constexpr std::array<std::string_view, 2> kFolderExample = {YINET_EXAMPLE_CONNECTION, "pPfad=reports"};
 constexpr std::array<std::string_view, 2> kFileExample = {YINET_EXAMPLE_CONNECTION, "pPfad=reports/today.txt"};
 
-constexpr ScriptFunction row(std::string_view name, void (*entry)(YObject*), std::string_view summary,
-                             std::span<const ScriptParameter> parameters, std::span<const int> messages,
-                             std::span<const std::string_view> example,
-                             std::string_view result = "True when it succeeded.") {
-  return {.name = name,
-          .entry = entry,
-          .family = "File transfer",
-          .summary = summary,
-          .parameters = parameters,
-          .result_type = kTypeBool,
-          .result_meaning = result,
-          .messages = messages,
-          .example = example};
-}
-
-constexpr std::array kFunctions = {
-    row("YINETFILETRANSFER_DOWNLOAD_DATEI", &YINETFILETRANSFER_DOWNLOAD_DATEI,
-        "Fetches a file over FTP, FTPS, SFTP, HTTP or HTTPS.", kDownloadFileParameters, kDownloadFileMessages,
-        kDownloadFileExample),
-    row("YINETFILETRANSFER_DOWNLOAD_TEXT", &YINETFILETRANSFER_DOWNLOAD_TEXT,
-        "Fetches a file over FTP, FTPS, SFTP, HTTP or HTTPS into a text.", kDownloadTextParameters, kDownloadTextMessages,
-        kDownloadTextExample),
-    row("YINETFILETRANSFER_UPLOAD_DATEI", &YINETFILETRANSFER_UPLOAD_DATEI, "Brings a file to an FTP, FTPS or SFTP server.",
-        kUploadFileParameters, kUploadFileMessages, kUploadFileExample),
-    row("YINETFILETRANSFER_UPLOAD_TEXT", &YINETFILETRANSFER_UPLOAD_TEXT,
-        "Writes a text to a file on an FTP, FTPS or SFTP server.", kUploadTextParameters, kUploadTextMessages,
-        kUploadTextExample),
-    row("YINETFILETRANSFER_ERSTELLE_VERZEICHNIS", &YINETFILETRANSFER_ERSTELLE_VERZEICHNIS,
-        "Creates a folder on an FTP, FTPS or SFTP server.", kFolderParameters, kCreateMessages, kFolderExample),
-    row("YINETFILETRANSFER_EXISTIERT_VERZEICHNIS", &YINETFILETRANSFER_EXISTIERT_VERZEICHNIS,
-        "Tells whether a folder is on an FTP, FTPS or SFTP server.", kFolderParameters, kExistsMessages, kFolderExample,
-        "True when the folder is there; false, without a message, when it is not."),
-    row("YINETFILETRANSFER_LOESCHE_DATEI", &YINETFILETRANSFER_LOESCHE_DATEI,
-        "Deletes a file on an FTP, FTPS or SFTP server.", kFileParameters, kDeleteFileMessages, kFileExample),
-    row("YINETFILETRANSFER_LOESCHE_VERZEICHNIS", &YINETFILETRANSFER_LOESCHE_VERZEICHNIS,
-        "Deletes an empty folder on an FTP, FTPS or SFTP server.", kFolderParameters, kDeleteFolderMessages,
-        kFolderExample)};
+constexpr std::string_view kFamily = "File transfer";
+constexpr auto kFunctions = std::to_array<ScriptFunction>({
+    {"YINETFILETRANSFER_DOWNLOAD_DATEI", &YINETFILETRANSFER_DOWNLOAD_DATEI, kFamily,
+     "Fetches a file over FTP, FTPS, SFTP, HTTP or HTTPS.", kDownloadFileParameters, kTypeBool, kTrueWhenDone,
+     kDownloadFileMessages, kDownloadFileExample},
+    {"YINETFILETRANSFER_DOWNLOAD_TEXT", &YINETFILETRANSFER_DOWNLOAD_TEXT, kFamily,
+     "Fetches a file over FTP, FTPS, SFTP, HTTP or HTTPS into a text.", kDownloadTextParameters, kTypeBool, kTrueWhenDone,
+     kDownloadTextMessages, kDownloadTextExample},
+    {"YINETFILETRANSFER_UPLOAD_DATEI", &YINETFILETRANSFER_UPLOAD_DATEI, kFamily,
+     "Brings a file to an FTP, FTPS or SFTP server.", kUploadFileParameters, kTypeBool, kTrueWhenDone, kUploadFileMessages,
+     kUploadFileExample},
+    {"YINETFILETRANSFER_UPLOAD_TEXT", &YINETFILETRANSFER_UPLOAD_TEXT, kFamily,
+     "Writes a text to a file on an FTP, FTPS or SFTP server.", kUploadTextParameters, kTypeBool, kTrueWhenDone,
+     kUploadTextMessages, kUploadTextExample},
+    {"YINETFILETRANSFER_ERSTELLE_VERZEICHNIS", &YINETFILETRANSFER_ERSTELLE_VERZEICHNIS, kFamily,
+     "Creates a folder on an FTP, FTPS or SFTP server.", kFolderParameters, kTypeBool, kTrueWhenDone, kCreateMessages,
+     kFolderExample},
+    {"YINETFILETRANSFER_EXISTIERT_VERZEICHNIS", &YINETFILETRANSFER_EXISTIERT_VERZEICHNIS, kFamily,
+     "Tells whether a folder is on an FTP, FTPS or SFTP server.", kFolderParameters, kTypeBool,
+     "True when the folder is there; false, without a message, when it is not.", kExistsMessages, kFolderExample},
+    {"YINETFILETRANSFER_LOESCHE_DATEI", &YINETFILETRANSFER_LOESCHE_DATEI, kFamily,
+     "Deletes a file on an FTP, FTPS or SFTP server.", kFileParameters, kTypeBool, kTrueWhenDone, kDeleteFileMessages,
+     kFileExample},
+    {"YINETFILETRANSFER_LOESCHE_VERZEICHNIS", &YINETFILETRANSFER_LOESCHE_VERZEICHNIS, kFamily,
+     "Deletes an empty folder on an FTP, FTPS or SFTP server.", kFolderParameters, kTypeBool, kTrueWhenDone,
+     kDeleteFolderMessages, kFolderExample}});
 
 }  // namespace
 
@@ -218,15 +196,11 @@ std::span<const ScriptFunction> filetransfer_functions() { return kFunctions; }
 
 }  // namespace yinet
 
-#define YINET_TRANSFER_FUNCTION(name, body) \
-  void name(YObject* arguments) { yinet::run_script_function(#name, arguments, body); }
-
-YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_DOWNLOAD_DATEI, yinet::download_file)
-YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_DOWNLOAD_TEXT, yinet::download_text)
-YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_UPLOAD_DATEI, yinet::upload_file)
-YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_UPLOAD_TEXT, yinet::upload_text)
-YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_ERSTELLE_VERZEICHNIS,
-                        yinet::run_on_path<&YInetFileTransfer::CreateDirectoryA>)
-YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_EXISTIERT_VERZEICHNIS, yinet::run_on_path<&YInetFileTransfer::ExistsDirectory>)
-YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_LOESCHE_DATEI, yinet::run_on_path<&YInetFileTransfer::DeleteFileA>)
-YINET_TRANSFER_FUNCTION(YINETFILETRANSFER_LOESCHE_VERZEICHNIS, yinet::run_on_path<&YInetFileTransfer::DeleteDirectory>)
+YINET_SCRIPT_FUNCTION(YINETFILETRANSFER_DOWNLOAD_DATEI, yinet::download_file)
+YINET_SCRIPT_FUNCTION(YINETFILETRANSFER_DOWNLOAD_TEXT, yinet::download_text)
+YINET_SCRIPT_FUNCTION(YINETFILETRANSFER_UPLOAD_DATEI, yinet::upload_file)
+YINET_SCRIPT_FUNCTION(YINETFILETRANSFER_UPLOAD_TEXT, yinet::upload_text)
+YINET_SCRIPT_FUNCTION(YINETFILETRANSFER_ERSTELLE_VERZEICHNIS, yinet::run_on_path<&YInetFileTransfer::CreateDirectoryA>)
+YINET_SCRIPT_FUNCTION(YINETFILETRANSFER_EXISTIERT_VERZEICHNIS, yinet::run_on_path<&YInetFileTransfer::ExistsDirectory>)
+YINET_SCRIPT_FUNCTION(YINETFILETRANSFER_LOESCHE_DATEI, yinet::run_on_path<&YInetFileTransfer::DeleteFileA>)
+YINET_SCRIPT_FUNCTION(YINETFILETRANSFER_LOESCHE_VERZEICHNIS, yinet::run_on_path<&YInetFileTransfer::DeleteDirectory>)

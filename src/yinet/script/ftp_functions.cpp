@@ -69,9 +69,7 @@ void ftp_upload(YObject& parameters) {
 void ftp_download(YObject& parameters) {
   run(parameters, [&](YInetFileTransfer& transfer) {
     const YString file = parameters.GetString(key::kFileName);
-    const YString folder = target_folder(parameters);
-    const YString target = folder.IsEmpty() ? YString() : folder + target_name(parameters, file);
-    return transfer.DownloadToFile(plain_path(file), target);
+    return transfer.DownloadToFile(plain_path(file), download_target(parameters, target_folder(parameters), file));
   });
 }
 
@@ -161,21 +159,17 @@ constexpr std::array kWildcardParameters = {kTypeRow,    kHostRow,   kUserRow,  
 constexpr std::array kDeleteParameters = {kTypeRow,      kHostRow,         kUserRow,      kPasswordRow,     kRemoteFileRow,
                                           kProxyTypeRow, kProxyAddressRow, kProxyUserRow, kProxyPasswordRow};
 
-constexpr std::array<int, 6> kUploadMessages = {
-    message::kScriptFunctionFailed, message::kTransferNoServer,          message::kTransferLocalFileNotOpened,
-    message::kTransferPortWrong,    message::kTransferLineBreakRefused, message::kTransferUploadFileFailed};
-constexpr std::array<int, 6> kDownloadMessages = {
-    message::kScriptFunctionFailed, message::kTransferNoServer,          message::kTransferLocalFileNotCreated,
-    message::kTransferPortWrong,    message::kTransferLineBreakRefused, message::kTransferDownloadFileFailed};
-constexpr std::array<int, 10> kWildcardMessages = {
-    message::kScriptFunctionFailed,     message::kTransferNoServer,           message::kTransferLocalFileNotCreated,
-    message::kTransferPortWrong,        message::kTransferLineBreakRefused,   message::kTransferDownloadFileFailed,
-    message::kTransferDeleteFileFailed, message::kTransferListFailed,         message::kTransferFileNotTaken,
-    message::kTransferFileKept};
-constexpr std::array<int, 5> kDeleteMessages = {message::kScriptFunctionFailed, message::kTransferNoServer,
-                                                message::kTransferPortWrong, message::kTransferLineBreakRefused,
-                                                message::kTransferDeleteFileFailed};
-constexpr std::array<int, 1> kEndMessages = {message::kScriptFunctionFailed};
+constexpr std::array kServerMessages = {message::kScriptFunctionFailed, message::kTransferNoServer,
+                                        message::kTransferPortWrong, message::kTransferLineBreakRefused};
+constexpr auto kUploadMessages =
+    messages_with(kServerMessages, message::kTransferLocalFileNotOpened, message::kTransferUploadFileFailed);
+constexpr auto kDownloadMessages =
+    messages_with(kServerMessages, message::kTransferLocalFileNotCreated, message::kTransferDownloadFileFailed);
+constexpr auto kWildcardMessages =
+    messages_with(kDownloadMessages, message::kTransferDeleteFileFailed, message::kTransferListFailed,
+                  message::kTransferFileNotTaken, message::kTransferFileKept);
+constexpr auto kDeleteMessages = messages_with(kServerMessages, message::kTransferDeleteFileFailed);
+constexpr std::array kEndMessages = {message::kScriptFunctionFailed};
 
 constexpr std::array<std::string_view, 5> kUploadExample = {"pHOST=ftp.example.com", "pUser=me", "pPasswd=secret",
                                                             "pQuellDateiname=today.txt", "pZieldateiname=reports/"};
@@ -186,36 +180,22 @@ constexpr std::array<std::string_view, 5> kWildcardExample = {"pHOST=ftp.example
 constexpr std::array<std::string_view, 4> kDeleteExample = {"pHOST=ftp.example.com", "pUser=me", "pPasswd=secret",
                                                             "pDateiname=reports/today.txt"};
 
-constexpr ScriptFunction row(std::string_view name, void (*entry)(YObject*), std::string_view summary,
-                             std::span<const ScriptParameter> parameters, std::string_view result,
-                             std::span<const int> messages, std::span<const std::string_view> example) {
-  return {.name = name,
-          .entry = entry,
-          .family = "FTP",
-          .summary = summary,
-          .parameters = parameters,
-          .result_type = kTypeBool,
-          .result_meaning = result,
-          .messages = messages,
-          .example = example};
-}
-
-constexpr std::string_view kDone = "True when it succeeded.";
-constexpr std::array kFunctions = {
-    row("FTP_UPLOAD", &FTP_UPLOAD, "Brings one file to an FTP server.", kUploadParameters, kDone, kUploadMessages,
-        kUploadExample),
-    row("FTP_DOWNLOADDATEI", &FTP_DOWNLOADDATEI, "Fetches one file from an FTP server.", kDownloadParameters, kDone,
-        kDownloadMessages, kDownloadExample),
-    row("FTP_DOWNLOADDATEIEN", &FTP_DOWNLOADDATEIEN, "Fetches all files of a folder that a wildcard names.",
-        kWildcardParameters, "True when every file was fetched; none is no failure.", kWildcardMessages, kWildcardExample),
-    row("FTP_DOWNLOADDATEIENMITLOESCHEN", &FTP_DOWNLOADDATEIENMITLOESCHEN,
-        "Fetches all files that a wildcard names and deletes them on the server, each once its size is verified.",
-        kWildcardParameters, "True when every file was fetched and deleted; none is no failure.", kWildcardMessages,
-        kWildcardExample),
-    row("FTP_LOESCHE", &FTP_LOESCHE, "Deletes one file on an FTP server.", kDeleteParameters, kDone, kDeleteMessages,
-        kDeleteExample),
-    row("FTP_BEENDE", &FTP_BEENDE, "Ends nothing: no function of the family keeps a connection.", {}, "Always true.",
-        kEndMessages, {})};
+constexpr auto kFunctions = std::to_array<ScriptFunction>({
+    {"FTP_UPLOAD", &FTP_UPLOAD, "FTP", "Brings one file to an FTP server.", kUploadParameters, kTypeBool, kTrueWhenDone,
+     kUploadMessages, kUploadExample},
+    {"FTP_DOWNLOADDATEI", &FTP_DOWNLOADDATEI, "FTP", "Fetches one file from an FTP server.", kDownloadParameters, kTypeBool,
+     kTrueWhenDone, kDownloadMessages, kDownloadExample},
+    {"FTP_DOWNLOADDATEIEN", &FTP_DOWNLOADDATEIEN, "FTP", "Fetches all files of a folder that a wildcard names.",
+     kWildcardParameters, kTypeBool, "True when every file was fetched; none is no failure.", kWildcardMessages,
+     kWildcardExample},
+    {"FTP_DOWNLOADDATEIENMITLOESCHEN", &FTP_DOWNLOADDATEIENMITLOESCHEN, "FTP",
+     "Fetches all files that a wildcard names and deletes them on the server, each once its size is verified.",
+     kWildcardParameters, kTypeBool, "True when every file was fetched and deleted; none is no failure.", kWildcardMessages,
+     kWildcardExample},
+    {"FTP_LOESCHE", &FTP_LOESCHE, "FTP", "Deletes one file on an FTP server.", kDeleteParameters, kTypeBool, kTrueWhenDone,
+     kDeleteMessages, kDeleteExample},
+    {"FTP_BEENDE", &FTP_BEENDE, "FTP", "Ends nothing: no function of the family keeps a connection.", {}, kTypeBool,
+     "Always true.", kEndMessages, {}}});
 
 }  // namespace
 
@@ -223,15 +203,9 @@ std::span<const ScriptFunction> ftp_functions() { return kFunctions; }
 
 }  // namespace yinet
 
-void FTP_UPLOAD(YObject* arguments) { yinet::run_script_function("FTP_UPLOAD", arguments, yinet::ftp_upload); }
-void FTP_DOWNLOADDATEI(YObject* arguments) {
-  yinet::run_script_function("FTP_DOWNLOADDATEI", arguments, yinet::ftp_download);
-}
-void FTP_DOWNLOADDATEIEN(YObject* arguments) {
-  yinet::run_script_function("FTP_DOWNLOADDATEIEN", arguments, yinet::ftp_download_all);
-}
-void FTP_DOWNLOADDATEIENMITLOESCHEN(YObject* arguments) {
-  yinet::run_script_function("FTP_DOWNLOADDATEIENMITLOESCHEN", arguments, yinet::ftp_move_all);
-}
-void FTP_LOESCHE(YObject* arguments) { yinet::run_script_function("FTP_LOESCHE", arguments, yinet::ftp_delete); }
-void FTP_BEENDE(YObject* arguments) { yinet::run_script_function("FTP_BEENDE", arguments, yinet::ftp_end); }
+YINET_SCRIPT_FUNCTION(FTP_UPLOAD, yinet::ftp_upload)
+YINET_SCRIPT_FUNCTION(FTP_DOWNLOADDATEI, yinet::ftp_download)
+YINET_SCRIPT_FUNCTION(FTP_DOWNLOADDATEIEN, yinet::ftp_download_all)
+YINET_SCRIPT_FUNCTION(FTP_DOWNLOADDATEIENMITLOESCHEN, yinet::ftp_move_all)
+YINET_SCRIPT_FUNCTION(FTP_LOESCHE, yinet::ftp_delete)
+YINET_SCRIPT_FUNCTION(FTP_BEENDE, yinet::ftp_end)

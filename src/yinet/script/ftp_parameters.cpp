@@ -1,21 +1,15 @@
 #include "yinet/script/ftp_parameters.h"
 
-#include "yinet/host/yenviron.h"
+#include "yinet/host/setting_table.h"
 #include "yinet/host/yfile.h"
 
 namespace yinet {
-namespace {
-
-constexpr std::string_view kProxySection = "Internet";
-
-}  // namespace
 
 ProxyLogin proxy_login(const YObject& parameters) {
-  const auto either = [&](std::string_view parameter, std::string_view setting) {
-    return parameters.Exist(parameter) ? parameters.GetString(parameter)
-                                       : YEnviron.Get(YString(kProxySection), YString(setting));
+  const auto either = [&](std::string_view parameter, const Setting& setting) {
+    return parameters.Exist(parameter) ? parameters.GetString(parameter) : YString(setting_text(setting));
   };
-  return {either(key::kProxyUser, "ProxyBenutzer"), either(key::kProxyPassword, "ProxyPasswort")};
+  return {either(key::kProxyUser, settings::kProxyUser), either(key::kProxyPassword, settings::kProxyPassword)};
 }
 
 YString local_name(const YString& name) {
@@ -30,9 +24,10 @@ YString target_folder(const YObject& parameters) {
   return folder.IsEmpty() || folder.EndsWith("\\") || folder.EndsWith("/") ? folder : folder + "\\";
 }
 
-YString target_name(const YObject& parameters, const YString& remote) {
+YString download_target(const YObject& parameters, const YString& folder, const YString& remote) {
+  if (folder.IsEmpty()) return {};
   const YString name = parameters.GetString(key::kLocalName);
-  return name.IsEmpty() ? YFile::ExtractNameAndExtension(local_name(remote)) : name;
+  return folder + (name.IsEmpty() ? YFile::ExtractNameAndExtension(local_name(remote)) : name);
 }
 
 }  // namespace yinet

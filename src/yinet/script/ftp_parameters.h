@@ -5,7 +5,7 @@
 #include "yinet/host/yobject.h"
 #include "yinet/host/ystring.h"
 #include "yinet/script/parameter_keys.h"
-#include "yinet/script/parameter_rows.h"
+#include "yinet/script/table_rows.h"
 
 namespace yinet {
 
@@ -24,8 +24,8 @@ YString local_name(const YString& name);
 // name means nothing here, which must not turn into the root.
 YString target_folder(const YObject& parameters);
 
-// The local name for the remote file `remote`, in that folder.
-YString target_name(const YObject& parameters, const YString& remote);
+// The local file for the remote file `remote`, in that folder; empty when the folder is.
+YString download_target(const YObject& parameters, const YString& folder, const YString& remote);
 
 inline constexpr ScriptParameter kUserRow = in_text(key::kUser, "Login name.");
 inline constexpr ScriptParameter kPasswordRow = in_password(key::kPassword, "Password.");

@@ -141,7 +141,7 @@ void ftps_download(YObject& parameters) {
   const SecretScope no_proxy_password(login.proxy_account.password);
   const YString file = parameters.GetString(key::kFileName);
   const YString folder = target_folder(parameters);
-  const YString target = folder.IsEmpty() ? YString() : folder + target_name(parameters, file);
+  const YString target = download_target(parameters, folder, file);
   if (login.is_local()) return download_locally(parameters, login, file, folder, target);
   if (target.IsEmpty()) return store_result(parameters, kFailure);
 
@@ -239,10 +239,17 @@ constexpr std::array kDeleteParameters = {
     kProxyTypeRow, kProxyAddressRow, kProxyUserRow, kProxyPasswordRow};
 
 constexpr std::string_view kResultMeaning = "1 when it succeeded, otherwise 0; true or false with a local host.";
-constexpr std::array kDownloadMessages = {21001, 21714, 21715, 21716, 21717, 21718, 21734,
-                                          21736, 21738, 21745, 21746, 21747, 21749};
-constexpr std::array kUploadMessages = {21001, 21710, 21714, 21715, 21716, 21717, 21718, 21742, 21743, 21744, 21749};
-constexpr std::array kDeleteMessages = {21001, 21712, 21714, 21715, 21717, 21718};
+constexpr std::array kServerMessages = {message::kScriptFunctionFailed, message::kFtpLineBreakRefused,
+                                        message::kFtpTlsRefused, message::kFtpReplyTooLarge,
+                                        message::kFtpClientCertificateFailed};
+constexpr auto kDownloadMessages = messages_with(
+    kServerMessages, message::kFtpPassiveAnswerUnusable, message::kFtpLocalCopyFailed, message::kFtpRemoteFileMissing,
+    message::kFtpDownloadFailed, message::kFtpDownloadSizeDiffers, message::kFtpDownloadCheckMissing,
+    message::kFtpDownloadCheckUnreadable, message::kFtpSizeCheckFailed);
+constexpr auto kUploadMessages = messages_with(
+    kServerMessages, message::kFtpUploadFailed, message::kFtpPassiveAnswerUnusable, message::kFtpUploadSizeDiffers,
+    message::kFtpUploadCheckMissing, message::kFtpUploadCheckUnreadable, message::kFtpSizeCheckFailed);
+constexpr auto kDeleteMessages = messages_with(kServerMessages, message::kFtpDeleteFailed);
 constexpr std::array<std::string_view, 5> kDownloadExample = {"pHOST=ftp.example.com", "pUser=me", "pPasswd=secret",
                                                               "pDateiname=reports/today.txt",
                                                               "pZielverzeichnis=TEMP:"};
@@ -251,19 +258,13 @@ constexpr std::array<std::string_view, 5> kUploadExample = {"pHOST=ftp.example.c
                                                             "pZieldateiname=reports/today.txt"};
 constexpr std::array<std::string_view, 4> kDeleteExample = {"pHOST=ftp.example.com", "pUser=me", "pPasswd=secret",
                                                             "pDateiname=reports/today.txt"};
-constexpr std::array kFunctions = {
-    ScriptFunction{.name = "FTPS_DOWNLOADDATEI", .entry = &FTPS_DOWNLOADDATEI, .family = "FTPS",
-                   .summary = "Fetches one file from an FTP server.", .parameters = kDownloadParameters,
-                   .result_type = kTypeInteger, .result_meaning = kResultMeaning, .messages = kDownloadMessages,
-                   .example = kDownloadExample},
-    ScriptFunction{.name = "FTPS_UPLOAD", .entry = &FTPS_UPLOAD, .family = "FTPS",
-                   .summary = "Brings one file to an FTP server.", .parameters = kUploadParameters,
-                   .result_type = kTypeInteger, .result_meaning = kResultMeaning, .messages = kUploadMessages,
-                   .example = kUploadExample},
-    ScriptFunction{.name = "FTPS_LOESCHE", .entry = &FTPS_LOESCHE, .family = "FTPS",
-                   .summary = "Deletes one file on an FTP server.", .parameters = kDeleteParameters,
-                   .result_type = kTypeInteger, .result_meaning = kResultMeaning, .messages = kDeleteMessages,
-                   .example = kDeleteExample}};
+constexpr auto kFunctions = std::to_array<ScriptFunction>({
+    {"FTPS_DOWNLOADDATEI", &FTPS_DOWNLOADDATEI, "FTPS", "Fetches one file from an FTP server.", kDownloadParameters,
+     kTypeInteger, kResultMeaning, kDownloadMessages, kDownloadExample},
+    {"FTPS_UPLOAD", &FTPS_UPLOAD, "FTPS", "Brings one file to an FTP server.", kUploadParameters, kTypeInteger,
+     kResultMeaning, kUploadMessages, kUploadExample},
+    {"FTPS_LOESCHE", &FTPS_LOESCHE, "FTPS", "Deletes one file on an FTP server.", kDeleteParameters, kTypeInteger,
+     kResultMeaning, kDeleteMessages, kDeleteExample}});
 
 }  // namespace
 
@@ -271,8 +272,6 @@ std::span<const ScriptFunction> ftps_functions() { return kFunctions; }
 
 }  // namespace yinet
 
-void FTPS_DOWNLOADDATEI(YObject* arguments) {
-  yinet::run_script_function("FTPS_DOWNLOADDATEI", arguments, yinet::ftps_download);
-}
-void FTPS_UPLOAD(YObject* arguments) { yinet::run_script_function("FTPS_UPLOAD", arguments, yinet::ftps_upload); }
-void FTPS_LOESCHE(YObject* arguments) { yinet::run_script_function("FTPS_LOESCHE", arguments, yinet::ftps_delete); }
+YINET_SCRIPT_FUNCTION(FTPS_DOWNLOADDATEI, yinet::ftps_download)
+YINET_SCRIPT_FUNCTION(FTPS_UPLOAD, yinet::ftps_upload)
+YINET_SCRIPT_FUNCTION(FTPS_LOESCHE, yinet::ftps_delete)

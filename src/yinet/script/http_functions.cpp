@@ -11,6 +11,7 @@
 #include "yinet/script/functions.h"
 #include "yinet/script/parameter_keys.h"
 #include "yinet/script/script_frame.h"
+#include "yinet/script/table_rows.h"
 
 namespace yinet {
 namespace {
@@ -46,70 +47,29 @@ void http_post(YObject& parameters) {
   store_body(parameters, body);
 }
 
-constexpr ScriptParameter kUrlParameter{
-    .key = key::kUrl,
-    .type = kTypeString,
-    .direction = Direction::in,
-    .default_value = "",
-    .meaning = "The address, http:// or https://; without a scheme it is read as one of plain HTTP."};
-constexpr ScriptParameter kStatusParameter{
-    .key = key::kStatus,
-    .type = kTypeString,
-    .direction = Direction::out,
-    .default_value = "",
-    .meaning = "Status line of the reply without its first word, such as \"404 Not Found\"."};
-constexpr ScriptParameter kResponseFileParameter{
-    .key = key::kResponseFile,
-    .type = kTypeString,
-    .direction = Direction::out,
-    .default_value = "",
-    .meaning = "Name of a new temporary file with the body of the reply; stored on success only."};
+constexpr ScriptParameter kUrlRow =
+    in_text(key::kUrl, "The address, http:// or https://; without a scheme it is read as one of plain HTTP.");
+constexpr ScriptParameter kStatusRow =
+    out_text(key::kStatus, "Status line of the reply without its first word, such as \"404 Not Found\".");
+constexpr ScriptParameter kResponseFileRow =
+    out_text(key::kResponseFile, "Name of a new temporary file with the body of the reply; stored on success only.");
 
-constexpr std::array kGetParameters = {kUrlParameter, kStatusParameter, kResponseFileParameter};
-constexpr std::array kPostParameters = {kUrlParameter,
-                                        ScriptParameter{.key = key::kContent,
-                                                        .type = kTypeString,
-                                                        .direction = Direction::in,
-                                                        .default_value = "",
-                                                        .meaning = "The body to send, as text or as a buffer of bytes.",
-                                                        .other_type = kTypeBuffer},
-                                        ScriptParameter{.key = key::kContentType,
-                                                        .type = kTypeString,
-                                                        .direction = Direction::in,
-                                                        .default_value = "text/plain",
-                                                        .meaning = "Media type of the body that is sent."},
-                                        kStatusParameter, kResponseFileParameter};
+constexpr std::array kGetParameters = {kUrlRow, kStatusRow, kResponseFileRow};
+constexpr std::array kPostParameters = {
+    kUrlRow, in_text_or_buffer(key::kContent, "The body to send, as text or as a buffer of bytes."),
+    in_text(key::kContentType, "Media type of the body that is sent.", "text/plain"), kStatusRow, kResponseFileRow};
 
 constexpr std::string_view kResultMeaning = "True when the server answered with status 200.";
-constexpr std::array kMessages = {
-    message::kScriptFunctionFailed, message::kTemporaryFolderUnusable, message::kConnectFailed,
-    message::kHandshakeStepFailed,  message::kCertificateRejected,     message::kTlsContextFailed,
-    message::kTlsConnectFailed,     message::kConnectTlsFailed,        message::kReceiveBufferFailed,
-    message::kSendBufferFailed,     message::kSendBufferGaveUp,        message::kHttpConnectFailed,
-    message::kHttpSendFailed,       message::kHttpReceiveFailed,       message::kHttpServerSilent,
-    message::kHttpLineBreakRefused, message::kHttpResponseFileFailed,  message::kHttpReplyTooLarge};
+constexpr auto kMessages =
+    messages_with(kHttpMessages, message::kTemporaryFolderUnusable, message::kHttpResponseFileFailed);
 constexpr std::array<std::string_view, 1> kGetExample = {"pUrl=https://www.example.com/"};
 constexpr std::array<std::string_view, 3> kPostExample = {"pUrl=https://www.example.com/form", "pContent=name=value",
                                                           "pContentType=application/x-www-form-urlencoded"};
-constexpr std::array kFunctions = {
-    ScriptFunction{.name = "HTTP_GET",
-                   .entry = &HTTP_GET,
-                   .family = "HTTP",
-                   .summary = "Fetches a document by HTTP or HTTPS into a temporary file.",
-                   .parameters = kGetParameters,
-                   .result_type = kTypeBool,
-                   .result_meaning = kResultMeaning,
-                   .messages = kMessages,
-                   .example = kGetExample},
-    ScriptFunction{.name = "HTTP_POST",
-                   .entry = &HTTP_POST,
-                   .family = "HTTP",
-                   .summary = "Sends content by HTTP or HTTPS and keeps the reply in a temporary file.",
-                   .parameters = kPostParameters,
-                   .result_type = kTypeBool,
-                   .result_meaning = kResultMeaning,
-                   .messages = kMessages,
-                   .example = kPostExample}};
+constexpr auto kFunctions = std::to_array<ScriptFunction>({
+    {"HTTP_GET", &HTTP_GET, "HTTP", "Fetches a document by HTTP or HTTPS into a temporary file.", kGetParameters, kTypeBool,
+     kResultMeaning, kMessages, kGetExample},
+    {"HTTP_POST", &HTTP_POST, "HTTP", "Sends content by HTTP or HTTPS and keeps the reply in a temporary file.",
+     kPostParameters, kTypeBool, kResultMeaning, kMessages, kPostExample}});
 
 }  // namespace
 
@@ -117,5 +77,5 @@ std::span<const ScriptFunction> http_functions() { return kFunctions; }
 
 }  // namespace yinet
 
-void HTTP_GET(YObject* arguments) { yinet::run_script_function("HTTP_GET", arguments, yinet::http_get); }
-void HTTP_POST(YObject* arguments) { yinet::run_script_function("HTTP_POST", arguments, yinet::http_post); }
+YINET_SCRIPT_FUNCTION(HTTP_GET, yinet::http_get)
+YINET_SCRIPT_FUNCTION(HTTP_POST, yinet::http_post)

@@ -56,8 +56,7 @@ YString name_in(const YString& address) {
 
 void internet_download(YObject& parameters) {
   const YString address = parameters.GetString(key::kUrl);
-  const YString folder = target_folder(parameters);
-  const YString target = folder.IsEmpty() ? YString() : folder + target_name(parameters, name_in(address));
+  const YString target = download_target(parameters, target_folder(parameters), name_in(address));
   const bool done = fetch(address, target);
   store_result(parameters, done);
   if (done) parameters.Store<YString>(key::kResponseFile, YString(replaced(target, "\\", "/")));
@@ -97,7 +96,7 @@ constexpr std::array kSearchParameters = {
     in_text(key::kSearchWords, "The words to search for."),
     out_text(key::kResponseFile, "A new temporary file with the answer's page; stored on success only.")};
 
-constexpr std::array<int, 7> kMessages = {
+constexpr std::array kMessages = {
     message::kScriptFunctionFailed,        message::kTransferNoProtocol,         message::kTransferProtocolUnknown,
     message::kTransferLocalFileNotCreated, message::kTransferDownloadFileFailed, message::kTransferStatus,
     message::kHttpResponseFileFailed};
@@ -106,25 +105,14 @@ constexpr std::array<std::string_view, 2> kDownloadExample = {"pUrl=https://www.
 constexpr std::array<std::string_view, 1> kReadExample = {"pUrl=https://www.example.com/"};
 constexpr std::array<std::string_view, 1> kSearchExample = {"pSuchbegriffe=DIN 5008"};
 
-constexpr ScriptFunction row(std::string_view name, void (*entry)(YObject*), std::string_view summary,
-                             std::span<const ScriptParameter> parameters, std::span<const std::string_view> example) {
-  return {.name = name,
-          .entry = entry,
-          .family = "Internet",
-          .summary = summary,
-          .parameters = parameters,
-          .result_type = kTypeBool,
-          .result_meaning = "True when the answer is there; over HTTP with status 200, redirects followed.",
-          .messages = kMessages,
-          .example = example};
-}
-
-constexpr std::array kFunctions = {
-    row("INTERNET_DOWNLOAD", &INTERNET_DOWNLOAD, "Fetches what a URL leads to into a file.", kDownloadParameters,
-        kDownloadExample),
-    row("INTERNET_LESEDATEI", &INTERNET_LESEDATEI, "Fetches what a URL leads to into a text.", kReadParameters, kReadExample),
-    row("INTERNET_WEBSUCHE", &INTERNET_WEBSUCHE, "Searches the web at the address in the setting Internet/SuchUrl.",
-        kSearchParameters, kSearchExample)};
+constexpr std::string_view kResultMeaning = "True when the answer is there; over HTTP with status 200, redirects followed.";
+constexpr auto kFunctions = std::to_array<ScriptFunction>({
+    {"INTERNET_DOWNLOAD", &INTERNET_DOWNLOAD, "Internet", "Fetches what a URL leads to into a file.", kDownloadParameters,
+     kTypeBool, kResultMeaning, kMessages, kDownloadExample},
+    {"INTERNET_LESEDATEI", &INTERNET_LESEDATEI, "Internet", "Fetches what a URL leads to into a text.", kReadParameters,
+     kTypeBool, kResultMeaning, kMessages, kReadExample},
+    {"INTERNET_WEBSUCHE", &INTERNET_WEBSUCHE, "Internet", "Searches the web at the address in the setting Internet/SuchUrl.",
+     kSearchParameters, kTypeBool, kResultMeaning, kMessages, kSearchExample}});
 
 }  // namespace
 
@@ -132,12 +120,6 @@ std::span<const ScriptFunction> internet_functions() { return kFunctions; }
 
 }  // namespace yinet
 
-void INTERNET_DOWNLOAD(YObject* arguments) {
-  yinet::run_script_function("INTERNET_DOWNLOAD", arguments, yinet::internet_download);
-}
-void INTERNET_LESEDATEI(YObject* arguments) {
-  yinet::run_script_function("INTERNET_LESEDATEI", arguments, yinet::internet_read);
-}
-void INTERNET_WEBSUCHE(YObject* arguments) {
-  yinet::run_script_function("INTERNET_WEBSUCHE", arguments, yinet::internet_search);
-}
+YINET_SCRIPT_FUNCTION(INTERNET_DOWNLOAD, yinet::internet_download)
+YINET_SCRIPT_FUNCTION(INTERNET_LESEDATEI, yinet::internet_read)
+YINET_SCRIPT_FUNCTION(INTERNET_WEBSUCHE, yinet::internet_search)

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/yobject.h"
 #include "yinet/mime/mail_files.h"
@@ -10,6 +11,7 @@
 #include "yinet/script/functions.h"
 #include "yinet/script/parameter_keys.h"
 #include "yinet/script/script_frame.h"
+#include "yinet/script/table_rows.h"
 
 namespace yinet {
 namespace {
@@ -34,22 +36,23 @@ void mime_dekodiere(YObject& parameters) {
 }
 
 constexpr std::array kParameters = {
-    ScriptParameter{.key = key::kMailFile, .type = kTypeString, .direction = Direction::in, .default_value = "",
-                    .meaning = "Path of the mail file; with option 8 the text of the mail may stand here itself."},
+    in_text(key::kMailFile, "Path of the mail file; with option 8 the text of the mail may stand here itself."),
     ScriptParameter{.key = key::kMail, .type = kTypeObject, .direction = Direction::in_out, .default_value = "",
                     .meaning = "Receives the decoded mail: BETREFF, ABSENDER, NACHRICHT, ANLAGEN and so on."},
-    ScriptParameter{.key = key::kOptions, .type = kTypeInteger, .direction = Direction::in, .default_value = "0",
-                    .meaning = "Sum of: 1 writes attachments and text to files in TEMP:~EML, 2 adds the header fields, "
-                               "4 gives a short record, 8 only describes the parts."}};
-constexpr std::array<int, 13> kMessages = {21001, 21005, 21006, 21071, 21072, 21077, 21078,
-                                           21081, 21082, 21083, 21084, 21085, 21086};
+    in_number(key::kOptions, "0",
+              "Sum of: 1 writes attachments and text to files in TEMP:~EML, 2 adds the header fields, 4 gives a short "
+              "record, 8 only describes the parts.")};
+constexpr std::array kMessages = {message::kScriptFunctionFailed, message::kTemporaryFolderUnusable,
+                                  message::kFileNameRefused,      message::kMailFileEmpty,
+                                  message::kMailFolderFailed,     message::kMailAttachmentNotWritten,
+                                  message::kMailFileTooLarge,     message::kMailNameParameter,
+                                  message::kMailNameParameterDecoded, message::kMailCharsetParameter,
+                                  message::kMailFileParameter,    message::kMailFileParameterDecoded,
+                                  message::kMailHeaderTrace};
 constexpr std::array<std::string_view, 1> kExample = {"pEMLDatei=examples/angebot.eml"};
-constexpr std::array kFunctions = {
-    ScriptFunction{.name = "MIME_DEKODIERE", .entry = &MIME_DEKODIERE, .family = "Mail",
-                   .summary = "Takes a received mail apart into text, addresses and attachments.",
-                   .parameters = kParameters, .result_type = kTypeBool,
-                   .result_meaning = "True when the mail was there and could be read.",
-                   .messages = kMessages, .example = kExample}};
+constexpr auto kFunctions = std::to_array<ScriptFunction>(
+    {{"MIME_DEKODIERE", &MIME_DEKODIERE, "Mail", "Takes a received mail apart into text, addresses and attachments.",
+      kParameters, kTypeBool, "True when the mail was there and could be read.", kMessages, kExample}});
 
 }  // namespace
 
@@ -57,6 +60,4 @@ std::span<const ScriptFunction> mime_functions() { return kFunctions; }
 
 }  // namespace yinet
 
-void MIME_DEKODIERE(YObject* arguments) {
-  yinet::run_script_function("MIME_DEKODIERE", arguments, yinet::mime_dekodiere);
-}
+YINET_SCRIPT_FUNCTION(MIME_DEKODIERE, yinet::mime_dekodiere)

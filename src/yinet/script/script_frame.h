@@ -5,7 +5,7 @@
 // GetInteger and GetBool (absent: empty, 0, false), writes outputs through live values, builds its worker on its own
 // stack and stores the worker's result under "_RETV".
 //
-//   extern "C" void HTTP_GET(YObject* arguments) { yinet::run_script_function("HTTP_GET", arguments, http_get); }
+//   YINET_SCRIPT_FUNCTION(HTTP_GET, yinet::http_get)
 
 #include <cstdint>
 #include <string_view>
@@ -33,3 +33,7 @@ void store_result(YObject& parameters, std::string_view result);
 void store_result(YObject& parameters, const char* result) = delete;  // would pick bool
 
 }  // namespace yinet
+
+// Defines a function of functions.h: `body` in its frame.
+#define YINET_SCRIPT_FUNCTION(name, body) \
+  void name(YObject* arguments) { yinet::run_script_function(#name, arguments, body); }

@@ -12,6 +12,7 @@
 #include "yinet/script/functions.h"
 #include "yinet/script/parameter_keys.h"
 #include "yinet/script/script_frame.h"
+#include "yinet/script/table_rows.h"
 
 namespace yinet {
 namespace {
@@ -57,27 +58,15 @@ constexpr std::array kParameters = {
                     .meaning =
                         "The answer or the fault: elements by name, inner ones in records, repeated ones in arrays, "
                         "attributes as name@attribute."}};
-constexpr std::array kMessages = {
-    message::kScriptFunctionFailed, message::kConnectFailed,        message::kHandshakeStepFailed,
-    message::kCertificateRejected,  message::kTlsContextFailed,     message::kTlsConnectFailed,
-    message::kConnectTlsFailed,     message::kReceiveBufferFailed,  message::kSendBufferFailed,
-    message::kSendBufferGaveUp,     message::kHttpConnectFailed,    message::kHttpSendFailed,
-    message::kHttpReceiveFailed,    message::kHttpServerSilent,     message::kHttpLineBreakRefused,
-    message::kHttpReplyTooLarge,    message::kSoapRequestNotBuilt,  message::kSoapAnswerNotXml,
-    message::kSoapParameterMissing, message::kSoapAnswerUnreadable, message::kSoapTrace,
-    message::kSoapRequestTrace};
+constexpr auto kMessages = messages_with(kHttpMessages, message::kSoapRequestNotBuilt, message::kSoapAnswerNotXml,
+                                         message::kSoapParameterMissing, message::kSoapAnswerUnreadable,
+                                         message::kSoapTrace, message::kSoapRequestTrace);
 constexpr std::array<std::string_view, 1> kExample = {
     R"(pParam:={"ENDPOINT": "http://127.0.0.1:8080/stock", "NAMESPACE": "urn:stock", "BODY": {"Count": {"Item": "4711"}}})"};
-constexpr std::array kFunctions = {
-    ScriptFunction{.name = "SOAP_EXECUTEFUNCTION",
-                   .entry = &SOAP_EXECUTEFUNCTION,
-                   .family = "SOAP",
-                   .summary = "Calls one operation of a SOAP 1.1 web service over HTTP or HTTPS.",
-                   .parameters = kParameters,
-                   .result_type = kTypeBool,
-                   .result_meaning = "True when the service answered with status 200 and its answer could be read.",
-                   .messages = kMessages,
-                   .example = kExample}};
+constexpr auto kFunctions = std::to_array<ScriptFunction>(
+    {{"SOAP_EXECUTEFUNCTION", &SOAP_EXECUTEFUNCTION, "SOAP",
+      "Calls one operation of a SOAP 1.1 web service over HTTP or HTTPS.", kParameters, kTypeBool,
+      "True when the service answered with status 200 and its answer could be read.", kMessages, kExample}});
 
 }  // namespace
 
@@ -85,6 +74,4 @@ std::span<const ScriptFunction> soap_functions() { return kFunctions; }
 
 }  // namespace yinet
 
-void SOAP_EXECUTEFUNCTION(YObject* arguments) {
-  yinet::run_script_function("SOAP_EXECUTEFUNCTION", arguments, yinet::soap_execute_function);
-}
+YINET_SCRIPT_FUNCTION(SOAP_EXECUTEFUNCTION, yinet::soap_execute_function)

@@ -12,9 +12,9 @@
 #include "yinet/script/families.h"
 #include "yinet/script/functions.h"
 #include "yinet/script/parameter_keys.h"
-#include "yinet/script/parameter_rows.h"
 #include "yinet/script/script_frame.h"
 #include "yinet/script/ssh_functions.h"
+#include "yinet/script/table_rows.h"
 #include "yinet/ssh/ssh_address.h"
 #include "yinet/ssh/ssh_client.h"
 
@@ -117,8 +117,7 @@ constexpr auto kConnection = std::to_array<ScriptParameter>({
     in_text(key::kProxyAddress, "SOCKS proxy as host or host:port, port 1080 by default; no proxy when empty."),
     in_text(key::kProxyUser, "User of the proxy."),
     in_password(key::kProxyPassword, "Password of the proxy."),
-    {.key = key::kProxyType, .type = kTypeInteger, .direction = Direction::in, .default_value = "4",
-     .meaning = "Version of SOCKS: 4 or 5."},
+    in_number(key::kProxyType, "4", "Version of SOCKS: 4 or 5."),
 });
 
 // A function's own parameters, behind those of the connection.
@@ -139,13 +138,19 @@ constexpr auto kDownloadParameters = with_connection(
 constexpr auto kDeleteParameters = with_connection({in_text(key::kFileName, "The file on the server.")});
 constexpr auto kFolderParameters = with_connection({in_text(key::kTargetFolder, "The folder on the server.")});
 
-constexpr std::string_view kResultMeaning = "True when it succeeded.";
-constexpr std::array kUploadMessages = {21001, 21801, 21802, 21803, 21805, 21806, 21813, 21814, 21815, 21820, 21827, 21828, 21829, 21830};
-constexpr std::array kDownloadMessages = {21001, 21801, 21802, 21804, 21805, 21806, 21813, 21814, 21815};
-constexpr std::array kDeleteMessages = {21001, 21801, 21802, 21813, 21814, 21815};
-constexpr std::array kCreateMessages = {21001, 21801, 21802, 21811, 21812, 21813, 21814, 21815};
-constexpr std::array kRemoveMessages = {21001, 21801, 21802, 21810, 21813, 21814, 21815};
-constexpr std::array kListMessages = {21001, 21801, 21802, 21808, 21813, 21814, 21815};
+constexpr std::array kConnectionMessages = {message::kScriptFunctionFailed, message::kSshHostMissing,
+                                            message::kSshConnectFailed,     message::kSshHostKey,
+                                            message::kSshHostKeyUnknown,    message::kSshKeyUnusable};
+constexpr auto kUploadMessages =
+    messages_with(kConnectionMessages, message::kSshUploadFailed, message::kSshSourceMissing, message::kSshTargetMissing,
+                  message::kSshRemoteNotOpened, message::kSshLocalNotOpened, message::kSshLocalNotRead,
+                  message::kSshTransferFailed, message::kSshRemoteNotClosed);
+constexpr auto kDownloadMessages = messages_with(kConnectionMessages, message::kSshDownloadFailed,
+                                                 message::kSshSourceMissing, message::kSshTargetMissing);
+constexpr auto kCreateMessages =
+    messages_with(kConnectionMessages, message::kSshCreateFolderFailed, message::kSshNewFolderMissing);
+constexpr auto kRemoveMessages = messages_with(kConnectionMessages, message::kSshRemoveFolderFailed);
+constexpr auto kListMessages = messages_with(kConnectionMessages, message::kSshListedFolderMissing);
 
 #define YINET_SSH_LOGIN_EXAMPLE "pHost=sftp.example.com", "pUser=me", "pPasswd=secret"
 constexpr auto kUploadExample = std::to_array<std::string_view>(
@@ -156,25 +161,19 @@ constexpr auto kDeleteExample = std::to_array<std::string_view>({YINET_SSH_LOGIN
 constexpr auto kFolderExample = std::to_array<std::string_view>({YINET_SSH_LOGIN_EXAMPLE, "pZielverzeichnis=reports"});
 #undef YINET_SSH_LOGIN_EXAMPLE
 
-constexpr ScriptFunction row(std::string_view name, void (*entry)(YObject*), std::string_view summary,
-                             std::span<const ScriptParameter> parameters, std::span<const int> messages,
-                             std::span<const std::string_view> example) {
-  return {.name = name, .entry = entry, .family = "SSH", .summary = summary, .parameters = parameters,
-          .result_type = kTypeBool, .result_meaning = kResultMeaning, .messages = messages, .example = example};
-}
-constexpr std::array kFunctions = {
-    row("SSH_UPLOAD", &SSH_UPLOAD, "Brings one file to an SFTP server.", kUploadParameters, kUploadMessages, kUploadExample),
-    row("SSH_DOWNLOAD", &SSH_DOWNLOAD, "Fetches one file from an SFTP server.", kDownloadParameters, kDownloadMessages,
-        kDownloadExample),
-    row("SSH_DELETE", &SSH_DELETE, "Deletes one file on an SFTP server.", kDeleteParameters, kDeleteMessages, kDeleteExample),
-    row("SSH_CREATEDIRECTORY", &SSH_CREATEDIRECTORY, "Makes a folder on an SFTP server unless it exists.", kFolderParameters,
-        kCreateMessages, kFolderExample),
-    row("SSH_REMOVEDIRECTORY", &SSH_REMOVEDIRECTORY, "Removes an empty folder on an SFTP server.", kFolderParameters,
-        kRemoveMessages, kFolderExample),
-    ScriptFunction{.name = "SSH_GETDIRECTORY", .entry = &SSH_GETDIRECTORY, .family = "SSH",
-                   .summary = "Lists a folder on an SFTP server.", .parameters = kFolderParameters, .result_type = kTypeString,
-                   .result_meaning = "The names, separated by bytes 0x01; false without a connection.",
-                   .messages = kListMessages, .example = kFolderExample}};
+constexpr auto kFunctions = std::to_array<ScriptFunction>({
+    {"SSH_UPLOAD", &SSH_UPLOAD, "SSH", "Brings one file to an SFTP server.", kUploadParameters, kTypeBool, kTrueWhenDone,
+     kUploadMessages, kUploadExample},
+    {"SSH_DOWNLOAD", &SSH_DOWNLOAD, "SSH", "Fetches one file from an SFTP server.", kDownloadParameters, kTypeBool,
+     kTrueWhenDone, kDownloadMessages, kDownloadExample},
+    {"SSH_DELETE", &SSH_DELETE, "SSH", "Deletes one file on an SFTP server.", kDeleteParameters, kTypeBool, kTrueWhenDone,
+     kConnectionMessages, kDeleteExample},
+    {"SSH_CREATEDIRECTORY", &SSH_CREATEDIRECTORY, "SSH", "Makes a folder on an SFTP server unless it exists.",
+     kFolderParameters, kTypeBool, kTrueWhenDone, kCreateMessages, kFolderExample},
+    {"SSH_REMOVEDIRECTORY", &SSH_REMOVEDIRECTORY, "SSH", "Removes an empty folder on an SFTP server.", kFolderParameters,
+     kTypeBool, kTrueWhenDone, kRemoveMessages, kFolderExample},
+    {"SSH_GETDIRECTORY", &SSH_GETDIRECTORY, "SSH", "Lists a folder on an SFTP server.", kFolderParameters, kTypeString,
+     "The names, separated by bytes 0x01; false without a connection.", kListMessages, kFolderExample}});
 
 }  // namespace
 
@@ -215,15 +214,9 @@ std::span<const ScriptFunction> ssh_functions() { return kFunctions; }
 
 }  // namespace yinet
 
-void SSH_UPLOAD(YObject* arguments) { yinet::run_script_function("SSH_UPLOAD", arguments, yinet::ssh_upload); }
-void SSH_DOWNLOAD(YObject* arguments) { yinet::run_script_function("SSH_DOWNLOAD", arguments, yinet::ssh_download); }
-void SSH_DELETE(YObject* arguments) { yinet::run_script_function("SSH_DELETE", arguments, yinet::ssh_delete); }
-void SSH_CREATEDIRECTORY(YObject* arguments) {
-  yinet::run_script_function("SSH_CREATEDIRECTORY", arguments, yinet::ssh_create_directory);
-}
-void SSH_REMOVEDIRECTORY(YObject* arguments) {
-  yinet::run_script_function("SSH_REMOVEDIRECTORY", arguments, yinet::ssh_remove_directory);
-}
-void SSH_GETDIRECTORY(YObject* arguments) {
-  yinet::run_script_function("SSH_GETDIRECTORY", arguments, yinet::ssh_get_directory);
-}
+YINET_SCRIPT_FUNCTION(SSH_UPLOAD, yinet::ssh_upload)
+YINET_SCRIPT_FUNCTION(SSH_DOWNLOAD, yinet::ssh_download)
+YINET_SCRIPT_FUNCTION(SSH_DELETE, yinet::ssh_delete)
+YINET_SCRIPT_FUNCTION(SSH_CREATEDIRECTORY, yinet::ssh_create_directory)
+YINET_SCRIPT_FUNCTION(SSH_REMOVEDIRECTORY, yinet::ssh_remove_directory)
+YINET_SCRIPT_FUNCTION(SSH_GETDIRECTORY, yinet::ssh_get_directory)

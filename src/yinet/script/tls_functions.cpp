@@ -1,3 +1,5 @@
+#include <array>
+
 #include "yinet/host/yobject.h"
 #include "yinet/net/secure_socket.h"
 #include "yinet/script/families.h"
@@ -12,17 +14,10 @@ extern "C" void SECURESOCKETGLOBALSSLINIT(YObject* /*arguments*/) {
 namespace yinet {
 namespace {
 
-const ScriptFunction kFunctions[] = {
-    {.name = "SECURESOCKETGLOBALSSLINIT",
-     .entry = SECURESOCKETGLOBALSSLINIT,
-     .family = "TLS",
-     .summary = "Prepares the TLS library for use by several threads; a host calls it once at its start.",
-     .parameters = {},
-     .result_type = kTypeAny,
-     .result_meaning = "None: there is nothing that could fail.",
-     .messages = {},
-     .example = {}},
-};
+constexpr auto kFunctions = std::to_array<ScriptFunction>(
+    {{"SECURESOCKETGLOBALSSLINIT", &SECURESOCKETGLOBALSSLINIT, "TLS",
+      "Prepares the TLS library for use by several threads; a host calls it once at its start.", {}, kTypeAny,
+      "None: there is nothing that could fail.", {}, {}}});
 
 }  // namespace
 
