@@ -23,7 +23,6 @@ using yinet::LookupStatus;
 using yinet::RecordType;
 using yinet::Resolver;
 
-constexpr int kErrorLevel = 6;
 constexpr std::string_view kServerKey = "SERVER";
 constexpr std::string_view kPreferenceKey = "PRIO";
 
@@ -39,7 +38,8 @@ LookupOutcome find_records(Resolver& resolver, const std::string& name, RecordTy
 }
 
 std::unique_ptr<DnsRecords> report_failed_query(const YString& domain, LookupStatus status) {
-  yinet::raise_message(kErrorLevel, yinet::message::kDnsQueryFailed, domain, std::to_string(static_cast<int>(status)));
+  yinet::raise_message(yinet::message::kErrorLevel, yinet::message::kDnsQueryFailed, domain,
+                       std::to_string(static_cast<int>(status)));
   return nullptr;
 }
 
@@ -49,7 +49,7 @@ Result guarded(const YString& domain, Body body) noexcept {
   try {
     return body();
   } catch (const std::exception&) {
-    yinet::raise_message(kErrorLevel, yinet::message::kDnsQueryFailed, domain, "9002");
+    report_failed_query(domain, LookupStatus::server_failure);
     return Result();
   }
 }
@@ -61,7 +61,7 @@ std::unique_ptr<DnsRecords> YnetDNS_Class::GetServerForDomain(const YString& dom
   if (!yinet::is_askable_name(name)) return report_failed_query(domain, LookupStatus::bad_name);
   Resolver resolver;
   if (const int error = resolver.setup_error()) {
-    yinet::raise_message(kErrorLevel, yinet::message::kDnsLibraryFailed, std::to_string(error));
+    yinet::raise_message(yinet::message::kErrorLevel, yinet::message::kDnsLibraryFailed, std::to_string(error));
     return nullptr;
   }
   LookupOutcome outcome = find_records(resolver, name, type);

@@ -22,7 +22,6 @@ using namespace yinet;
 
 namespace {
 
-constexpr int kErrorLevel = 6;
 constexpr int kNoPort = -1;
 constexpr std::string_view kImplicitTlsPort = "990";
 constexpr std::string_view kBehindScheme = "://";
@@ -297,7 +296,7 @@ bool YInetFileTransfer::RaiseError(int number, const YString& text, const YStrin
   last_error_message_ = YString(trimmed_back(std::string_view(full).substr(0, full.find("Details:"))));
   last_error_details_ = ConnectionDetails();
   if (error_reporting_)
-    YLog.EventEx(kErrorLevel, number, last_error_message_, with_details ? last_error_details_ : YString());
+    YLog.EventEx(message::kErrorLevel, number, last_error_message_, with_details ? last_error_details_ : YString());
   return false;
 }
 

@@ -24,7 +24,7 @@ void use_client_certificates(SSL_CTX* context, const YString& items) {
     if (item.empty() || !YFile::Exist(YString(item))) continue;
     ERR_clear_error();
     if (use_certificate(context, item, {})) continue;
-    YLog.EventEx(ftp::kErrorLevel, message::kFtpClientCertificateFailed,
+    YLog.EventEx(message::kErrorLevel, message::kFtpClientCertificateFailed,
                  YTextManager.GetYText(message::kFtpClientCertificateFailed, item), take_tls_error());
   }
 }

@@ -211,7 +211,8 @@ int ftps::connect() {
       send_command("AUTH TLS", kReadReply);
       if (refused()) {  // no TLS can come up, and nothing secret may follow without it
         const bool by_server = get_last_mesnum() < kFirstOwnStatus;
-        if (by_server) YLog.Event(kErrorLevel, message::kFtpTlsRefused, address_text(host_, port_), get_last_mes(0));
+        if (by_server)
+          YLog.Event(message::kErrorLevel, message::kFtpTlsRefused, address_text(host_, port_), get_last_mes(0));
         return kFailed;
       }
       drop_clear_text();
@@ -281,7 +282,7 @@ int ftps::send_command(const YString& cmd, int flags) {
 
 bool ftps::send_line(const YString& line) {
   if (breaks_protocol_line(line)) {
-    YLog.Event(kErrorLevel, message::kFtpLineBreakRefused, verb_of(line));
+    YLog.Event(message::kErrorLevel, message::kFtpLineBreakRefused, verb_of(line));
     return false;
   }
   return Send(YString(text_for_wire(line) + "\r\n"));
@@ -315,7 +316,7 @@ int ftps::read_reply() {
     const bool may_end = state == FtpReplyReader::State::unfinished && !exact;
     if (state == FtpReplyReader::State::whole || (may_end && rest && rest->passed())) return give_out();
     if (replies.kept() > most) {
-      YLog.Event(kErrorLevel, message::kFtpReplyTooLarge, address_text(host_, port_), std::to_string(most));
+      YLog.Event(message::kErrorLevel, message::kFtpReplyTooLarge, address_text(host_, port_), std::to_string(most));
       return kTimeOver;
     }
     if (bio == nullptr) return kTimeOver;  // nothing can come any more

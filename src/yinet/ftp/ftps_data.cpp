@@ -59,7 +59,7 @@ bool ftps::ask_for_data_address() {
   data_address_.Clear();
   const auto found = ipv6 ? usable_extended_address(answer) : usable_passive_address(answer);
   if (!found) {
-    YLog.Event(kErrorLevel, message::kFtpPassiveAnswerUnusable, host_, answer);
+    YLog.Event(message::kErrorLevel, message::kFtpPassiveAnswerUnusable, host_, answer);
     return false;
   }
   data_port_ = found->port;

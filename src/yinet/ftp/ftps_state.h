@@ -28,7 +28,6 @@ inline constexpr int kSocks4Proxy = 4;
 inline constexpr int kSocks5Proxy = 5;
 
 inline constexpr int kTraceChannel = 217;
-inline constexpr int kErrorLevel = 6;
 
 // Results of several operations.
 inline constexpr int kDone = 0;

@@ -88,7 +88,7 @@ std::string path_below(std::string folder, std::string_view name, const Below& i
 }
 
 std::string refused(std::string_view name) {
-  YLog.Event(6, message::kFileNameRefused, name);
+  YLog.Event(message::kErrorLevel, message::kFileNameRefused, name);
   errno = EINVAL;
   return {};
 }
@@ -111,7 +111,7 @@ std::string drive_path(std::string_view name) {
   const char letter = static_cast<char>(name.front() & ~0x20);
   const std::string folder = find_setting("Dateien", std::string("Laufwerk") + letter).value_or("");
   if (folder.empty() || prefix_length(folder) != 0) {
-    YLog.Event(6, message::kDriveNotMapped, name);
+    YLog.Event(message::kErrorLevel, message::kDriveNotMapped, name);
     errno = ENODEV;
     return {};
   }

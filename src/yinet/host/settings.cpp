@@ -112,7 +112,7 @@ class Registry {
       const std::shared_lock guard(mutex_);
       problem = file_problem_;
     }
-    YLog.Event(6, message::kSettingsFileFailed, name_from_utf8(problem.first), problem.second);
+    YLog.Event(message::kErrorLevel, message::kSettingsFileFailed, name_from_utf8(problem.first), problem.second);
   }
 
   // Calls `use` with the value of a row of the table.

@@ -135,7 +135,8 @@ TemporaryFolder temporary_folder() {
   }
   if (!result.descriptor.is_open()) result.path.clear();
   if (failure.error != 0) {
-    YLog.Event(6, message::kTemporaryFolderUnusable, failure.path, std::strerror(failure.error), result.path);
+    YLog.Event(message::kErrorLevel, message::kTemporaryFolderUnusable, failure.path, std::strerror(failure.error),
+               result.path);
     errno = failure.error;
   }
   return result;

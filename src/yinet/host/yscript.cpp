@@ -16,8 +16,6 @@ namespace yinet {
 
 namespace {
 
-constexpr int kErrorLevel = 6;
-
 struct Registry {
   std::mutex mutex;
   std::unordered_map<std::string, std::shared_ptr<const ScriptClassFunction>> functions;  // by key_of
@@ -74,7 +72,7 @@ bool YScriptClass::ExecuteFunction(std::string_view class_name, std::string_view
   try {
     const auto function = find_function(class_name, function_name);
     if (!function) {
-      YLog.Event(kErrorLevel, message::kScriptClassUnknown, class_name, function_name);
+      YLog.Event(message::kErrorLevel, message::kScriptClassUnknown, class_name, function_name);
       return false;
     }
     if (parameters != nullptr) {
@@ -83,11 +81,11 @@ bool YScriptClass::ExecuteFunction(std::string_view class_name, std::string_view
     }
     reason = "no parameters";
   } catch (const std::exception& error) {
-    YLog.Event(kErrorLevel, message::kScriptClassFailed, class_name, function_name, error.what());
+    YLog.Event(message::kErrorLevel, message::kScriptClassFailed, class_name, function_name, error.what());
     return false;
   } catch (...) {
     reason = "unknown exception";
   }
-  YLog.Event(kErrorLevel, message::kScriptClassFailed, class_name, function_name, reason);
+  YLog.Event(message::kErrorLevel, message::kScriptClassFailed, class_name, function_name, reason);
   return false;
 }

@@ -12,8 +12,6 @@
 namespace yinet {
 namespace {
 
-constexpr int kFailureLevel = 6;
-constexpr int kTraceChannel = 2195;
 constexpr std::string_view kContentType = "text/xml";
 
 // The value is a quoted URI (SOAP 1.1, section 6.1.1), and servers insist on the quotes.
@@ -24,10 +22,10 @@ YString action_value(const YString& action) { return action.StartsWith("\"") ? a
 bool execute_soap_call(const YObject& call, YObject& answer) {
   std::string request;
   if (const auto problem = write_soap_envelope(call, request)) {
-    YLog.Event(kFailureLevel, message::kSoapRequestNotBuilt, *problem);
+    YLog.Event(message::kErrorLevel, message::kSoapRequestNotBuilt, *problem);
     return false;
   }
-  if (debug_traces()) YLog.DebugEvent(kTraceChannel, message::kSoapRequestTrace, ansi_from_utf8_lossy(request));
+  if (debug_traces()) YLog.DebugEvent(kSoapTraceChannel, message::kSoapRequestTrace, ansi_from_utf8_lossy(request));
 
   HTTP http;
   if (call.Exist(soap::kAction)) http.set_request_field("SOAPAction", action_value(call.GetString(soap::kAction)));
@@ -37,12 +35,13 @@ bool execute_soap_call(const YObject& call, YObject& answer) {
   YString status;
   const bool posted = http.POST(endpoint, YBuffer(request), YString(kContentType), body, content_type, status);
   if (media_type(content_type) != kContentType) {
-    YLog.Event(kFailureLevel, message::kSoapAnswerNotXml, endpoint, content_type);
+    YLog.Event(message::kErrorLevel, message::kSoapAnswerNotXml, endpoint, content_type);
     return false;
   }
   if (body.Size() == 0) return posted;
   if (const auto error = YXml::Parse(body.view(), answer, charset_parameter(content_type))) {
-    YLog.Event(kFailureLevel, message::kSoapAnswerUnreadable, endpoint, error->reason, std::to_string(error->position));
+    YLog.Event(message::kErrorLevel, message::kSoapAnswerUnreadable, endpoint, error->reason,
+               std::to_string(error->position));
     return false;
   }
   return posted;

@@ -80,7 +80,7 @@ bool write_mail_files(YObject& record) {
   YString folder = YFileManager.ResolvePath(YString(kMailFilesFolder));
   if (!folder.EndsWith("/")) folder += '/';
   if (!YFileManager.CreateFolder(folder) || !YFileManager.EmptyFolder(folder)) {
-    return raise_message(6, message::kMailFolderFailed, folder);
+    return raise_message(message::kErrorLevel, message::kMailFolderFailed, folder);
   }
 
   const YString names = record.GetString(mail_key::kAttachments);

@@ -6,8 +6,6 @@
 
 namespace yinet {
 
-inline constexpr int kMailErrorLevel = 6;
-
 // An attachment stays out of the mail; `cause` is an errno.
 void report_unsendable_attachment(std::string_view path, int cause) noexcept;
 

@@ -120,7 +120,7 @@ void YMIMEMessage::CreateMessage(YObject* mail) try {
   // Half a mail must not be sent.
   m_Header.Clear();
   m_Body.Clear();
-  YLog.Event(yinet::kMailErrorLevel, yinet::message::kMailComposeFailed, failure.what());
+  YLog.Event(yinet::message::kErrorLevel, yinet::message::kMailComposeFailed, failure.what());
 }
 
 void YMIMEMessage::m_AddAttachments(const YString& paths, YString& plainText, bool& isHTML) {

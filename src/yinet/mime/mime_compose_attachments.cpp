@@ -33,7 +33,7 @@ void report_size(YObject& mail, int number, std::int64_t bytes) {
   namespace key = yinet::mail_key;
   const YString text = YTextManager.GetYText(number, mail.GetString(key::kProfile), mail.GetString(key::kTo),
                                              mail.GetString(key::kSubject), std::to_string(bytes / kBytesPerKilobyte));
-  YLog.EventEx(yinet::kMailErrorLevel, number, text, {});
+  YLog.EventEx(yinet::message::kErrorLevel, number, text, {});
   mail.StoreText(key::kError, text);
 }
 

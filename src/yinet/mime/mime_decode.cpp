@@ -186,11 +186,11 @@ bool read_mail_file(const YString& name, std::string& text) {
   if (!file.Open(yinet::kOpenExisting, yinet::kAccessRead)) return false;
   const std::int64_t size = file.GetFileSize();
   if (size < 1) {
-    YLog.Event(6, yinet::message::kMailFileEmpty, name);
+    YLog.Event(yinet::message::kErrorLevel, yinet::message::kMailFileEmpty, name);
     return false;
   }
   if (size > std::numeric_limits<int>::max()) {
-    YLog.Event(6, yinet::message::kMailFileTooLarge, name);
+    YLog.Event(yinet::message::kErrorLevel, yinet::message::kMailFileTooLarge, name);
     return false;
   }
   return file.ReadAll(text);
@@ -253,7 +253,7 @@ bool YMIMEMessage::Decode(const YString& mail, YObject* record, unsigned long fl
   if (yinet::setting_flag(yinet::settings::kMailReadable)) yinet::make_mac_lines_crlf(text);
   if (is_file) drop_terminator(text);
   if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
-    YLog.Event(6, yinet::message::kMailFileTooLarge, mail.Copy(0, 255));
+    YLog.Event(yinet::message::kErrorLevel, yinet::message::kMailFileTooLarge, mail.Copy(0, 255));
     m_MailText.Clear();
     return false;
   }
@@ -271,7 +271,7 @@ bool YMIMEMessage::Decode(const YString& mail, YObject* record, unsigned long fl
   m_MailText.Clear();
   if (decode_state_) decode_state_->discards_files = true;
   decode_state_.reset();
-  YLog.Event(6, yinet::message::kScriptFunctionFailed, "YMIMEMessage::Decode", failure.what());
+  YLog.Event(yinet::message::kErrorLevel, yinet::message::kScriptFunctionFailed, "YMIMEMessage::Decode", failure.what());
   return false;
 }
 

@@ -149,7 +149,8 @@ YString YMIMEMessage::m_WriteNewFile(const yinet::AttachmentName& name, YBuffer 
       if (taken) break;
     }
   }
-  YLog.Event(6, yinet::message::kMailAttachmentNotWritten, name.base + name.extension, strerror(error));
+  YLog.Event(yinet::message::kErrorLevel, yinet::message::kMailAttachmentNotWritten, name.base + name.extension,
+             strerror(error));
   return {};
 }
 

@@ -20,7 +20,6 @@
 namespace yinet {
 namespace {
 
-constexpr int kFailureLevel = 6;
 constexpr int kTlsType = 4;
 constexpr int kFtpPort = 21;  // that of explicit TLS too
 
@@ -90,7 +89,7 @@ bool is_name_here(const YString& name) {
 bool is_complete(const YString& remote, const RemoteFile& file, const YString& target) {
   const std::int64_t size = YFile(target).GetFileSize();
   if (size >= 0 && size == file.size) return true;
-  YLog.Event(kFailureLevel, message::kTransferFileKept, remote, std::to_string(file.size), std::to_string(size));
+  YLog.Event(message::kErrorLevel, message::kTransferFileKept, remote, std::to_string(file.size), std::to_string(size));
   return false;
 }
 
@@ -104,7 +103,7 @@ struct Wildcard {
 bool fetch(YInetFileTransfer& transfer, const Wildcard& wildcard, const RemoteFile& file, YString& fetched) {
   const YString remote = wildcard.remote_folder + file.name;
   if (!is_name_here(file.name)) {
-    YLog.Event(kFailureLevel, message::kTransferFileNotTaken, printable(remote));
+    YLog.Event(message::kErrorLevel, message::kTransferFileNotTaken, printable(remote));
     return false;
   }
   const YString target = wildcard.local_folder + file.name;
@@ -183,17 +182,17 @@ constexpr std::array<std::string_view, 4> kDeleteExample = {"pHOST=ftp.example.c
 constexpr auto kFunctions = std::to_array<ScriptFunction>({
     {"FTP_UPLOAD", &FTP_UPLOAD, "FTP", "Brings one file to an FTP server.", kUploadParameters, kTypeBool, kTrueWhenDone,
      kUploadMessages, kUploadExample},
-    {"FTP_DOWNLOADDATEI", &FTP_DOWNLOADDATEI, "FTP", "Fetches one file from an FTP server.", kDownloadParameters, kTypeBool,
-     kTrueWhenDone, kDownloadMessages, kDownloadExample},
+    {"FTP_DOWNLOADDATEI", &FTP_DOWNLOADDATEI, "FTP", "Fetches one file from an FTP server.", kDownloadParameters,
+     kTypeBool, kTrueWhenDone, kDownloadMessages, kDownloadExample},
     {"FTP_DOWNLOADDATEIEN", &FTP_DOWNLOADDATEIEN, "FTP", "Fetches all files of a folder that a wildcard names.",
      kWildcardParameters, kTypeBool, "True when every file was fetched; none is no failure.", kWildcardMessages,
      kWildcardExample},
     {"FTP_DOWNLOADDATEIENMITLOESCHEN", &FTP_DOWNLOADDATEIENMITLOESCHEN, "FTP",
      "Fetches all files that a wildcard names and deletes them on the server, each once its size is verified.",
-     kWildcardParameters, kTypeBool, "True when every file was fetched and deleted; none is no failure.", kWildcardMessages,
-     kWildcardExample},
-    {"FTP_LOESCHE", &FTP_LOESCHE, "FTP", "Deletes one file on an FTP server.", kDeleteParameters, kTypeBool, kTrueWhenDone,
-     kDeleteMessages, kDeleteExample},
+     kWildcardParameters, kTypeBool, "True when every file was fetched and deleted; none is no failure.",
+     kWildcardMessages, kWildcardExample},
+    {"FTP_LOESCHE", &FTP_LOESCHE, "FTP", "Deletes one file on an FTP server.", kDeleteParameters, kTypeBool,
+     kTrueWhenDone, kDeleteMessages, kDeleteExample},
     {"FTP_BEENDE", &FTP_BEENDE, "FTP", "Ends nothing: no function of the family keeps a connection.", {}, kTypeBool,
      "Always true.", kEndMessages, {}}});
 

@@ -22,7 +22,6 @@
 namespace yinet {
 namespace {
 
-constexpr int kErrorLevel = 6;
 constexpr int kSshType = 5;
 constexpr int kUsualType = 4;
 constexpr int kCheckSize = 4;  // bit of "pOptionen"
@@ -76,7 +75,7 @@ bool handed_to_ssh(YObject& parameters, std::string_view function) {
 }
 
 void raise(int number, const YString& text, const YString& context) {
-  YError.Message(kErrorLevel, number, text, context, false, "");
+  YError.Message(message::kErrorLevel, number, text, context, false, "");
 }
 
 struct SizeMessages {

@@ -105,13 +105,15 @@ constexpr std::array<std::string_view, 2> kDownloadExample = {"pUrl=https://www.
 constexpr std::array<std::string_view, 1> kReadExample = {"pUrl=https://www.example.com/"};
 constexpr std::array<std::string_view, 1> kSearchExample = {"pSuchbegriffe=DIN 5008"};
 
-constexpr std::string_view kResultMeaning = "True when the answer is there; over HTTP with status 200, redirects followed.";
+constexpr std::string_view kResultMeaning =
+    "True when the answer is there; over HTTP with status 200, redirects followed.";
 constexpr auto kFunctions = std::to_array<ScriptFunction>({
-    {"INTERNET_DOWNLOAD", &INTERNET_DOWNLOAD, "Internet", "Fetches what a URL leads to into a file.", kDownloadParameters,
-     kTypeBool, kResultMeaning, kMessages, kDownloadExample},
+    {"INTERNET_DOWNLOAD", &INTERNET_DOWNLOAD, "Internet", "Fetches what a URL leads to into a file.",
+     kDownloadParameters, kTypeBool, kResultMeaning, kMessages, kDownloadExample},
     {"INTERNET_LESEDATEI", &INTERNET_LESEDATEI, "Internet", "Fetches what a URL leads to into a text.", kReadParameters,
      kTypeBool, kResultMeaning, kMessages, kReadExample},
-    {"INTERNET_WEBSUCHE", &INTERNET_WEBSUCHE, "Internet", "Searches the web at the address in the setting Internet/SuchUrl.",
+    {"INTERNET_WEBSUCHE", &INTERNET_WEBSUCHE, "Internet",
+     "Searches the web at the address in the setting Internet/SuchUrl.",
      kSearchParameters, kTypeBool, kResultMeaning, kMessages, kSearchExample}});
 
 }  // namespace

@@ -11,8 +11,6 @@
 namespace yinet {
 namespace {
 
-constexpr int kErrorLevel = 6;
-
 YObject* parameters_of(YObject* arguments) { return arguments ? arguments->FindAt<YObject>(0) : nullptr; }
 
 void store_failure(YObject& parameters, std::string_view name) {
@@ -42,7 +40,7 @@ void run_guarded(std::string_view name, void (*body)()) noexcept {
   try {
     body();
   } catch (...) {
-    raise_message(kErrorLevel, message::kScriptFunctionFailed, name, current_cause());
+    raise_message(message::kErrorLevel, message::kScriptFunctionFailed, name, current_cause());
   }
 }
 
@@ -52,7 +50,7 @@ void run_script_function(std::string_view name, YObject* arguments, void (*body)
   try {
     body(*parameters);
   } catch (...) {
-    raise_message(kErrorLevel, message::kScriptFunctionFailed, name, current_cause());
+    raise_message(message::kErrorLevel, message::kScriptFunctionFailed, name, current_cause());
     try {
       store_failure(*parameters, name);
     } catch (...) {  // no memory even for the failure value: the script sees what was there before the call

@@ -17,16 +17,13 @@
 namespace yinet {
 namespace {
 
-constexpr int kFailureLevel = 6;
-constexpr int kTraceChannel = 2195;
-
 std::string text_form(const YObject& record) {
   return debug_traces() ? ansi_from_utf8_lossy(YJSON::Write(record)) : std::string();
 }
 
 YObject* record_parameter(YObject& parameters, std::string_view key) {
   auto* record = parameters.Find<YObject>(key);
-  if (!record) YLog.Event(kFailureLevel, message::kSoapParameterMissing, key);
+  if (!record) YLog.Event(message::kErrorLevel, message::kSoapParameterMissing, key);
   return record;
 }
 
@@ -35,10 +32,10 @@ void soap_execute_function(YObject& parameters) {
   const YObject* call = record_parameter(parameters, key::kSoapCall);
   YObject* answer = call ? record_parameter(parameters, key::kSoapAnswer) : nullptr;
   if (!answer) return;
-  YLog.DebugStart(kTraceChannel, message::kSoapTrace, text_form(*call));
+  YLog.DebugStart(kSoapTraceChannel, message::kSoapTrace, text_form(*call));
   answer->Clear();
   const bool done = execute_soap_call(*call, *answer);
-  YLog.DebugEnd(kTraceChannel, message::kSoapTrace, text_form(*answer));
+  YLog.DebugEnd(kSoapTraceChannel, message::kSoapTrace, text_form(*answer));
   store_result(parameters, done);
 }
 

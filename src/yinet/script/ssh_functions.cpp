@@ -22,7 +22,6 @@ namespace yinet {
 namespace {
 
 constexpr int kMissingLevel = 5;
-constexpr int kFailedLevel = 6;
 constexpr std::int32_t kUsualProxyType = 4;
 
 // Connects; a failure is logged.
@@ -43,7 +42,7 @@ bool connect(sshClient& client, const YObject& parameters) {
                      parameters.GetString(key::kProxyPassword))) {
     return true;
   }
-  YLog.Event(kFailedLevel, message::kSshConnectFailed, host, client.last_failure_text());
+  YLog.Event(message::kErrorLevel, message::kSshConnectFailed, host, client.last_failure_text());
   return false;
 }
 
@@ -70,7 +69,7 @@ const YString* wanted_text(const YObject& parameters, std::string_view key, int 
 
 void store_outcome(YObject& parameters, const sshClient& client, bool done, int failure, const YString& name) {
   store_result(parameters, done);
-  if (!done && failure != 0) YLog.Event(kFailedLevel, failure, name, client.last_failure_text());
+  if (!done && failure != 0) YLog.Event(message::kErrorLevel, failure, name, client.last_failure_text());
 }
 
 // What follows the last "/" of a remote name. It may come from a server's listing, so what could lead out of the local
@@ -166,8 +165,8 @@ constexpr auto kFunctions = std::to_array<ScriptFunction>({
      kUploadMessages, kUploadExample},
     {"SSH_DOWNLOAD", &SSH_DOWNLOAD, "SSH", "Fetches one file from an SFTP server.", kDownloadParameters, kTypeBool,
      kTrueWhenDone, kDownloadMessages, kDownloadExample},
-    {"SSH_DELETE", &SSH_DELETE, "SSH", "Deletes one file on an SFTP server.", kDeleteParameters, kTypeBool, kTrueWhenDone,
-     kConnectionMessages, kDeleteExample},
+    {"SSH_DELETE", &SSH_DELETE, "SSH", "Deletes one file on an SFTP server.", kDeleteParameters, kTypeBool,
+     kTrueWhenDone, kConnectionMessages, kDeleteExample},
     {"SSH_CREATEDIRECTORY", &SSH_CREATEDIRECTORY, "SSH", "Makes a folder on an SFTP server unless it exists.",
      kFolderParameters, kTypeBool, kTrueWhenDone, kCreateMessages, kFolderExample},
     {"SSH_REMOVEDIRECTORY", &SSH_REMOVEDIRECTORY, "SSH", "Removes an empty folder on an SFTP server.", kFolderParameters,

@@ -21,7 +21,6 @@ using namespace yinet;
 
 namespace {
 
-constexpr int kLogLevel = 6;
 constexpr int kNoticeLevel = 8;
 
 bool has_nul(std::string_view text) { return text.find('\0') != std::string_view::npos; }
@@ -79,7 +78,7 @@ bool sshClient::verifyServer() {
   YLog.Event(kNoticeLevel, message::kSshHostKey, state_->server, key);
   const std::string known_hosts = setting_text(settings::kSshKnownHosts);
   if (known_hosts.empty() || session_->is_known_host()) return true;
-  YLog.Event(kLogLevel, message::kSshHostKeyUnknown, state_->server, key, known_hosts);
+  YLog.Event(message::kErrorLevel, message::kSshHostKeyUnknown, state_->server, key, known_hosts);
   return failed(SshFailure::host_key, key + " is not a known host key of " + state_->server);
 }
 
@@ -99,7 +98,7 @@ bool sshClient::log_in_with_key() {
   const std::string password = own ? state_->key_password.str() : setting_text(settings::kSshKeyPassword);
   const KeyFile read = read_private_key(YFileManager.ResolveSystemPath(file), text_for_wire(password));
   if (read.key) return session_->log_in(read.key.get());
-  YLog.Event(kLogLevel, message::kSshKeyUnusable, file);
+  YLog.Event(message::kErrorLevel, message::kSshKeyUnusable, file);
   return false;
 }
 

@@ -25,7 +25,6 @@ using namespace yinet;
 
 namespace {
 
-constexpr int kErrorLevel = 6;
 constexpr mode_t kNewMode = 0705;  // of files and folders; the server's mask may take bits away
 constexpr char kNoDelimiter = '?';  // for the delimiter of item lists in a name
 constexpr std::uint32_t kShareAll = kShareRead | kShareWrite;
@@ -41,7 +40,7 @@ std::string status_text(sftp_session session) {
 }
 
 void raise(int number, const YString& first, const YString& second, const YString& context) {
-  YError.Message(kErrorLevel, number, YTextManager.GetYText(number, first, second), context, false, "");
+  YError.Message(message::kErrorLevel, number, YTextManager.GetYText(number, first, second), context, false, "");
 }
 YString system_text(const YFile& file) { return YString(std::strerror(file.LastError())); }
 YString server_text(sftp_session session) {
