@@ -20,8 +20,6 @@
 namespace yinet::cli {
 namespace {
 
-constexpr int kMaxBodySize = 10240;  // a limit of decoding; composing does not look at it
-
 // Counts the attachments that composing could not send: it says so in the log alone.
 class UnsentAttachments {
  public:
@@ -93,7 +91,7 @@ int compose_mail(const ComposeArguments& arguments) {
   remark_missing_addresses(record);
 
   const UnsentAttachments unsent;
-  YMIMEMessage message(YString(), 0, kMaxBodySize, 0);
+  YMIMEMessage message(YString(), 0, kUsualBodySize, 0);
   message.CreateMessage(&record);
   if (message.GetHeader().IsEmpty() || unsent.count() > 0) {
     remark("no mail is written; the messages above say why");

@@ -20,8 +20,6 @@ charset_class charset;
 
 namespace {
 
-constexpr const char* kAnsiConverter = "ibm-5348_P100-1997";  // Windows-1252 with the euro sign
-
 // Room that a conversion may use, per byte of the text.
 constexpr std::size_t kUnitsPerByte = 2;
 constexpr std::size_t kBytesPerByte = 4;
@@ -107,7 +105,7 @@ std::optional<std::string> converted(std::string_view text, UConverter& from, UC
 
 }  // namespace
 
-charset_class::charset_class() : m_ANSIName(kAnsiConverter) {}
+charset_class::charset_class() : m_ANSIName(yinet::kAnsiConverter) {}
 
 YString charset_class::Convert(YString text, YString from, YString to, int) const noexcept try {
   if (from.EqualsIC(to)) return text;

@@ -9,6 +9,8 @@
 
 namespace yinet {
 
+inline constexpr const char* kAnsiConverter = "ibm-5348_P100-1997";  // Windows-1252 with the euro sign
+
 // The name under which ICU lists the converter that it knows by this name or alias, without regard to letter case; empty
 // when it knows none, and for a label that no converter can have: one with a comma or longer than any charset's name.
 YINET_API std::string listed_converter(std::string_view label);

@@ -9,17 +9,13 @@
 namespace yinet {
 namespace {
 
-constexpr std::string_view kMessageFile = "Nachricht.htm";
-constexpr std::string_view kMessageFileRenamed = "Nachricht_orig.htm";
-constexpr std::string_view kNoExtension = ".xxx";
 // A file name has 255 bytes at most; a counter must still fit.
 constexpr std::size_t kMaxNameBytes = 240;
 constexpr std::size_t kMaxExtensionBytes = 64;
 
 bool is_harmful(char c) {
-  static constexpr std::string_view kHarmful = ";\"?*:/\\<>";
   const auto byte = static_cast<unsigned char>(c);
-  return byte < 32 || byte == 127 || kHarmful.find(c) != std::string_view::npos;
+  return byte < 32 || byte == 127 || kNotInFileNames.find(c) != std::string_view::npos;
 }
 
 std::string without_harmful_characters(std::string_view text) {

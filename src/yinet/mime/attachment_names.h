@@ -10,6 +10,13 @@
 
 namespace yinet {
 
+// The generated file of a mail's HTML text, and how a received file of that name is called.
+inline constexpr std::string_view kMessageFile = "Nachricht.htm";
+inline constexpr std::string_view kMessageFileRenamed = "Nachricht_orig.htm";
+
+inline constexpr std::string_view kNotInFileNames = ";\"?*:/\\<>";
+inline constexpr std::string_view kNoExtension = ".xxx";  // for a name without one
+
 struct AttachmentName {
   std::string base;
   std::string extension;  // with its dot

@@ -10,7 +10,6 @@ namespace yinet {
 
 namespace {
 
-constexpr int kUsualLineLength = 76;  // RFC 2047, 2
 // Characters of a line that are not for the text: the frame of the encoded word, and what base64 adds.
 constexpr int kLineOverhead = 40;
 constexpr std::string_view kLineEnd = "\r\n";

@@ -7,9 +7,11 @@
 
 namespace yinet {
 
+inline constexpr int kUsualLineLength = 76;  // RFC 2047, 2
+
 // The text as encoded words of the iso-8859-1 charset in base64 (RFC 2047), one per line, continuation lines led by a
 // tab; no line end behind the last one. A line holds `line_length` - 40 characters of the text (at least one); 0 counts
-// as 76. Plain ASCII is encoded too.
+// as kUsualLineLength. Plain ASCII is encoded too.
 std::string encoded_header_line(std::string_view text, int line_length);
 
 // What stands in a header must not end its line: a line break (CRLF, CR or LF) and a NUL each become one blank.

@@ -26,19 +26,6 @@ bool stays_in_folder(std::string_view name) {
   return name != "." && name != ".." && name.find_first_of("/\\:") == std::string_view::npos;
 }
 
-}  // namespace
-
-std::string mail_text_file_name(std::string_view subject) {
-  static constexpr std::string_view kKept = ".-_()[]{}&%$\xA7#";
-  std::string name;
-  for (const char c : subject.substr(0, kSubjectCharacters)) {
-    if (is_alphanumeric(c) || kKept.find(c) != std::string_view::npos) name += c;
-  }
-  return (name.empty() ? "Betreff" : name) + ".mail.txt";
-}
-
-namespace {
-
 SavedMailFile save_file(const YString& folder, std::string_view name, std::string_view bytes) {
   const YString base = YFile::ExtractName(YString(name));
   const YString extension = YFile::ExtractExtension(YString(name));
@@ -56,6 +43,15 @@ SavedMailFile save_file(const YString& folder, std::string_view name, std::strin
 }
 
 }  // namespace
+
+std::string mail_text_file_name(std::string_view subject) {
+  static constexpr std::string_view kKept = ".-_()[]{}&%$\xA7#";
+  std::string name;
+  for (const char c : subject.substr(0, kSubjectCharacters)) {
+    if (is_alphanumeric(c) || kKept.find(c) != std::string_view::npos) name += c;
+  }
+  return (name.empty() ? "Betreff" : name) + ".mail.txt";
+}
 
 std::vector<SavedMailFile> save_mail_files(const YObject& record, const YString& folder) {
   std::vector<SavedMailFile> saved;

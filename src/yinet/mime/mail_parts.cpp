@@ -50,8 +50,7 @@ class MailPartLister {
 };
 
 std::vector<MailPartEntry> list_mail_parts(const YString& file) {
-  constexpr int kMaxBodySize = 10240;
-  YMIMEMessage message(YString(), 0, kMaxBodySize, 0);
+  YMIMEMessage message(YString(), 0, kUsualBodySize, 0);
   YObject result;
   if (!message.Decode(file, &result, 0)) return {};
   MailPartLister lister(result);

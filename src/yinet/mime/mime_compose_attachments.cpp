@@ -13,6 +13,7 @@
 #include "yinet/host/ylog.h"
 #include "yinet/host/ytextmanager.h"
 #include "yinet/mime/attachment_file.h"
+#include "yinet/mime/attachment_names.h"
 #include "yinet/mime/html_to_text.h"
 #include "yinet/mime/mail_keys.h"
 #include "yinet/mime/mail_messages.h"
@@ -23,11 +24,6 @@ namespace {
 constexpr std::string_view kDelimiters = "|,";
 constexpr int kFirstTemporaryFile = 1;
 constexpr std::int64_t kBytesPerKilobyte = 1024;
-
-constexpr std::string_view kNotInFileNames = ";\"?*:/\\<>";
-constexpr std::string_view kBodyFileName = "Nachricht.htm";  // the generated file of a mail's HTML body
-constexpr std::string_view kReceivedBodyFileName = "Nachricht_orig.htm";
-constexpr std::string_view kNoExtension = ".xxx";
 
 void report_size(YObject& mail, int number, std::int64_t bytes) {
   namespace key = yinet::mail_key;
@@ -104,10 +100,10 @@ YString YMIMEMessage::m_MakeAttachFileName(const YString& name) {
   std::string safe = name.str();
   if (safe.front() == '"') safe.erase(0, 1);
   for (char& c : safe)
-    if (kNotInFileNames.find(c) != std::string_view::npos) c = '_';
-  if (yinet::equal_ignoring_case(safe, kBodyFileName)) safe = kReceivedBodyFileName;
+    if (yinet::kNotInFileNames.find(c) != std::string_view::npos) c = '_';
+  if (yinet::equal_ignoring_case(safe, yinet::kMessageFile)) safe = yinet::kMessageFileRenamed;
   const YString extension = YFile::ExtractExtension(safe);
-  return YFile::ExtractName(safe) + (extension.Length() > 1 ? extension : YString(kNoExtension));
+  return YFile::ExtractName(safe) + (extension.Length() > 1 ? extension : YString(yinet::kNoExtension));
 }
 
 void YMIMEMessage::m_ConvertHTM2TXT(YString& text) { text = yinet::html_to_text(text); }

@@ -396,9 +396,9 @@ void YMIMEMessage::m_TakeEnvelope() {
   }
   m_Recipients = YString(std::move(recipients));
   YString to = m_Mail.GetString("To");
-  m_AddMultipleRecipients(to, 0);
+  m_AddMultipleRecipients(to, kRecipientTo);
   YString cc = m_Mail.GetString("Cc");
-  m_AddMultipleRecipients(cc, 1);
+  m_AddMultipleRecipients(cc, kRecipientCc);
 }
 
 std::string_view YMIMEMessage::m_Content(int start, int end) const {

@@ -23,8 +23,6 @@ namespace {
 
 using yinet::equal_ignoring_case;
 
-constexpr std::string_view kSystemConverter = "ibm-5348_P100-1997";
-
 YString part_name(const YObject& part) {
   for (const std::string_view key : {yinet::part::kName, yinet::part::kFile, yinet::part::kFilename}) {
     if (YString name = part.GetString(key); !name.IsEmpty()) return name;
@@ -40,7 +38,7 @@ yinet::TransferEncoding encoding_of(const YObject& part) {
 void convert_body(YString& text, const YString& charset_label) {
   if (text.IsEmpty() || charset_label.IsEmpty()) return;
   const std::string converter = yinet::converter_for_label(charset_label);
-  if (equal_ignoring_case(converter, kSystemConverter)) return;
+  if (equal_ignoring_case(converter, yinet::kAnsiConverter)) return;
   const bool utf8 = equal_ignoring_case(charset_label, "UTF-8");
   // Most bodies are UTF-8 with nothing that Windows-1252 lacks: the same result without a converter.
   if (utf8 && text.Find(std::string_view("\0", 1)) < 0) {
@@ -161,11 +159,10 @@ void YMIMEMessage::m_DecodeItemHeader(YObject* part, int /*start*/, int /*end*/,
   const YString subtype = part->GetString(yinet::part::kSubtype);
   const YString name = part_name(*part);
   const std::string type = media.IsEmpty() ? "text/plain" : yinet::formatted("$1$/$2$", media, subtype);
-  if (name.IsEmpty() && media.IsEmpty()) {
+  const bool text = name.IsEmpty() && media.EqualsIC("Text");
+  if ((name.IsEmpty() && media.IsEmpty()) || (text && subtype.EqualsIC("Plain"))) {
     partInformation->Store<YObject>("PLAINBODY", describe(*part, type));
-  } else if (name.IsEmpty() && media.EqualsIC("Text") && subtype.EqualsIC("Plain")) {
-    partInformation->Store<YObject>("PLAINBODY", describe(*part, type));
-  } else if (name.IsEmpty() && media.EqualsIC("Text") && subtype.EqualsIC("html")) {
+  } else if (text && subtype.EqualsIC("html")) {
     partInformation->Store<YObject>("HTMLBODY", describe(*part, type));
   } else {
     auto& attachments = partInformation->Ensure<YObject>("ANLAGENINFO");

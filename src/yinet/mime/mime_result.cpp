@@ -60,10 +60,6 @@ YString original_recipients(std::string_view text) {
   return list;
 }
 
-YString name_and_extension(const YString& path) {
-  return YFile::ExtractName(path) + YFile::ExtractExtension(path);
-}
-
 bool read_file(const YString& path, YBuffer& bytes) {
   YFile file(path);
   if (!file.Open(yinet::kOpenExisting, yinet::kAccessRead)) return false;
@@ -109,13 +105,14 @@ void YMIMEMessage::m_StoreEnvelope(YObject* result, unsigned long flags) {
 
   const bool originals_replace_to = m_IsHTML && !originals.IsEmpty();
   if (originals_replace_to) result->StoreText(mail_key::kTo, originals);
-  for (const int kind : {0, 1}) {
-    if (kind == 0 && originals_replace_to) continue;
+  for (const int kind : {yinet::kRecipientTo, yinet::kRecipientCc}) {
+    const bool is_to = kind == yinet::kRecipientTo;
+    if (is_to && originals_replace_to) continue;
     YString list;
     YString address;
     YString name;
     for (int i = 0; GetRecipient(address, name, i, kind); ++i) list.AddItem(without_brackets(address));
-    result->StoreText(kind == 0 ? mail_key::kTo : mail_key::kCc, list);
+    result->StoreText(is_to ? mail_key::kTo : mail_key::kCc, list);
   }
 
   result->StoreText(mail_key::kSender, address_of(m_From));
@@ -170,7 +167,7 @@ YString YMIMEMessage::m_CreateAttachment(YObject* result, const YString& text, c
 // Moves a file into the result. One that this decode did not write and that cannot be read stays where it is, and the
 // result gets nothing.
 bool YMIMEMessage::m_TakeFile(const YString& path, YObject* result) {
-  const YString name = name_and_extension(path);
+  const YString name = YFile::ExtractNameAndExtension(path);
   YBuffer bytes;
   if (auto written = decode_state_ == nullptr ? decltype(decode_state_->files)::node_type()
                                               : decode_state_->files.extract(path.str())) {

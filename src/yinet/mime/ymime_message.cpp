@@ -4,13 +4,12 @@
 #include <utility>
 
 #include "yinet/host/text.h"
+#include "yinet/mime/header_encoding.h"
 #include "yinet/mime/mail_keys.h"
 
 namespace {
 
 constexpr std::string_view kNameDelimiter = "#";
-constexpr int kUsualBodySize = 10240;
-constexpr int kUsualLineLength = 76;
 
 YString names(std::string_view list) {
   YString text(list);
@@ -60,7 +59,7 @@ void YMIMEMessage::CMIMEPart::m_AddMIMEPart(YString& subContent, eMIMETypeCode s
   insert_part(parts, std::make_shared<CMIMEPart>(subContent, subType, subParameters, subEncoding, subIsFile));
 }
 
-YMIMEMessage::YMIMEMessage() : m_MaxBodySize(kUsualBodySize) {}
+YMIMEMessage::YMIMEMessage() : m_MaxBodySize(yinet::kUsualBodySize) {}
 
 YMIMEMessage::YMIMEMessage(const YString& envelopeHeaders, int maxMailSize, int maxBodySize, int decodeOptions)
     : m_Mailer("KV Mail"),
@@ -68,7 +67,7 @@ YMIMEMessage::YMIMEMessage(const YString& envelopeHeaders, int maxMailSize, int 
       m_AlternativeBoundary("KV_MAIL_PaRt_BoUnDaRy_30032012_WN"),
       m_ContentType("multipart/mixed"),
       m_EnvelopeHeaders(envelopeHeaders.IsEmpty() ? usual_envelope_headers() : envelopeHeaders),
-      m_MaxLineLength(kUsualLineLength),
+      m_MaxLineLength(yinet::kUsualLineLength),
       m_DecodeOptions(decodeOptions),
       m_MaxMailSize(maxMailSize),
       m_MaxBodySize(maxBodySize) {

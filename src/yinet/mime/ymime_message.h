@@ -17,6 +17,8 @@ class AttachmentFile;    // a temporary file of a composed mail; removed with it
 struct AttachmentName;
 class MailPartLister;
 struct MailDecodeState;  // what one decode keeps besides the described fields
+
+inline constexpr int kUsualBodySize = 10240;  // characters of a text that decoding keeps before it cuts
 }  // namespace yinet
 
 // One mail: composed from a mail record (CreateMessage) or decoded into one (Decode).

@@ -17,11 +17,10 @@ namespace yinet {
 namespace {
 
 constexpr int kWriteFiles = 1;  // of "pOptionen"; the other values are the flags of Decode
-constexpr int kMaxBodySize = 10240;
 
 class ScriptMessage final : public YMIMEMessage {
  public:
-  ScriptMessage() : YMIMEMessage(YString(), 0, kMaxBodySize, 0) {
+  ScriptMessage() : YMIMEMessage(YString(), 0, kUsualBodySize, 0) {
     m_IsHTML = setting_flag(settings::kMailOriginalTo);
   }
 };
