@@ -38,6 +38,9 @@ struct MailDecodeBudget {
   std::unordered_map<std::string, std::unordered_set<std::string>> folders_;
 };
 
+// What the settings allow a mail of this size.
+std::shared_ptr<MailDecodeBudget> make_mail_decode_budget(std::int64_t size);
+
 // Where a boundary stands at or after `from`; npos for nowhere.
 struct BoundaryHit {
   std::string boundary;  // empty: none known
