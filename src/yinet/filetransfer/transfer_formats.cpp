@@ -62,6 +62,8 @@ std::string encoded_path(std::string_view path, PathForm form) {
   return encoded;
 }
 
+std::string without_escapes(std::string_view name) { return replaced(name, "%", "%25"); }
+
 std::string encoded_query(std::string_view text) {
   constexpr std::string_view kPlain = "-._~";
   std::string encoded;

@@ -27,6 +27,9 @@ enum class PathForm {
 // begins no escape, and what `form` adds.
 std::string encoded_path(std::string_view path, PathForm form);
 
+// A name in which no "%" begins an escape.
+std::string without_escapes(std::string_view name);
+
 // Text as a value in the query of a URL: all but letters, digits and "-._~" percent-encoded (RFC 3986, 2.3).
 std::string encoded_query(std::string_view text);
 

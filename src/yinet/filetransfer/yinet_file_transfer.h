@@ -22,9 +22,8 @@ enum class TransferFailure { none, no_connection, login_refused, refused, local_
 // What ended the last operation.
 struct TransferCause {
   TransferFailure failure = TransferFailure::none;
-  int curl_result = 0;  // libcurl's number, 0 when libcurl was content or was not asked
-  long response = 0;    // the last reply code of an HTTP or FTP server, 0 without one
-  YString text;         // libcurl's own words about it, with what the server said; may be empty
+  long response = 0;  // the last reply code of an HTTP or FTP server, 0 without one
+  YString text;       // libcurl's own words about it, with what the server said; may be empty
 };
 
 // A file in a server's folder.
@@ -144,6 +143,8 @@ class YINET_API YInetFileTransfer {
   int Perform();
   std::int64_t RemoteSize(const YString& remote);
   bool CurlPerform(int number);
+  bool PrepareUpload(int number, int protocol_error, const YString& remote);
+  bool Send(int number, std::size_t (*read)(char*, std::size_t, std::size_t, void*), void* source, std::int64_t size);
   bool RunCommand(int number, int protocol_error, const char* ftp_command, const char* sftp_command,
                   const YString& remote);
   bool RaiseCurlError(int number, int result);

@@ -4,8 +4,6 @@
 
 #include <openssl/ssl.h>
 
-#include <algorithm>
-#include <limits>
 #include <string>
 #include <string_view>
 
@@ -80,10 +78,6 @@ bool set_for_good(CURL* handle, TransferState& state) {
          curl_easy_setopt(handle, CURLOPT_SSL_CTX_FUNCTION, &prepare_tls) == CURLE_OK &&
          curl_easy_setopt(handle, CURLOPT_BUFFERSIZE, kReceiveBuffer) == CURLE_OK &&
          curl_easy_setopt(handle, CURLOPT_UPLOAD_BUFFERSIZE, kUploadBuffer) == CURLE_OK;
-}
-
-long setting_long(const Setting& setting) {
-  return static_cast<long>(std::min<std::int64_t>(setting_number(setting), std::numeric_limits<std::int32_t>::max()));
 }
 
 TransferFailure failure_of(CURLcode result) {
@@ -189,11 +183,11 @@ bool YInetFileTransfer::SetCurlSecurity() {
 }
 
 bool YInetFileTransfer::SetCurlLimits() {
-  return SetCurlOptInt(CURLOPT_CONNECTTIMEOUT_MS, setting_long(settings::kTransferConnectLimit)) &&
-         SetCurlOptInt(CURLOPT_TIMEOUT_MS, setting_long(settings::kTransferTimeLimit)) &&
-         SetCurlOptInt(CURLOPT_LOW_SPEED_LIMIT, setting_long(settings::kTransferLowSpeed)) &&
-         SetCurlOptInt(CURLOPT_LOW_SPEED_TIME, setting_long(settings::kTransferLowSpeedTime)) &&
-         SetCurlOptInt(CURLOPT_MAXREDIRS, setting_long(settings::kTransferRedirects));
+  return SetCurlOptInt(CURLOPT_CONNECTTIMEOUT_MS, setting_int(settings::kTransferConnectLimit)) &&
+         SetCurlOptInt(CURLOPT_TIMEOUT_MS, setting_int(settings::kTransferTimeLimit)) &&
+         SetCurlOptInt(CURLOPT_LOW_SPEED_LIMIT, setting_int(settings::kTransferLowSpeed)) &&
+         SetCurlOptInt(CURLOPT_LOW_SPEED_TIME, setting_int(settings::kTransferLowSpeedTime)) &&
+         SetCurlOptInt(CURLOPT_MAXREDIRS, setting_int(settings::kTransferRedirects));
 }
 
 // --- Preparation ----------------------------------------------------------------------------------------------------------
@@ -269,7 +263,7 @@ int YInetFileTransfer::Perform() {
   const SigpipeGuard no_sigpipe;
   state_->error_text.front() = '\0';
   const CURLcode result = run_transfer(state_->connections.get(), handle_.get());
-  state_->cause = {failure_of(result), result, 0, YString(state_->error_text.data())};
+  state_->cause = {failure_of(result), 0, YString(state_->error_text.data())};
   curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &state_->cause.response);
   return result;
 }

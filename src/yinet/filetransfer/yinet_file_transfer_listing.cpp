@@ -9,11 +9,11 @@
 #include <utility>
 
 #include "yinet/filetransfer/curl_library.h"
+#include "yinet/filetransfer/transfer_formats.h"
 #include "yinet/filetransfer/transfer_state.h"
 #include "yinet/filetransfer/yinet_file_transfer.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
-#include "yinet/host/text.h"
 #include "yinet/host/wire_text.h"
 #include "yinet/net/contained.h"
 
@@ -57,7 +57,7 @@ bool YInetFileTransfer::list_files(const YString& pattern, std::vector<RemoteFil
     SetDisplayPath(pattern);
     const std::string_view text(pattern);
     const std::size_t name_start = text.rfind('/') + 1;  // 0 without a folder
-    const YString folder(replaced(text.substr(0, name_start), "%", "%25"));
+    const YString folder(without_escapes(text.substr(0, name_start)));
     if (!PrepareServerFunction(message::kTransferListFailed, folder)) return false;
     if (!IsFtpOrSftp() || IsSftp()) return RaiseError(message::kTransferListFailed, protocol_, "", true);
     std::string names;
@@ -78,7 +78,7 @@ bool YInetFileTransfer::list_files(const YString& pattern, std::vector<RemoteFil
       YString name(text_from_wire(next_name(rest)));
       if (name.IsEmpty() || fnmatch(wanted.c_str(), name.Ptr(), 0) != 0) continue;
       if (files.size() == limit) return RaiseCurlError(message::kTransferListFailed, CURLE_FILESIZE_EXCEEDED);
-      const std::int64_t size = RemoteSize(folder + YString(replaced(name, "%", "%25")));
+      const std::int64_t size = RemoteSize(folder + YString(without_escapes(name)));
       if (size >= 0) files.push_back({std::move(name), size});
     }
     ClearLastErrorIfInitOk();

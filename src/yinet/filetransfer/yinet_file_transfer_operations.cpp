@@ -1,7 +1,6 @@
 // The operations.
 
 #include <curl/curl.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstring>
@@ -11,6 +10,7 @@
 #include "yinet/filetransfer/curl_library.h"
 #include "yinet/filetransfer/transfer_state.h"
 #include "yinet/filetransfer/yinet_file_transfer.h"
+#include "yinet/host/descriptor.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/yfile.h"
@@ -45,11 +45,6 @@ void delete_plain_file(YFile& file, bool plain) {
   if (plain) YFile::Delete(file.GetName());
 }
 
-bool is_plain_file(const YFile& file) {
-  struct stat status {};
-  return fstat(file.Descriptor(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
 }  // namespace
 
 bool YInetFileTransfer::RaiseLocalError(int number, const YFile& file) {
@@ -57,36 +52,38 @@ bool YInetFileTransfer::RaiseLocalError(int number, const YFile& file) {
   return RaiseError(number, file.GetName(), std::strerror(file.LastError()), true);
 }
 
+bool YInetFileTransfer::PrepareUpload(int number, int protocol_error, const YString& remote) {
+  SetDisplayPath(remote);
+  if (!PrepareServerFunction(number, remote) || !SetCurlOptInt(CURLOPT_UPLOAD, 1)) return false;
+  return IsFtpOrSftp() || RaiseError(protocol_error, protocol_, "", true);
+}
+
+bool YInetFileTransfer::Send(int number, std::size_t (*read)(char*, std::size_t, std::size_t, void*), void* source,
+                             std::int64_t size) {
+  state_->upload_size = size;
+  curl_easy_setopt(handle_.get(), CURLOPT_READFUNCTION, read);
+  curl_easy_setopt(handle_.get(), CURLOPT_READDATA, source);
+  const bool done = CurlPerform(number);
+  state_->upload_size = -1;
+  return done;
+}
+
 bool YInetFileTransfer::UploadFile(const YString& local, const YString& remote) {
   return contained(false, [&] {
-    SetDisplayPath(remote);
-    if (!PrepareServerFunction(message::kTransferUploadFileFailed, remote) || !SetCurlOptInt(CURLOPT_UPLOAD, 1))
-      return false;
-    if (!IsFtpOrSftp()) return RaiseError(message::kTransferUploadFileProtocol, protocol_, "", true);
+    constexpr int kNumber = message::kTransferUploadFileFailed;
+    if (!PrepareUpload(kNumber, message::kTransferUploadFileProtocol, remote)) return false;
     YFile file(local);
     if (!file.Open(kOpenExisting, kAccessRead)) return RaiseLocalError(message::kTransferLocalFileNotOpened, file);
-    state_->upload_size = file.GetFileSize();
-    curl_easy_setopt(handle_.get(), CURLOPT_READFUNCTION, &read_from_file);
-    curl_easy_setopt(handle_.get(), CURLOPT_READDATA, &file);
-    const bool done = CurlPerform(message::kTransferUploadFileFailed);
-    state_->upload_size = -1;
-    return done;
+    return Send(kNumber, &read_from_file, &file, file.GetFileSize());
   });
 }
 
 bool YInetFileTransfer::UploadString(const YString& text, const YString& remote) {
   return contained(false, [&] {
-    SetDisplayPath(remote);
-    if (!PrepareServerFunction(message::kTransferUploadTextFailed, remote) || !SetCurlOptInt(CURLOPT_UPLOAD, 1))
-      return false;
-    if (!IsFtpOrSftp()) return RaiseError(message::kTransferUploadTextProtocol, protocol_, "", true);
+    constexpr int kNumber = message::kTransferUploadTextFailed;
+    if (!PrepareUpload(kNumber, message::kTransferUploadTextProtocol, remote)) return false;
     std::string_view rest = text;
-    state_->upload_size = text.Length();
-    curl_easy_setopt(handle_.get(), CURLOPT_READFUNCTION, &read_from_text);
-    curl_easy_setopt(handle_.get(), CURLOPT_READDATA, &rest);
-    const bool done = CurlPerform(message::kTransferUploadTextFailed);
-    state_->upload_size = -1;
-    return done;
+    return Send(kNumber, &read_from_text, &rest, text.Length());
   });
 }
 
@@ -96,7 +93,7 @@ bool YInetFileTransfer::DownloadToFile(const YString& remote, const YString& loc
     if (!PrepareServerFunction(message::kTransferDownloadFileFailed, remote)) return false;
     YFile file(local);
     if (!file.Open(kCreateAlways, kAccessWrite)) return RaiseLocalError(message::kTransferLocalFileNotCreated, file);
-    const bool plain = is_plain_file(file);
+    const bool plain = is_plain_file(file.Descriptor());
     curl_easy_setopt(handle_.get(), CURLOPT_WRITEFUNCTION, &write_to_file);
     curl_easy_setopt(handle_.get(), CURLOPT_WRITEDATA, &file);
     curl_easy_setopt(handle_.get(), CURLOPT_FOLLOWLOCATION, 1L);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -36,5 +37,11 @@ class Descriptor {
  private:
   int number_ = -1;
 };
+
+// Whether an open file is one that a failed download may take away again: no device, no pipe.
+inline bool is_plain_file(int descriptor) {
+  struct stat facts {};
+  return ::fstat(descriptor, &facts) == 0 && S_ISREG(facts.st_mode);
+}
 
 }  // namespace yinet

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "yinet/filetransfer/transfer_formats.h"
 #include "yinet/filetransfer/yinet_file_transfer.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/text.h"
@@ -53,22 +54,19 @@ void run(YObject& parameters, Operation operation) {
   store_result(parameters, operation(transfer));
 }
 
-// A name as it is, where the transfer would read "%41" as "A".
-YString plain_path(const YString& name) { return YString(replaced(name, "%", "%25")); }
-
 void ftp_upload(YObject& parameters) {
   run(parameters, [&](YInetFileTransfer& transfer) {
     const YString source = parameters.GetString(key::kSourceFile);
     YString target = parameters.GetString(key::kTargetFile);
     if (target.IsEmpty() || target.EndsWith("/")) target += YFile::ExtractNameAndExtension(source);
-    return transfer.UploadFile(source, plain_path(target));
+    return transfer.UploadFile(source, without_escapes(target));
   });
 }
 
 void ftp_download(YObject& parameters) {
   run(parameters, [&](YInetFileTransfer& transfer) {
     const YString file = parameters.GetString(key::kFileName);
-    return transfer.DownloadToFile(plain_path(file), download_target(parameters, target_folder(parameters), file));
+    return transfer.DownloadToFile(without_escapes(file), download_target(parameters, target_folder(parameters), file));
   });
 }
 
@@ -107,7 +105,7 @@ bool fetch(YInetFileTransfer& transfer, const Wildcard& wildcard, const RemoteFi
     return false;
   }
   const YString target = wildcard.local_folder + file.name;
-  if (!transfer.DownloadToFile(plain_path(remote), target)) return false;
+  if (!transfer.DownloadToFile(without_escapes(remote), target)) return false;
   fetched.AddItem(file.name);
   return !wildcard.delete_fetched || (is_complete(remote, file, target) && transfer.DeleteFileA(remote));
 }

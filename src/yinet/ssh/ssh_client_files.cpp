@@ -9,6 +9,7 @@
 #include <limits>
 #include <string>
 
+#include "yinet/host/descriptor.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
@@ -45,12 +46,6 @@ void raise(int number, const YString& first, const YString& second, const YStrin
 YString system_text(const YFile& file) { return YString(std::strerror(file.LastError())); }
 YString server_text(sftp_session session) {
   return YTextManager.GetYText(message::kSshUploadContext, std::to_string(sftp_get_error(session)), status_text(session));
-}
-
-// Whether it is a file that a failed download may take away again: no device, no pipe.
-bool is_plain(const YFile& file) {
-  struct stat facts {};
-  return fstat(file.Descriptor(), &facts) == 0 && S_ISREG(facts.st_mode);
 }
 
 template <typename Number>
@@ -177,7 +172,7 @@ bool sshClient::downloadFile(const YString& remote, const YString& local, sftp_s
     if (!target.Open(kOpenAlways, kAccessRead | kAccessWrite, kShareAll, kAttributeNormal)) {
       return failed(SshFailure::local_file, formatted("$1$: $2$", local, system_text(target)));
     }
-    const bool removable = !was_there && is_plain(target);
+    const bool removable = !was_there && is_plain_file(target.Descriptor());
     const auto give_up = [&] {
       if (removable) YFile::Delete(local);
       return false;
@@ -204,7 +199,7 @@ bool sshClient::downloadWholeFile(const YString& remote, const YString& local, s
     const auto open_target = [&] {
       if (target.IsOpen()) return true;
       if (!target.Open(kCreateAlways, kAccessWrite)) return false;
-      plain = is_plain(target);
+      plain = is_plain_file(target.Descriptor());
       return true;
     };
     std::int64_t done = 0;
