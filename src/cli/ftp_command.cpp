@@ -12,6 +12,7 @@
 #include "transfer_call.h"
 #include "transfer_progress.h"
 #include "yinet/filetransfer/transfer_url.h"
+#include "yinet/ftp/ftp_codes.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/setting_table.h"
@@ -35,15 +36,15 @@ Exit status: )" YINET_TRANSFER_EXIT_CODES;
 constexpr const char* kNoListing = "-1";  // of ftps, for no data connection
 
 constexpr int kPlainType = 1;
-constexpr int kTlsType = 4;
 
 struct Arguments {
   std::string url, file, type, proxy, certificate;
   bool quiet = false;
 };
 
-constexpr SchemeType kServerSchemes[] = {{"ftp", kPlainType}, {"ftps", kTlsType}, {"ftpes", kTlsType}};
-constexpr SchemeType kProxySchemes[] = {{"ftp", 1}, {"socks4", 4}, {"socks5", 5}};
+constexpr SchemeType kServerSchemes[] = {{"ftp", kPlainType}, {"ftps", ftp::kTlsType}, {"ftpes", ftp::kTlsType}};
+constexpr SchemeType kProxySchemes[] = {
+    {"ftp", ftp::kFtpProxy}, {"socks4", ftp::kSocks4Proxy}, {"socks5", ftp::kSocks5Proxy}};
 
 // People get what scripts don't: exact replies, downloads that are checked, and limits that count silence only.
 void use_careful_settings() {
@@ -126,7 +127,7 @@ constexpr std::array kRows = {Row{"get", "Fetch a file", &get, true, true, false
 std::optional<int> ftp_type(const Arguments& arguments, const TransferUrl& url) {
   if (arguments.type.empty()) return type_of(kServerSchemes, url.scheme);
   if (arguments.type == "plain") return kPlainType;
-  if (arguments.type == "tls") return kTlsType;
+  if (arguments.type == "tls") return ftp::kTlsType;
   const int number = leading_int32(arguments.type);
   return number > 0 ? std::optional<int>(number) : std::nullopt;
 }

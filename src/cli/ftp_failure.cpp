@@ -9,6 +9,7 @@
 
 #include "terminal.h"
 #include "transfer_call.h"
+#include "yinet/ftp/ftp_codes.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/text.h"
@@ -17,28 +18,24 @@
 namespace yinet::cli {
 namespace {
 
-constexpr int kFirstRefusal = 400;
-constexpr int kFirstOwnStatus = 700;  // of ftps itself, not of the server
-constexpr int kConnectFailed = 702;
-constexpr int kTargetNotOpened = 708;
-constexpr int kTargetNotWritten = 710;
-constexpr int kLocalFileResult = -32;
+// Whether it is one of the library's own texts that stands in the place of a reply.
+bool says(ftps& ftp, std::string_view own_status) { return ftp.get_last_mes(0).Equals(own_status); }
 
 bool refused_by_server(ftps& ftp) {
-  return !no_reply(ftp) && ftp.get_last_mesnum() >= kFirstRefusal && ftp.get_last_mesnum() < kFirstOwnStatus;
+  return !no_reply(ftp) && ftp.get_last_mesnum() >= ftp::kFirstRefusal && ftp.get_last_mesnum() < ftp::kFirstOwnStatus;
 }
 
 // What the server said last, or why it said nothing.
 std::string words(ftps& ftp) {
   if (no_reply(ftp)) return "the server did not answer in time";
-  if (ftp.get_last_mesnum() >= kFirstOwnStatus) return "the server has ended the connection";
+  if (ftp.get_last_mesnum() >= ftp::kFirstOwnStatus) return "the server has ended the connection";
   return utf8_from_ansi(printable(SecretScope::masked(trimmed(ftp.get_last_mes(0)))));
 }
 
-std::string why_not_written(int number, const std::string& local) {
+std::string why_not_written(bool opened, const std::string& local) {
   const std::filesystem::path folder = std::filesystem::path(local).parent_path();
   std::error_code error;
-  if (number == kTargetNotWritten) return local + " could not be written to its end";
+  if (opened) return local + " could not be written to its end";
   if (!folder.empty() && !std::filesystem::is_directory(folder, error)) return "there is no folder " + folder.string();
   return local + " cannot be written";
 }
@@ -46,10 +43,10 @@ std::string why_not_written(int number, const std::string& local) {
 }  // namespace
 
 bool no_reply(ftps& ftp) { return ftp.GetScoketDescriptor() < 0; }
-bool went_well(ftps& ftp) { return !no_reply(ftp) && ftp.get_last_mesnum() < kFirstRefusal; }
+bool went_well(ftps& ftp) { return !no_reply(ftp) && ftp.get_last_mesnum() < ftp::kFirstRefusal; }
 
 int connection_failure(ftps& ftp, const std::string& server, const std::string& user) {
-  if (ftp.get_last_mesnum() == kConnectFailed) return fail(kNoConnection, "no connection to " + server);
+  if (says(ftp, ftp::kConnectFailed)) return fail(kNoConnection, "no connection to " + server);
   const YString command = ftp.get_last_command();
   if (command.StartsWith("AUTH")) {
     if (!refused_by_server(ftp) && went_well(ftp)) return fail(kNoConnection, "TLS with " + server + " did not come about");
@@ -68,10 +65,10 @@ int command_failure(ftps& ftp, const std::string& path) {
 
 int transfer_failure(ftps& ftp, int result, const std::string& remote, const std::string& local, std::int64_t done,
                      std::int64_t total) {
-  if (result == kLocalFileResult) {
-    const int number = ftp.get_last_mesnum();
-    const bool target = number == kTargetNotOpened || number == kTargetNotWritten;
-    return fail(kLocalFile, target ? why_not_written(number, local) : local + " cannot be read");
+  if (result == ftp::kLocalFileFailed) {
+    const bool opened = says(ftp, ftp::kTargetNotWritten);
+    const bool target = opened || says(ftp, ftp::kTargetNotOpened);
+    return fail(kLocalFile, target ? why_not_written(opened, local) : local + " cannot be read");
   }
   if (!went_well(ftp)) return command_failure(ftp, remote);
   const std::string progress = total >= 0 ? std::to_string(done) + " of " + std::to_string(total) + " bytes" : "";

@@ -30,7 +30,6 @@ using std::chrono::milliseconds;
 constexpr int kDownloadPiece = 16384;
 constexpr int kListingPiece = 2048;
 constexpr int kListingFlags = ftps::kForce | ftps::kOrdinary;
-constexpr long kUnreadableSize = -4096;
 
 int poll_time(milliseconds wait) {
   return static_cast<int>(std::min<std::int64_t>(wait.count(), std::numeric_limits<int>::max()));
@@ -46,8 +45,8 @@ bool read_whole(YFile& file, YBuffer& content) {
 
 int compare_sizes(std::int64_t local, std::int64_t remote) {
   if (remote == kNoSuchFile || remote == kUnreadableSize) return static_cast<int>(remote);
-  if (local == remote && remote > 0) return 0;
-  if (local == 0 && remote == 0) return 1;
+  if (local == remote && remote > 0) return kDone;
+  if (local == 0 && remote == 0) return kBothEmpty;
   if (local == 0) return remote < 0 ? 7 : 2;
   if (local == -1) return remote >= 0 ? 6 : 8;
   if (local > 0 && remote < 0) return 7;

@@ -8,6 +8,7 @@
 
 #include "yinet/filetransfer/transfer_formats.h"
 #include "yinet/filetransfer/yinet_file_transfer.h"
+#include "yinet/ftp/ftp_codes.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/text.h"
 #include "yinet/host/yfile.h"
@@ -21,7 +22,6 @@
 namespace yinet {
 namespace {
 
-constexpr int kTlsType = 4;
 constexpr int kFtpPort = 21;  // that of explicit TLS too
 
 std::string_view proxy_protocol(int type) {
@@ -40,7 +40,7 @@ void run(YObject& parameters, Operation operation) {
   const SecretScope no_password(password);
   const SecretScope no_proxy_password(proxy.password);
   YInetFileTransfer transfer;
-  transfer.SetProtocol(parameters.GetInteger(key::kFtpType) == kTlsType ? "ftps" : "ftp");
+  transfer.SetProtocol(parameters.GetInteger(key::kFtpType) == ftp::kTlsType ? "ftps" : "ftp");
   transfer.SetServer(parameters.GetString(key::kHost));
   transfer.SetPortA(kFtpPort);
   transfer.SetUsername(parameters.GetString(key::kUser));

@@ -3,6 +3,7 @@
 #include <array>
 #include <string>
 
+#include "yinet/ftp/ftp_codes.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/text.h"
@@ -22,17 +23,11 @@
 namespace yinet {
 namespace {
 
-constexpr int kSshType = 5;
-constexpr int kUsualType = 4;
+using namespace ftp;
+
 constexpr int kCheckSize = 4;  // bit of "pOptionen"
 
-// Results of ftps and of the size check.
-constexpr int kDone = 0;
-constexpr int kRefused = -1;
-constexpr int kNoSuchFile = -256;
-constexpr int kUnreadable = -4096;
-constexpr int kSizesDiffer = -262144;
-constexpr int kBothEmpty = 1;
+constexpr int kSizesDiffer = -262144;  // result of the size check
 
 constexpr std::int32_t kSuccess = 1;
 constexpr std::int32_t kFailure = 0;
@@ -47,7 +42,7 @@ struct Login {
         ftp_type(parameters.GetInteger(key::kFtpType)),
         proxy_type(parameters.GetInteger(key::kProxyType)),
         proxy_account(proxy_login(parameters)) {
-    if (ftp_type == 0) ftp_type = kUsualType;
+    if (ftp_type == 0) ftp_type = kTlsType;
   }
 
   [[nodiscard]] bool is_local() const { return host.EqualsIC("LOCAL") || host.EqualsIC("LOKAL"); }
@@ -64,7 +59,7 @@ struct Login {
 
 // FTP type 5 goes to the script class for SFTP, with the proxy's account among the parameters. True when it did.
 bool handed_to_ssh(YObject& parameters, std::string_view function) {
-  if (parameters.GetInteger(key::kFtpType) != kSshType) return false;
+  if (parameters.GetInteger(key::kFtpType) != kSftpType) return false;
   const ProxyLogin account = proxy_login(parameters);
   const SecretScope no_password(parameters.GetString(key::kPassword));
   const SecretScope no_proxy_password(account.password);
@@ -90,7 +85,7 @@ int message_for(int check, const SizeMessages& messages) {
   switch (check) {
     case kSizesDiffer: return messages.differ;
     case kNoSuchFile: return messages.missing;
-    case kUnreadable: return messages.unreadable;
+    case kUnreadableSize: return messages.unreadable;
     default: return message::kFtpSizeCheckFailed;
   }
 }
@@ -98,12 +93,12 @@ int message_for(int check, const SizeMessages& messages) {
 // Compares the sizes on both sides over a connection of its own, which is not ended by QUIT.
 int check_size(const Login& login, const YString& local, const YString& remote) {
   ftps ftp = login.client();
-  if (ftp.connect() != kDone) return -1;
+  if (ftp.connect() != kDone) return kFailed;
   switch (const int result = ftp.cmp_filesizes(local, remote)) {
     case kDone:
     case kBothEmpty:
     case kNoSuchFile:
-    case kUnreadable: return result;
+    case kUnreadableSize: return result;
     default: return kSizesDiffer;
   }
 }
@@ -159,7 +154,7 @@ void ftps_download(YObject& parameters) {
             YTextManager.GetYText(message::kFtpMissingContext, login.host, login.user, login.password, file,
                                   ftp.get_last_mes(ftps::kReadReply)));
       break;
-    case kRefused:
+    case kFailed:
       raise(message::kFtpDownloadFailed, YTextManager.GetYText(message::kFtpDownloadFailed, file, folder), context());
       break;
     default: break;  // told by the result alone
