@@ -7,7 +7,6 @@
 
 #include "command.h"
 #include "terminal.h"
-#include "yinet/host/codepage.h"
 #include "yinet/host/text.h"
 #include "yinet/mime/mail_parser.h"
 
@@ -34,7 +33,7 @@ std::optional<YString> taken(const std::string& argument) {
 int print_name(const YString& address) {
   const YString name = MailParser.ExtractDisplayName(address);
   if (!name.IsEmpty()) {
-    print(utf8_from_ansi(printable(name)) + "\n");
+    print(shown(name) + "\n");
     return kSucceeded;
   }
   remark("there is no display name: nothing stands before a \"<\"");
@@ -48,7 +47,7 @@ int print_addresses(const YString& list) {
   for (const std::string_view item : addresses.Items()) {
     const std::string_view address = trimmed(item);
     if (address.empty()) continue;
-    print(utf8_from_ansi(printable(address)) + "\n");
+    print(shown(address) + "\n");
     code = kSucceeded;
   }
   if (code != kSucceeded) remark("the list is empty");

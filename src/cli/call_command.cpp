@@ -8,7 +8,6 @@
 #include "command.h"
 #include "record_input.h"
 #include "terminal.h"
-#include "yinet/host/codepage.h"
 #include "yinet/host/text.h"
 #include "yinet/host/yfile.h"
 #include "yinet/host/yjson.h"
@@ -92,7 +91,7 @@ void remark_temporary_files(const Json& record) {
 
 void remark_failure(const std::string& function, const Json& record) {
   const std::string status = text_from_argument(record.value(std::string(key::kStatus), "")).text;
-  remark(function + " failed" + (status.empty() ? "" : ": " + utf8_from_ansi(printable(status))));
+  remark(function + " failed" + (status.empty() ? "" : ": " + shown(status)));
 }
 
 void mask_url_passwords_in(Json& value) {

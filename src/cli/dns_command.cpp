@@ -9,8 +9,6 @@
 #include "command.h"
 #include "terminal.h"
 #include "yinet/dns/ynet_dns.h"
-#include "yinet/host/codepage.h"
-#include "yinet/host/text.h"
 
 namespace yinet::cli {
 namespace {
@@ -40,8 +38,7 @@ int print_mail_servers(const YString& name) {
   const YObjectArray servers = YInetDNS.GetMailServerForDomain(name);
   for (int i = 0; i < servers.Count(); ++i) {
     const YObject& server = *servers.ItemPtr(i);
-    print(std::to_string(server.GetInteger("PRIO")) + " " + utf8_from_ansi(printable(server.GetString("SERVER"))) +
-          "\n");
+    print(std::to_string(server.GetInteger("PRIO")) + " " + shown(server.GetString("SERVER")) + "\n");
   }
   return servers.Count() > 0 ? kSucceeded : kFailed;
 }

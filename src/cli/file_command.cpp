@@ -16,7 +16,6 @@
 #include "transfer_progress.h"
 #include "yinet/filetransfer/transfer_url.h"
 #include "yinet/filetransfer/yinet_file_transfer.h"
-#include "yinet/host/codepage.h"
 #include "yinet/host/text.h"
 
 namespace yinet::cli {
@@ -61,7 +60,7 @@ int code_for(TransferFailure failure) {
 int failure(YInetFileTransfer& transfer) {
   const TransferCause& cause = transfer.last_cause();
   const std::string why = cause.text.IsEmpty() ? "" : " (" + std::string(cause.text) + ")";
-  return fail(code_for(cause.failure), utf8_from_ansi(printable(std::string(transfer.GetLastErrorMsg()) + why)));
+  return fail(code_for(cause.failure), shown(std::string(transfer.GetLastErrorMsg()) + why));
 }
 
 // --- The commands -----------------------------------------------------------------------------------------------------------
@@ -140,7 +139,7 @@ int run(Action action, const Arguments& arguments) {
   if (!transfer.SetProtocol(inside(url->scheme)) || !transfer.SetServer(inside(url->host)) ||
       (!proxy.host.empty() &&
        (!transfer.SetProxyProtocol(inside(proxy.scheme)) || !transfer.SetProxyServer(inside(proxy.host)))))
-    return wrong_call(utf8_from_ansi(printable(transfer.GetLastErrorMsg())));
+    return wrong_call(shown(transfer.GetLastErrorMsg()));
   const auto password = password_of(*url, "YINET_PASSWORD", "Password for " + url->user + ": ");
   if (!password) return kWrongCall;
   const auto proxy_password =

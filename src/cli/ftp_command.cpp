@@ -14,7 +14,6 @@
 #include "yinet/filetransfer/transfer_url.h"
 #include "yinet/ftp/ftp_codes.h"
 #include "yinet/ftp/ftps.h"
-#include "yinet/host/codepage.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
 #include "yinet/host/ylog.h"
@@ -106,7 +105,7 @@ int list(ftps& ftp, const TransferUrl& url, const Arguments&) {
   const YString listing = ftp.get_dir_content();
   if (!went_well(ftp) || listing == kNoListing) return failed();
   for (const std::string_view line : split(listing, "\n"))
-    if (!trimmed(line).empty()) print(utf8_from_ansi(printable(trimmed_back(line))) + "\n");
+    if (!trimmed(line).empty()) print(shown(trimmed_back(line)) + "\n");
   ftp.get_ftpserver_mes();  // the listing's own reply
   return went_well(ftp) ? kSucceeded : failed();
 }

@@ -11,7 +11,6 @@
 #include "transfer_call.h"
 #include "yinet/ftp/ftp_codes.h"
 #include "yinet/ftp/ftps.h"
-#include "yinet/host/codepage.h"
 #include "yinet/host/text.h"
 #include "yinet/host/ylog.h"
 
@@ -29,7 +28,7 @@ bool refused_by_server(ftps& ftp) {
 std::string words(ftps& ftp) {
   if (no_reply(ftp)) return "the server did not answer in time";
   if (ftp.get_last_mesnum() >= ftp::kFirstOwnStatus) return "the server has ended the connection";
-  return utf8_from_ansi(printable(SecretScope::masked(trimmed(ftp.get_last_mes(0)))));
+  return shown(SecretScope::masked(trimmed(ftp.get_last_mes(0))));
 }
 
 std::string why_not_written(bool opened, const std::string& local) {

@@ -12,7 +12,6 @@
 #include "terminal.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/setting_table.h"
-#include "yinet/host/text.h"
 #include "yinet/host/yfile.h"
 #include "yinet/host/yjson.h"
 #include "yinet/mime/mail_files.h"
@@ -112,8 +111,6 @@ std::unique_ptr<MailCopy> copy_mail(const std::string& file) {
 void decode_readably_by_default() {
   set_setting_default(settings::kMailReadable.section, settings::kMailReadable.name, "1");
 }
-
-std::string shown(std::string_view ansi) { return utf8_from_ansi(printable(ansi)); }
 
 std::string listed(const YString& list) {
   std::string text;

@@ -16,7 +16,6 @@
 #include "transfer_call.h"
 #include "transfer_progress.h"
 #include "yinet/filetransfer/transfer_url.h"
-#include "yinet/host/codepage.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
 #include "yinet/host/yfile.h"
@@ -62,7 +61,7 @@ int code_for(SshFailure failure) {
 
 int outcome(const sshClient& client, bool succeeded) {
   if (succeeded) return kSucceeded;
-  return fail(code_for(client.last_failure()), utf8_from_ansi(printable(client.last_failure_text())));
+  return fail(code_for(client.last_failure()), shown(client.last_failure_text()));
 }
 
 template <typename Work>
@@ -101,7 +100,7 @@ int list(sshClient& client, const std::string& path, const Arguments&) {
   std::vector<std::string_view> names = listing.Items();
   std::ranges::sort(names);
   for (const std::string_view name : names)
-    if (name != "." && name != "..") print(utf8_from_ansi(printable(name)) + "\n");
+    if (name != "." && name != "..") print(shown(name) + "\n");
   return outcome(client, client.last_failure() == SshFailure::none);
 }
 

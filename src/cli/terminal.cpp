@@ -11,6 +11,7 @@
 
 #include "command.h"
 #include "yinet/host/codepage.h"
+#include "yinet/host/text.h"
 #include "yinet/host/ylog.h"
 
 namespace yinet::cli {
@@ -85,6 +86,8 @@ TextArgument text_from_argument(std::string_view argument) {
   if (auto text = ansi_from_utf8(argument)) return {std::move(*text), false};
   return {std::string(argument), true};
 }
+
+std::string shown(std::string_view ansi) { return utf8_from_ansi(printable(ansi)); }
 
 std::optional<std::string> read_file(const std::string& name, std::string& problem) {
   std::string bytes;

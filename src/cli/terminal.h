@@ -33,6 +33,9 @@ struct TextArgument {
 };
 TextArgument text_from_argument(std::string_view argument);
 
+// Text of the library as one line for people: UTF-8, control characters escaped.
+std::string shown(std::string_view ansi);
+
 // The bytes of a file of the system, of standard input for "-"; empty after a failure, which `problem` explains.
 std::optional<std::string> read_file(const std::string& name, std::string& problem);
 // "-" is standard input in texts for people.
