@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "command.h"
@@ -74,12 +73,7 @@ YString path_for_transfer(const TransferUrl& url, const std::string& path) {
 
 template <typename Work>
 int with_progress(YInetFileTransfer& transfer, bool quiet, Work work) {
-  TransferProgress progress(quiet);
-  transfer.on_progress([&](std::int64_t done, std::int64_t total) { progress.show(done, total); });
-  const bool succeeded = work();
-  transfer.on_progress(nullptr);
-  progress.finish(succeeded);
-  return succeeded ? kSucceeded : failure(transfer);
+  return TransferProgress(quiet).follow(transfer, work) ? kSucceeded : failure(transfer);
 }
 
 // Of the file that the URL names; empty when it is none, or none that can safely be a local name.
@@ -103,8 +97,7 @@ int get(YInetFileTransfer& transfer, const TransferUrl& url, const Arguments& ar
 }
 
 int put(YInetFileTransfer& transfer, const TransferUrl& url, const Arguments& arguments) {
-  std::string target = url.path;
-  if (target.empty() || target.ends_with('/')) target += std::filesystem::path(arguments.file).filename().string();
+  const std::string target = upload_target(url.path, arguments.file);
   return with_progress(transfer, arguments.quiet,
                        [&] { return transfer.UploadFile(inside(arguments.file), path_for_transfer(url, target)); });
 }
@@ -128,26 +121,21 @@ int run(Action action, const Arguments& arguments) {
   const auto url = parse_transfer_url(arguments.url);
   if (!url || std::ranges::find(kProtocols, url->scheme) == std::end(kProtocols))
     return wrong_call("write the URL as http://, https://, ftp://, ftps:// or sftp://HOST/PATH");
-  TransferUrl proxy;
-  if (!arguments.proxy.empty()) {
-    const auto parsed = parse_transfer_url(arguments.proxy);
-    if (!parsed) return wrong_call("write the proxy as PROTOCOL://HOST:PORT, such as socks5h://127.0.0.1:1080");
-    proxy = *parsed;
-  }
+  const auto proxy = arguments.proxy.empty() ? TransferUrl{} : parse_transfer_url(arguments.proxy);
+  if (!proxy) return wrong_call("write the proxy as PROTOCOL://HOST:PORT, such as socks5h://127.0.0.1:1080");
   YInetFileTransfer transfer;
   transfer.SetErrorReporting(false);  // the remark at the end says the same
   if (!transfer.SetProtocol(inside(url->scheme)) || !transfer.SetServer(inside(url->host)) ||
-      (!proxy.host.empty() &&
-       (!transfer.SetProxyProtocol(inside(proxy.scheme)) || !transfer.SetProxyServer(inside(proxy.host)))))
+      (!proxy->host.empty() &&
+       (!transfer.SetProxyProtocol(inside(proxy->scheme)) || !transfer.SetProxyServer(inside(proxy->host)))))
     return wrong_call(shown(transfer.GetLastErrorMsg()));
   const auto password = password_of(*url, "YINET_PASSWORD", "Password for " + url->user + ": ");
   if (!password) return kWrongCall;
-  const auto proxy_password =
-      password_of(proxy, "YINET_PROXY_PASSWORD", "Password of the proxy for " + proxy.user + ": ");
+  const auto proxy_password = proxy_password_of(*proxy);
   if (!proxy_password) return kWrongCall;
   transfer.SetUsername(inside(url->user));
   transfer.SetPassword(*password);
-  transfer.SetProxyUsername(inside(proxy.user));
+  transfer.SetProxyUsername(inside(proxy->user));
   transfer.SetProxyPassword(*proxy_password);
   return action(transfer, *url, arguments);
 }
@@ -164,12 +152,9 @@ Command add_command(CLI::App& program, const Row& row) {
   const auto arguments = std::make_shared<Arguments>();
   CLI::App* command = program.add_subcommand(row.name, row.help);
   command->footer(kExamples);
-  const auto add_file = [&](const char* meaning) {
-    return command->add_option("FILE", arguments->file, meaning)->type_name("");
-  };
-  if (row.file == File::before_url) add_file("The local file")->required();
+  if (row.file == File::before_url) add_file_option(*command, arguments->file, true);
   command->add_option("URL", arguments->url, "PROTOCOL://USER@HOST:PORT/PATH")->required()->type_name("");
-  if (row.file == File::after_url) add_file("The local file or folder; the working folder when absent");
+  if (row.file == File::after_url) add_file_option(*command, arguments->file, false);
   command->add_option("--proxy", arguments->proxy, "http, https, socks4, socks4a, socks5 or socks5h, with user, host and port")
       ->type_name("URL");
   command->add_flag("--quiet", arguments->quiet, "No progress and no throughput");

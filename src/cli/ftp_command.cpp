@@ -4,10 +4,10 @@
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "command.h"
 #include "ftp_failure.h"
+#include "row_commands.h"
 #include "terminal.h"
 #include "transfer_call.h"
 #include "transfer_progress.h"
@@ -57,14 +57,9 @@ using Action = int (*)(ftps& ftp, const TransferUrl& url, const Arguments& argum
 template <typename Work>
 int transfer(ftps& ftp, bool quiet, const std::string& remote, const std::string& local, Work work) {
   TransferProgress progress(quiet);
-  std::int64_t bytes = 0;
-  std::int64_t all = -1;
-  ftp.on_progress([&](std::int64_t done, std::int64_t total) { progress.show(bytes = done, all = total); });
-  const int result = work();
-  ftp.on_progress(nullptr);
-  const bool succeeded = result == 0 && went_well(ftp);
-  progress.finish(succeeded);
-  return succeeded ? kSucceeded : transfer_failure(ftp, result, remote, local, bytes, all);
+  int result = 0;
+  const bool succeeded = progress.follow(ftp, [&] { return (result = work()) == 0 && went_well(ftp); });
+  return succeeded ? kSucceeded : transfer_failure(ftp, result, remote, local, progress.done(), progress.total());
 }
 
 int get(ftps& ftp, const TransferUrl& url, const Arguments& arguments) {
@@ -76,8 +71,7 @@ int get(ftps& ftp, const TransferUrl& url, const Arguments& arguments) {
 }
 
 int put(ftps& ftp, const TransferUrl& url, const Arguments& arguments) {
-  std::string target = url.path;
-  if (target.empty() || target.ends_with('/')) target += std::filesystem::path(arguments.file).filename().string();
+  const std::string target = upload_target(url.path, arguments.file);
   return transfer(ftp, arguments.quiet, target, arguments.file,
                   [&] { return ftp.upload_file(inside(arguments.file), inside(target), ftps::kByteType); });
 }
@@ -151,7 +145,7 @@ int run(const Row& row, const Arguments& arguments) {
   }
   const auto password = password_of(*url, "YINET_FTP_PASSWORD", "Password for " + url->user + ": ");
   if (!password) return kWrongCall;
-  const auto proxy_password = proxy_password_of(*proxy);
+  const auto proxy_password = proxy_password_of(proxy->url);
   if (!proxy_password) return kWrongCall;
   const SecretScope no_password(*password);
   const SecretScope no_proxy_password(*proxy_password);
@@ -167,32 +161,17 @@ int run(const Row& row, const Arguments& arguments) {
 }  // namespace
 
 Command add_ftp_command(CLI::App& program) {
-  CLI::App* command = program.add_subcommand("ftp", "Move files to and from FTP servers, with or without TLS");
-  command->require_subcommand(1);
-  command->footer(kExamples);
   const auto arguments = std::make_shared<Arguments>();
-  std::vector<std::pair<CLI::App*, const Row*>> rows;
-  for (const Row& row : kRows) {
-    CLI::App* app = command->add_subcommand(row.name, row.help);
-    app->footer(kExamples);
-    app->add_option("URL", arguments->url, "ftp:// or ftps:// with server and path")->required()->type_name("");
-    if (row.takes_file) {
-      auto* file = app->add_option("FILE", arguments->file,
-                                   row.needs_file ? "The local file" : "The local file or folder; the working folder if absent");
-      file->type_name("");
-      if (row.needs_file) file->required();
-    }
-    app->add_option("--type", arguments->type, "tls, plain or an FTP type; by the URL's scheme when absent");
-    app->add_option("--proxy", arguments->proxy, "socks5://, socks4:// or ftp:// with user, host and port")->type_name("URL");
-    app->add_option("--certificate", arguments->certificate, "Folder of trusted certificates, or the client's PEM file");
-    app->add_flag("--quiet", arguments->quiet, "No progress and no throughput");
-    rows.emplace_back(app, &row);
-  }
-  return {command, [=] {
-            for (const auto& [app, row] : rows)
-              if (app->parsed()) return run(*row, *arguments);
-            return kWrongCall;
-          }};
+  const auto add_options = [&](CLI::App& app, const Row& row) {
+    app.add_option("URL", arguments->url, "ftp:// or ftps:// with server and path")->required()->type_name("");
+    if (row.takes_file) add_file_option(app, arguments->file, row.needs_file);
+    app.add_option("--type", arguments->type, "tls, plain or an FTP type; by the URL's scheme when absent");
+    app.add_option("--proxy", arguments->proxy, "socks5://, socks4:// or ftp:// with user, host and port")->type_name("URL");
+    app.add_option("--certificate", arguments->certificate, "Folder of trusted certificates, or the client's PEM file");
+    app.add_flag("--quiet", arguments->quiet, "No progress and no throughput");
+  };
+  return add_row_commands(program, "ftp", "Move files to and from FTP servers, with or without TLS", kExamples, kRows,
+                          add_options, [arguments](const Row& row) { return run(row, *arguments); });
 }
 
 }  // namespace yinet::cli

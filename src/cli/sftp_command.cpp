@@ -8,16 +8,15 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "command.h"
+#include "row_commands.h"
 #include "terminal.h"
 #include "transfer_call.h"
 #include "transfer_progress.h"
 #include "yinet/filetransfer/transfer_url.h"
 #include "yinet/host/setting_table.h"
-#include "yinet/host/text.h"
 #include "yinet/host/yfile.h"
 #include "yinet/host/ylog.h"
 #include "yinet/ssh/ssh_address.h"
@@ -66,12 +65,7 @@ int outcome(const sshClient& client, bool succeeded) {
 
 template <typename Work>
 int transfer(sshClient& client, bool quiet, Work work) {
-  TransferProgress progress(quiet);
-  client.on_progress([&](std::int64_t done, std::int64_t total) { progress.show(done, total); });
-  const bool succeeded = work();
-  client.on_progress(nullptr);
-  progress.finish(succeeded);
-  return outcome(client, succeeded);
+  return outcome(client, TransferProgress(quiet).follow(client, work));
 }
 
 // One command on a connection that is logged in; gives the exit code.
@@ -90,8 +84,7 @@ int get(sshClient& client, const std::string& path, const Arguments& arguments) 
 }
 
 int put(sshClient& client, const std::string& path, const Arguments& arguments) {
-  std::string target = path;
-  if (target.empty() || target.ends_with('/')) target += std::filesystem::path(arguments.file).filename().string();
+  const std::string target = upload_target(path, arguments.file);
   return transfer(client, arguments.quiet, [&] { return client.uploadFile(inside(arguments.file), inside(target), nullptr); });
 }
 
@@ -157,7 +150,7 @@ int run(const Row& row, const Arguments& arguments) {
   const bool with_key = !arguments.key.empty() || !setting_text(settings::kSshKeyFile).empty();
   const auto password = account_password(*url, with_key);
   if (!password) return kWrongCall;
-  const auto proxy_password = proxy_password_of(*proxy);
+  const auto proxy_password = proxy_password_of(proxy->url);
   if (!proxy_password) return kWrongCall;
   const SecretScope no_password(*password);
   const SecretScope no_proxy_password(*proxy_password);
@@ -173,31 +166,17 @@ int run(const Row& row, const Arguments& arguments) {
 }  // namespace
 
 Command add_sftp_command(CLI::App& program) {
-  CLI::App* command = program.add_subcommand("sftp", "Move files to and from SSH servers");
-  command->require_subcommand(1);
-  command->footer(kExamples);
   const auto arguments = std::make_shared<Arguments>();
-  std::vector<std::pair<CLI::App*, const Row*>> rows;
-  for (const Row& row : kRows) {
-    CLI::App* app = command->add_subcommand(row.name, row.help);
-    app->footer(kExamples);
-    app->add_option("URL", arguments->url, "sftp:// with user, server and path")->required()->type_name("");
-    if (row.takes_file) {
-      auto* file = app->add_option("FILE", arguments->file, "The local file");
-      file->type_name("");
-      if (row.needs_file) file->required();
-    }
-    app->add_option("--key", arguments->key, "Private key to log in with")->type_name("FILE");
-    app->add_option("--known-hosts", arguments->known_hosts, "Accept only servers whose keys are in this file")->type_name("FILE");
-    app->add_option("--proxy", arguments->proxy, "socks5:// or socks4:// with user, host and port")->type_name("URL");
-    app->add_flag("--quiet", arguments->quiet, "No progress and no throughput");
-    rows.emplace_back(app, &row);
-  }
-  return {command, [=] {
-            for (const auto& [app, row] : rows)
-              if (app->parsed()) return run(*row, *arguments);
-            return kWrongCall;
-          }};
+  const auto add_options = [&](CLI::App& app, const Row& row) {
+    app.add_option("URL", arguments->url, "sftp:// with user, server and path")->required()->type_name("");
+    if (row.takes_file) add_file_option(app, arguments->file, row.needs_file);
+    app.add_option("--key", arguments->key, "Private key to log in with")->type_name("FILE");
+    app.add_option("--known-hosts", arguments->known_hosts, "Accept only servers whose keys are in this file")->type_name("FILE");
+    app.add_option("--proxy", arguments->proxy, "socks5:// or socks4:// with user, host and port")->type_name("URL");
+    app.add_flag("--quiet", arguments->quiet, "No progress and no throughput");
+  };
+  return add_row_commands(program, "sftp", "Move files to and from SSH servers", kExamples, kRows, add_options,
+                          [arguments](const Row& row) { return run(row, *arguments); });
 }
 
 }  // namespace yinet::cli

@@ -1,6 +1,9 @@
+#include <CLI/CLI.hpp>
+
 #include "transfer_call.h"
 
 #include <cstdlib>
+#include <filesystem>
 
 #include "terminal.h"
 #include "transfer_progress.h"
@@ -8,6 +11,16 @@
 namespace yinet::cli {
 
 YString inside(const std::string& text) { return YString(text_from_argument(text).text); }
+
+std::string upload_target(const std::string& path, const std::string& file) {
+  const bool names_folder = path.empty() || path.ends_with('/');
+  return names_folder ? path + std::filesystem::path(file).filename().string() : path;
+}
+
+void add_file_option(CLI::App& app, std::string& file, bool needed) {
+  const char* const meaning = needed ? "The local file" : "The local file or folder; the working folder when absent";
+  app.add_option("FILE", file, meaning)->required(needed)->type_name("");
+}
 
 std::optional<YString> password_of(const TransferUrl& url, const char* variable, const std::string& question) {
   if (url.has_password || url.user.empty()) return inside(url.password);
@@ -30,8 +43,8 @@ std::optional<ProxyChoice> choose_proxy(const std::string& url, std::span<const 
   return type ? std::optional(ProxyChoice{*type, *parsed}) : std::nullopt;
 }
 
-std::optional<YString> proxy_password_of(const ProxyChoice& proxy) {
-  return password_of(proxy.url, "YINET_PROXY_PASSWORD", "Password of the proxy for " + proxy.url.user + ": ");
+std::optional<YString> proxy_password_of(const TransferUrl& proxy) {
+  return password_of(proxy, "YINET_PROXY_PASSWORD", "Password of the proxy for " + proxy.user + ": ");
 }
 
 int fail(int code, const std::string& what) {

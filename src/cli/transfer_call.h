@@ -10,6 +10,10 @@
 #include "yinet/filetransfer/transfer_url.h"
 #include "yinet/host/ystring.h"
 
+namespace CLI {
+class App;
+}
+
 namespace yinet::cli {
 
 inline constexpr int kNoConnection = 3;
@@ -24,6 +28,11 @@ inline constexpr int kBrokenOff = 7;
 
 // An argument as the library wants it.
 YString inside(const std::string& text);
+
+// Where a local file goes: a path that is empty or ends with a slash is a folder, in which it keeps its name.
+std::string upload_target(const std::string& path, const std::string& file);
+// The option FILE: what is sent or, when not `needed`, where to what is fetched goes.
+void add_file_option(CLI::App& app, std::string& file, bool needed);
 
 // From the URL, else from this environment variable, else asked for on the terminal. Nothing is asked without a user. Empty,
 // with a remark, when there is none to be had.
@@ -44,7 +53,7 @@ struct ProxyChoice {
 // Empty when the URL is no proxy of these rows. The empty text is no proxy.
 std::optional<ProxyChoice> choose_proxy(const std::string& url, std::span<const SchemeType> rows);
 // As password_of, with YINET_PROXY_PASSWORD.
-std::optional<YString> proxy_password_of(const ProxyChoice& proxy);
+std::optional<YString> proxy_password_of(const TransferUrl& proxy);
 
 // A remark; gives `code`.
 int fail(int code, const std::string& what);

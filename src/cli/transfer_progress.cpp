@@ -32,16 +32,17 @@ TransferProgress::TransferProgress(bool quiet) : quiet_(quiet), terminal_(isatty
 
 void TransferProgress::show(std::int64_t done, std::int64_t total) {
   done_ = done;
+  total_ = total;
   if (quiet_ || !terminal_) return;
   const auto now = Clock::now();
   if (now < next_) return;
   next_ = now + kRedraw;
-  draw(total);
+  draw();
   drawn_ = true;
 }
 
-void TransferProgress::draw(std::int64_t total) const {
-  const double share = total > 0 ? std::min(1.0, static_cast<double>(done_) / static_cast<double>(total)) : 0;
+void TransferProgress::draw() const {
+  const double share = total_ > 0 ? std::min(1.0, static_cast<double>(done_) / static_cast<double>(total_)) : 0;
   const int filled = static_cast<int>(share * kBarWidth);
   std::fprintf(stderr, "\r[%s%s] %3d %%  %s\033[K", std::string(static_cast<std::size_t>(filled), '#').c_str(),
                std::string(static_cast<std::size_t>(kBarWidth - filled), ' ').c_str(), static_cast<int>(share * 100),

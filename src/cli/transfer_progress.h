@@ -15,14 +15,28 @@ class TransferProgress {
   void show(std::int64_t done, std::int64_t total);  // cheap when there is nothing to draw
   void finish(bool succeeded);                       // takes the bar away; tells the throughput of a success
 
+  // Shows `work`, in which `client` moves bytes, from its begin to its end; gives what it gives, true for success.
+  template <typename Client, typename Work>
+  bool follow(Client& client, Work work) {
+    client.on_progress([this](std::int64_t done, std::int64_t total) { show(done, total); });
+    const bool succeeded = work();
+    client.on_progress(nullptr);
+    finish(succeeded);
+    return succeeded;
+  }
+
+  [[nodiscard]] std::int64_t done() const { return done_; }
+  [[nodiscard]] std::int64_t total() const { return total_; }  // -1 when that is not known
+
  private:
-  void draw(std::int64_t total) const;
+  void draw() const;
 
   using Clock = std::chrono::steady_clock;
   bool quiet_;
   bool terminal_;
   bool drawn_ = false;
   std::int64_t done_ = 0;
+  std::int64_t total_ = -1;
   Clock::time_point start_ = Clock::now();
   Clock::time_point next_ = start_;
 };
