@@ -1,12 +1,7 @@
 #include "yinet/host/yxml.h"
 
-#include <unicode/ucnv.h>
-#include <unicode/utf8.h>
-
 #include <algorithm>
 #include <array>
-#include <limits>
-#include <memory>
 #include <new>
 #include <pugixml.hpp>
 #include <unordered_map>
@@ -16,6 +11,8 @@
 #include "yinet/host/codepage.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
+#include "yinet/host/xml_characters.h"
+#include "yinet/host/xml_encoding.h"
 #include "yinet/host/ybase64.h"
 
 namespace {
@@ -29,158 +26,12 @@ constexpr char kAttributeMark = '@';
 // Records nest by recursion, so a setting cannot ask for more than the smallest stack of a thread carries.
 std::int64_t depth_limit() { return std::min<std::int64_t>(setting_number(settings::kXmlDepthLimit), 1000); }
 
-// --- Encoding --------------------------------------------------------------------------------------------------------
-
-struct CloseConverter {
-  void operator()(UConverter* converter) const { ucnv_close(converter); }
-};
-
-Result converted_to_utf8(std::string_view xml, const std::string& encoding, std::string& utf8) {
-  constexpr std::size_t kMaxLabel = 60;  // longer than any name of an encoding; a comma would hand ICU options
-  UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<UConverter, CloseConverter> converter;
-  if (encoding.size() <= kMaxLabel && encoding.find(',') == std::string::npos)
-    converter.reset(ucnv_open(encoding.c_str(), &status));
-  if (!converter || U_FAILURE(status)) return XmlError{"unknown encoding \"" + printable(encoding) + "\"", 0};
-  ucnv_setToUCallBack(converter.get(), UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &status);
-  if (xml.size() > static_cast<std::size_t>(std::numeric_limits<int32_t>::max()) / 4)
-    return XmlError{"the document is too large to be converted", 0};
-  const auto length = static_cast<int32_t>(xml.size());
-  UErrorCode sizing = U_ZERO_ERROR;
-  const int32_t needed = ucnv_toAlgorithmic(UCNV_UTF8, converter.get(), nullptr, 0, xml.data(), length, &sizing);
-  if (sizing != U_BUFFER_OVERFLOW_ERROR && U_FAILURE(sizing))
-    return XmlError{"the document is not in its encoding \"" + printable(encoding) + "\"", 0};
-  utf8.resize(static_cast<std::size_t>(needed));
-  ucnv_toAlgorithmic(UCNV_UTF8, converter.get(), utf8.data(), needed, xml.data(), length, &status);
-  if (U_FAILURE(status)) return XmlError{"the document is not in its encoding \"" + printable(encoding) + "\"", 0};
-  return std::nullopt;
-}
-
-// The encoding that the XML declaration names; empty without one.
-std::string declared_encoding(std::string_view xml) {
-  constexpr std::size_t kMaxDeclaration = 256;
-  std::string_view declaration = trimmed_front(xml.substr(0, kMaxDeclaration));
-  if (!declaration.starts_with("<?xml")) return "";
-  declaration = declaration.substr(0, declaration.find("?>"));
-  const std::size_t name = declaration.find("encoding");
-  if (name == std::string_view::npos) return "";
-  const std::size_t open = declaration.find_first_of("\"'", name);
-  if (open == std::string_view::npos) return "";
-  const std::size_t close = declaration.find(declaration[open], open + 1);
-  return std::string(declaration.substr(open + 1, close == std::string_view::npos ? close : close - open - 1));
-}
-
-// What the declared name really means. A declaration that can be read as bytes is not in UTF-16: services say so when
-// they turn their platform's text into UTF-8 without a look at it. Latin-1 is taken for Windows-1252, because its senders
-// mean the euro sign and the quotation marks of that and never the control characters in their place.
-std::string meant_encoding(const std::string& declared) {
-  if (declared.empty() || starts_with_ignoring_case(declared, "utf-16") || equal_ignoring_case(declared, "utf8"))
-    return "utf-8";
-  for (const std::string_view latin : {"iso-8859-1", "latin1", "us-ascii", "ascii"})
-    if (equal_ignoring_case(declared, latin)) return "windows-1252";
-  return to_lower(declared);
-}
-
-std::string encoding_of(std::string_view xml, std::string_view otherwise) {
-  const std::string declared = declared_encoding(xml);
-  return meant_encoding(declared.empty() ? std::string(otherwise) : declared);
-}
-
-std::size_t first_malformed(std::string_view utf8) {
-  const auto* const bytes = reinterpret_cast<const uint8_t*>(utf8.data());
-  std::size_t position = 0;
-  while (position < utf8.size()) {
-    const std::size_t start = position;
-    UChar32 character = 0;
-    U8_NEXT(bytes, position, utf8.size(), character);
-    if (character < 0) return start;
-  }
-  return position;
-}
-
-Result document_as_utf8(std::string_view xml, std::string_view encoding_otherwise, std::string& utf8) {
-  if (xml.starts_with("\xEF\xBB\xBF")) {
-    utf8 = xml.substr(3);
-  } else if (xml.starts_with("\xFF\xFE") || xml.starts_with(std::string_view("<\0", 2))) {
-    if (auto error = converted_to_utf8(xml.substr(xml.front() == '<' ? 0 : 2), "utf-16le", utf8)) return error;
-  } else if (xml.starts_with("\xFE\xFF") || xml.starts_with(std::string_view("\0<", 2))) {
-    if (auto error = converted_to_utf8(xml.substr(xml.front() == '\0' ? 0 : 2), "utf-16be", utf8)) return error;
-  } else if (const std::string encoding = encoding_of(xml, encoding_otherwise); encoding == "utf-8") {
-    utf8 = xml;
-  } else if (auto error = converted_to_utf8(xml, encoding, utf8)) {
-    return error;
-  }
-  if (const std::size_t nul = utf8.find('\0'); nul != std::string::npos) return XmlError{"a NUL character", nul};
-  if (!is_valid_utf8(utf8)) return XmlError{"not valid UTF-8", first_malformed(utf8)};
-  return std::nullopt;
-}
-
-// --- Characters and names --------------------------------------------------------------------------------------------
-
-using Range = std::pair<UChar32, UChar32>;
-
-template <std::size_t Size>
-bool in_ranges(UChar32 character, const std::array<Range, Size>& ranges) {
-  return std::any_of(ranges.begin(), ranges.end(),
-                     [character](const Range& range) { return character >= range.first && character <= range.second; });
-}
-
-bool is_xml_character(UChar32 character) {
-  constexpr auto kRanges =
-      std::to_array<Range>({{'\t', '\n'}, {'\r', '\r'}, {0x20, 0xD7FF}, {0xE000, 0xFFFD}, {0x10000, 0x10FFFF}});
-  return in_ranges(character, kRanges);
-}
-
-// NameStartChar of XML 1.0, fifth edition, without the colon.
-bool begins_name(UChar32 character) {
-  constexpr auto kRanges = std::to_array<Range>({{'A', 'Z'},
-                                                 {'_', '_'},
-                                                 {'a', 'z'},
-                                                 {0xC0, 0xD6},
-                                                 {0xD8, 0xF6},
-                                                 {0xF8, 0x2FF},
-                                                 {0x370, 0x37D},
-                                                 {0x37F, 0x1FFF},
-                                                 {0x200C, 0x200D},
-                                                 {0x2070, 0x218F},
-                                                 {0x2C00, 0x2FEF},
-                                                 {0x3001, 0xD7FF},
-                                                 {0xF900, 0xFDCF},
-                                                 {0xFDF0, 0xFFFD},
-                                                 {0x10000, 0xEFFFF}});
-  return in_ranges(character, kRanges);
-}
-
-bool continues_name(UChar32 character) {
-  constexpr auto kRanges =
-      std::to_array<Range>({{'-', '.'}, {'0', '9'}, {0xB7, 0xB7}, {0x300, 0x36F}, {0x203F, 0x2040}});
-  return begins_name(character) || in_ranges(character, kRanges);
-}
-
-// A name with at most one prefix: parts of name characters on both sides of one colon. The text must be valid UTF-8.
-bool is_qualified_name(std::string_view utf8) {
-  const auto* const bytes = reinterpret_cast<const uint8_t*>(utf8.data());
-  bool at_start = true;
-  bool prefixed = false;
-  for (std::size_t position = 0; position < utf8.size();) {
-    UChar32 character = 0;
-    U8_NEXT(bytes, position, utf8.size(), character);
-    if (character == ':' && !at_start && !prefixed) {
-      prefixed = at_start = true;
-      continue;
-    }
-    if (!(at_start ? begins_name(character) : continues_name(character))) return false;
-    at_start = false;
-  }
-  return !at_start;
-}
-
 // --- Reading ---------------------------------------------------------------------------------------------------------
 
 // The character that a reference without "&" and ";" stands for: 0 when it is none, negative when it names a character
 // that XML does not have.
-UChar32 referenced_character(std::string_view reference) {
-  constexpr auto kNamed = std::to_array<std::pair<std::string_view, UChar32>>(
+std::int32_t referenced_character(std::string_view reference) {
+  constexpr auto kNamed = std::to_array<std::pair<std::string_view, std::int32_t>>(
       {{"amp", '&'}, {"lt", '<'}, {"gt", '>'}, {"quot", '"'}, {"apos", '\''}});
   for (const auto& [name, character] : kNamed)
     if (reference == name) return character;
@@ -189,11 +40,11 @@ UChar32 referenced_character(std::string_view reference) {
   const int base = reference.starts_with('x') ? 16 : 10;
   if (base == 16) reference.remove_prefix(1);
   if (reference.empty()) return 0;
-  UChar32 character = 0;
+  std::int32_t character = 0;
   for (const char c : reference) {
     const int digit = hex_value(c);
     if (digit < 0 || digit >= base) return 0;
-    character = std::min<UChar32>(character * base + digit, 0x110000);  // stays beyond the last character once there
+    character = std::min<std::int32_t>(character * base + digit, 0x110000);  // stays beyond the last character once there
   }
   return is_xml_character(character) ? character : -1;
 }
@@ -209,7 +60,7 @@ std::optional<std::string> library_text(std::string_view utf8) {
     utf8.remove_prefix(ampersand);
     if (utf8.empty()) break;
     const std::size_t length = utf8.substr(1, kMaxReference + 1).find(';');
-    const UChar32 character = length == std::string_view::npos ? 0 : referenced_character(utf8.substr(1, length));
+    const std::int32_t character = length == std::string_view::npos ? 0 : referenced_character(utf8.substr(1, length));
     if (character < 0) return std::nullopt;
     if (character == 0) {
       plain += '&';
@@ -337,7 +188,7 @@ Result parse(std::string_view xml, std::string_view encoding, YObject& record) {
   if (xml.size() > static_cast<std::uint64_t>(setting_number(settings::kXmlSizeLimit)))
     return XmlError{"the document is larger than \"XML\"/\"GroessenLimit\" allows", 0};
   std::string utf8;
-  if (auto error = document_as_utf8(xml, encoding, utf8)) return error;
+  if (auto error = xml_as_utf8(xml, encoding, utf8)) return error;
   // Two tags for an element: a document that cannot stay within the limit is not even taken apart.
   if (std::count(utf8.begin(), utf8.end(), '<') / 3 > setting_number(settings::kXmlElementLimit))
     return XmlError{"more elements and attributes than \"XML\"/\"ElementLimit\" allows", 0};
@@ -433,7 +284,7 @@ class Writer {
   Result write_entry(const YObject& record, const std::string& key, pugi::xml_node parent, const std::string& path,
                      int depth, std::unordered_map<std::string, pugi::xml_node>& leaves) {
     const std::string name = name_to_utf8(key);
-    if (!is_qualified_name(name))
+    if (!is_qualified_xml_name(name))
       return XmlError{"\"" + printable(key) + "\" is no XML name, at " + printable(path), 0};
     if (const auto* object = record.Find<YObject>(key))
       return write_record(*object, element(parent, name), path, depth + 1);
@@ -459,7 +310,7 @@ class Writer {
   Result write_attribute(const YObject& record, const std::string& key, const std::string& name, pugi::xml_node of,
                          const std::string& path) {
     const std::string utf8 = name_to_utf8(name);
-    if (!is_qualified_name(utf8))
+    if (!is_qualified_xml_name(utf8))
       return XmlError{"\"" + printable(name) + "\" is no XML name, at " + printable(path), 0};
     std::string text;
     if (auto error = text_of(record, key, path, text)) return error;

@@ -37,9 +37,9 @@ class YINET_API YXml {
 
   // Reads one document into `record`, whose entries it replaces; they stay as they were on failure. The encoding is that
   // of the byte order mark, else the declared one, else `encoding` (what came with the document), else UTF-8; texts become
-  // Windows-1252 ("?" for what it lacks), names that it cannot hold stay as their UTF-8 bytes. A reference is one of the five of XML or numeric; a "&" that begins
-  // none stays as it is. Refused: a DOCTYPE, NUL, bytes that the encoding does not have, and what exceeds the settings
-  // under "XML" (depth, size, number of elements and attributes).
+  // Windows-1252 ("?" for what it lacks), names that it cannot hold stay as their UTF-8 bytes. A reference is one of the
+  // five of XML or numeric; a "&" that begins none stays as it is. Refused: a DOCTYPE, NUL, bytes that the encoding does
+  // not have, and what exceeds the settings under "XML" (depth, size, number of elements and attributes).
   [[nodiscard]] static std::optional<yinet::XmlError> Parse(std::string_view xml, YObject& record,
                                                             std::string_view encoding = {});
 
