@@ -6,11 +6,11 @@
 #include <openssl/x509v3.h>
 
 #include <array>
-#include <memory>
 #include <string_view>
 
 #include "yinet/host/codepage.h"
 #include "yinet/host/text.h"
+#include "yinet/net/openssl_handles.h"
 
 namespace yinet {
 namespace {
@@ -29,10 +29,7 @@ class TextBio {
   }
 
  private:
-  struct Free {
-    void operator()(BIO* bio) const { BIO_free(bio); }
-  };
-  std::unique_ptr<BIO, Free> bio_{BIO_new(BIO_s_mem())};
+  BioHandle bio_{BIO_new(BIO_s_mem())};
 };
 
 // Separators inside values are escaped; control characters are left to printable().

@@ -2,6 +2,8 @@
 
 #include <arpa/inet.h>
 
+#include "yinet/dns/dns_names.h"
+
 namespace yinet {
 namespace {
 
@@ -10,18 +12,15 @@ std::string_view without_brackets(std::string_view host) {
   return host;
 }
 
-bool parses_as(int family, std::string_view text) {
-  in6_addr address{};  // large enough for either family
-  return text.find('\0') == std::string_view::npos && inet_pton(family, std::string(text).c_str(), &address) == 1;
-}
-
 }  // namespace
 
-bool is_ipv4_address(std::string_view host) { return parses_as(AF_INET, host); }
+bool is_ipv4_address(std::string_view host) { return parse_dotted_address(host).has_value(); }
 
 bool is_ipv6_address(std::string_view host) {
-  const std::string_view address = without_brackets(host);
-  return parses_as(AF_INET6, address.substr(0, address.find('%')));
+  const std::string_view bare = without_brackets(host);
+  const std::string text(bare.substr(0, bare.find('%')));
+  in6_addr address{};
+  return text.find('\0') == std::string::npos && inet_pton(AF_INET6, text.c_str(), &address) == 1;
 }
 
 std::string host_in_target(std::string_view host) {

@@ -1,8 +1,8 @@
 #include "yinet/net/socks_messages.h"
 
-#include <arpa/inet.h>
-
 #include <cstring>
+
+#include "yinet/dns/dns_names.h"
 
 namespace yinet {
 namespace {
@@ -30,12 +30,10 @@ void append_with_length(std::string& message, std::string_view text) {
 }  // namespace
 
 std::optional<Ipv4Bytes> socks_target(std::string_view dotted) {
-  in_addr address{};
-  const std::string text(dotted);
-  if (text.find('\0') != std::string::npos || inet_pton(AF_INET, text.c_str(), &address) != 1) return std::nullopt;
-  if (address.s_addr == 0) return std::nullopt;
+  const auto address = parse_dotted_address(dotted);
+  if (!address || *address == 0) return std::nullopt;
   Ipv4Bytes bytes{};
-  std::memcpy(bytes.data(), &address.s_addr, bytes.size());
+  std::memcpy(bytes.data(), &*address, bytes.size());
   return bytes;
 }
 

@@ -18,6 +18,8 @@ namespace {
 constexpr std::string_view kBlockKey = "PARAMETER";  // any name will do: only the position counts
 constexpr std::size_t kShownText = 60;
 
+std::string shown(std::string_view ansi) { return utf8_from_ansi(printable(ansi)); }
+
 std::optional<std::int32_t> whole_number(std::string_view text) {
   text = trimmed(text);
   if (text.starts_with('+') && text.size() > 1 && is_digit(text[1])) text.remove_prefix(1);
@@ -96,13 +98,13 @@ std::string shown_value(const YObject& record, std::string_view key) {
   const YString text = record.GetString(key);
   if (text.IsEmpty()) return "a " + std::string(kind);
   const bool cut = text.str().size() > kShownText;
-  return "\"" + utf8_from_ansi(printable(text.str().substr(0, kShownText))) + (cut ? "...\"" : "\"");
+  return "\"" + shown(text.str().substr(0, kShownText)) + (cut ? "...\"" : "\"");
 }
 
 std::string unknown_parameter_text(const ScriptFunction& function, std::string_view key) {
   std::vector<std::string_view> known;
   for (const ScriptParameter& parameter : function.parameters) known.push_back(parameter.key);
-  const std::string start = std::string(function.name) + " has no parameter \"" + utf8_from_ansi(printable(key)) + "\"";
+  const std::string start = std::string(function.name) + " has no parameter \"" + shown(key) + "\"";
   if (known.empty()) return start + "; it takes none";
   return start + "; did you mean " + listed_with_or(nearest_names(key, known)) + "?";
 }
@@ -141,12 +143,12 @@ void run(const ScriptFunction& function, YObject& parameters) {
 std::string unknown_function_text(std::string_view name) {
   std::vector<std::string_view> known;
   for (const ScriptFunction& function : all_script_functions()) known.push_back(function.name);
-  return "no script function is named \"" + utf8_from_ansi(printable(name)) + "\"; did you mean " +
+  return "no script function is named \"" + shown(name) + "\"; did you mean " +
          listed_with_or(nearest_names(name, known)) + "?";
 }
 
 std::string kept_as_utf8_text(std::string_view key) {
-  return utf8_from_ansi(printable(key)) + ": a text that Windows-1252 cannot hold went in as its UTF-8 bytes";
+  return shown(key) + ": a text that Windows-1252 cannot hold went in as its UTF-8 bytes";
 }
 
 std::optional<std::string> fit_parameters(const ScriptFunction& function, YObject& parameters) {
