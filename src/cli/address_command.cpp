@@ -22,10 +22,10 @@ Exit status: 0 when something was found, 1 when not, 2 for a wrong call.)";
 
 // The list as the library's text; nothing, after a remark, when standard input cannot be read.
 std::optional<YString> taken(const std::string& argument) {
-  if (argument != "-") return YString(text_from_argument(argument).text);
+  if (argument != "-") return to_ansi(argument);
   std::string problem;
   const auto input = read_file(argument, problem);
-  if (input) return YString(text_from_argument(trimmed(*input)).text);
+  if (input) return to_ansi(trimmed(*input));
   remark(problem);
   return std::nullopt;
 }

@@ -44,7 +44,7 @@ int print_mail_servers(const YString& name) {
 }
 
 int look_up(const Question& question) {
-  const YString name(text_from_argument(question.name).text);
+  const YString name = to_ansi(question.name);
   return question.type == "a" ? print_address(name) : print_mail_servers(name);
 }
 

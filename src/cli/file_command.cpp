@@ -68,7 +68,7 @@ bool is_http(const TransferUrl& url) { return url.scheme.starts_with("http"); }
 
 // Where names are parts of URLs, "%" would begin an escape, which the path has no more.
 YString path_for_transfer(const TransferUrl& url, const std::string& path) {
-  return inside(is_http(url) ? url.raw_path : replaced(path, "%", "%25"));
+  return to_ansi(is_http(url) ? url.raw_path : replaced(path, "%", "%25"));
 }
 
 template <typename Work>
@@ -93,19 +93,19 @@ int get(YInetFileTransfer& transfer, const TransferUrl& url, const Arguments& ar
     target += "/" + name;
   }
   return with_progress(transfer, arguments.quiet,
-                       [&] { return transfer.DownloadToFile(path_for_transfer(url, url.path), inside(target)); });
+                       [&] { return transfer.DownloadToFile(path_for_transfer(url, url.path), to_ansi(target)); });
 }
 
 int put(YInetFileTransfer& transfer, const TransferUrl& url, const Arguments& arguments) {
   const std::string target = upload_target(url.path, arguments.file);
   return with_progress(transfer, arguments.quiet,
-                       [&] { return transfer.UploadFile(inside(arguments.file), path_for_transfer(url, target)); });
+                       [&] { return transfer.UploadFile(to_ansi(arguments.file), path_for_transfer(url, target)); });
 }
 
 using PathOperation = bool (YInetFileTransfer::*)(const YString&);
 template <PathOperation operation>
 int run_on_path(YInetFileTransfer& transfer, const TransferUrl& url, const Arguments&) {
-  return (transfer.*operation)(inside(url.path)) ? kSucceeded : failure(transfer);
+  return (transfer.*operation)(to_ansi(url.path)) ? kSucceeded : failure(transfer);
 }
 
 int exists(YInetFileTransfer& transfer, const TransferUrl& url, const Arguments& arguments) {
@@ -125,17 +125,17 @@ int run(Action action, const Arguments& arguments) {
   if (!proxy) return wrong_call("write the proxy as PROTOCOL://HOST:PORT, such as socks5h://127.0.0.1:1080");
   YInetFileTransfer transfer;
   transfer.SetErrorReporting(false);  // the remark at the end says the same
-  if (!transfer.SetProtocol(inside(url->scheme)) || !transfer.SetServer(inside(url->host)) ||
+  if (!transfer.SetProtocol(to_ansi(url->scheme)) || !transfer.SetServer(to_ansi(url->host)) ||
       (!proxy->host.empty() &&
-       (!transfer.SetProxyProtocol(inside(proxy->scheme)) || !transfer.SetProxyServer(inside(proxy->host)))))
+       (!transfer.SetProxyProtocol(to_ansi(proxy->scheme)) || !transfer.SetProxyServer(to_ansi(proxy->host)))))
     return wrong_call(shown(transfer.GetLastErrorMsg()));
   const auto password = password_of(*url, "YINET_PASSWORD", "Password for " + url->user + ": ");
   if (!password) return kWrongCall;
   const auto proxy_password = proxy_password_of(*proxy);
   if (!proxy_password) return kWrongCall;
-  transfer.SetUsername(inside(url->user));
+  transfer.SetUsername(to_ansi(url->user));
   transfer.SetPassword(*password);
-  transfer.SetProxyUsername(inside(proxy->user));
+  transfer.SetProxyUsername(to_ansi(proxy->user));
   transfer.SetProxyPassword(*proxy_password);
   return action(transfer, *url, arguments);
 }

@@ -67,22 +67,22 @@ int get(ftps& ftp, const TransferUrl& url, const Arguments& arguments) {
   std::error_code ignored;
   if (!target.ends_with('/') && std::filesystem::is_directory(target, ignored)) target += '/';
   return transfer(ftp, arguments.quiet, url.path, target,
-                  [&] { return ftp.download_file(inside(url.path), inside(target), ftps::kByteType); });
+                  [&] { return ftp.download_file(to_ansi(url.path), to_ansi(target), ftps::kByteType); });
 }
 
 int put(ftps& ftp, const TransferUrl& url, const Arguments& arguments) {
   const std::string target = upload_target(url.path, arguments.file);
   return transfer(ftp, arguments.quiet, target, arguments.file,
-                  [&] { return ftp.upload_file(inside(arguments.file), inside(target), ftps::kByteType); });
+                  [&] { return ftp.upload_file(to_ansi(arguments.file), to_ansi(target), ftps::kByteType); });
 }
 
 int remove(ftps& ftp, const TransferUrl& url, const Arguments&) {
-  const int result = ftp.del_file(inside(url.path));
+  const int result = ftp.del_file(to_ansi(url.path));
   return result == 0 && went_well(ftp) ? kSucceeded : command_failure(ftp, url.path);
 }
 
 int size(ftps& ftp, const TransferUrl& url, const Arguments&) {
-  const long bytes = ftp.get_filesize(inside(url.path));
+  const long bytes = ftp.get_filesize(to_ansi(url.path));
   if (bytes < 0) return command_failure(ftp, url.path);
   print(std::to_string(bytes) + "\n");
   return kSucceeded;
@@ -93,7 +93,7 @@ int list(ftps& ftp, const TransferUrl& url, const Arguments&) {
   while (folder.size() > 1 && folder.ends_with('/')) folder.pop_back();
   const auto failed = [&] { return command_failure(ftp, folder.empty() ? "." : folder); };
   if (!folder.empty()) {
-    ftp.send_command(inside("CWD " + folder), ftps::kReadReply);
+    ftp.send_command(to_ansi("CWD " + folder), ftps::kReadReply);
     if (!went_well(ftp)) return failed();
   }
   const YString listing = ftp.get_dir_content();
@@ -150,8 +150,8 @@ int run(const Row& row, const Arguments& arguments) {
   const SecretScope no_password(*password);
   const SecretScope no_proxy_password(*proxy_password);
   use_careful_settings();
-  ftps ftp(inside(url->host), inside(url->user), *password, inside(proxy->url.host), *type, proxy->type,
-           inside(arguments.certificate), inside(proxy->url.user), *proxy_password);
+  ftps ftp(to_ansi(url->host), to_ansi(url->user), *password, to_ansi(proxy->url.host), *type, proxy->type,
+           to_ansi(arguments.certificate), to_ansi(proxy->url.user), *proxy_password);
   if (ftp.connect() != 0 || no_reply(ftp)) return connection_failure(ftp, url->host, url->user);
   const int code = row.action(ftp, *url, arguments);
   ftp.closeconnection();

@@ -74,22 +74,23 @@ using Action = int (*)(sshClient& client, const std::string& path, const Argumen
 int get(sshClient& client, const std::string& path, const Arguments& arguments) {
   std::string target = arguments.file.empty() ? "." : arguments.file;
   std::error_code ignored;
-  YString local = inside(target);
+  YString local = to_ansi(target);
   if (target.ends_with('/') || std::filesystem::is_directory(target, ignored)) {
-    const YString name = YFile::ExtractNameAndExtension(inside(path));
+    const YString name = YFile::ExtractNameAndExtension(to_ansi(path));
     if (name.IsEmpty() || name == "." || name == "..") return wrong_call("the URL names no file; name the local one");
     local = local + "/" + name;
   }
-  return transfer(client, arguments.quiet, [&] { return client.downloadWholeFile(inside(path), local, nullptr); });
+  return transfer(client, arguments.quiet, [&] { return client.downloadWholeFile(to_ansi(path), local, nullptr); });
 }
 
 int put(sshClient& client, const std::string& path, const Arguments& arguments) {
   const std::string target = upload_target(path, arguments.file);
-  return transfer(client, arguments.quiet, [&] { return client.uploadFile(inside(arguments.file), inside(target), nullptr); });
+  return transfer(client, arguments.quiet,
+                  [&] { return client.uploadFile(to_ansi(arguments.file), to_ansi(target), nullptr); });
 }
 
 int list(sshClient& client, const std::string& path, const Arguments&) {
-  const YString listing = client.getDirectory(inside(path.empty() ? "." : path), nullptr);
+  const YString listing = client.getDirectory(to_ansi(path.empty() ? "." : path), nullptr);
   std::vector<std::string_view> names = listing.Items();
   std::ranges::sort(names);
   for (const std::string_view name : names)
@@ -100,7 +101,7 @@ int list(sshClient& client, const std::string& path, const Arguments&) {
 using PathOperation = bool (sshClient::*)(const YString&, sftp_session_struct*);
 template <PathOperation operation>
 int run_on_path(sshClient& client, const std::string& path, const Arguments&) {
-  return outcome(client, (client.*operation)(inside(path), nullptr));
+  return outcome(client, (client.*operation)(to_ansi(path), nullptr));
 }
 
 struct Row {
@@ -118,7 +119,7 @@ constexpr std::array kRows = {Row{"get", "Fetch a file", &get, true, false},
 
 // False, with a remark, when the key needs a password that is not to be had.
 bool use_key(sshClient& client, const std::string& file) {
-  const YString name = inside(file);
+  const YString name = to_ansi(file);
   std::optional<YString> password = YString();
   if (sshClient::key_needs_password(name)) {
     password = password_of({.user = file}, "YINET_SFTP_KEY_PASSWORD", "Password of the key " + file + ": ");
@@ -141,12 +142,12 @@ int run(const Row& row, const Arguments& arguments) {
   const auto proxy = choose_proxy(arguments.proxy, kProxySchemes);
   if (!proxy) return wrong_call("write the proxy as socks5://HOST:PORT or socks4://HOST:PORT");
   // The upload would empty the remote file before it looks at the local one.
-  if (YFile source(inside(arguments.file)); row.needs_file && !source.Open(kOpenExisting, kAccessRead))
+  if (YFile source(to_ansi(arguments.file)); row.needs_file && !source.Open(kOpenExisting, kAccessRead))
     return fail(kLocalFile, arguments.file + " cannot be read: " + std::strerror(source.LastError()));
   sshClient client;
   if (!arguments.key.empty() && !use_key(client, arguments.key)) return kWrongCall;
   if (!arguments.known_hosts.empty())
-    set_setting(settings::kSshKnownHosts.section, settings::kSshKnownHosts.name, inside(arguments.known_hosts).str());
+    set_setting(settings::kSshKnownHosts.section, settings::kSshKnownHosts.name, to_ansi(arguments.known_hosts).str());
   const bool with_key = !arguments.key.empty() || !setting_text(settings::kSshKeyFile).empty();
   const auto password = account_password(*url, with_key);
   if (!password) return kWrongCall;
@@ -154,10 +155,10 @@ int run(const Row& row, const Arguments& arguments) {
   if (!proxy_password) return kWrongCall;
   const SecretScope no_password(*password);
   const SecretScope no_proxy_password(*proxy_password);
-  const SshAddress server = split_ssh_address(inside(url->host), kSshPort);
-  const SshAddress between = split_ssh_address(inside(proxy->url.host), kSocksPort);
-  if (!client.connect(server.host, server.port, inside(url->user), *password, between.host, between.port, proxy->type,
-                      inside(proxy->url.user), *proxy_password)) {
+  const SshAddress server = split_ssh_address(to_ansi(url->host), kSshPort);
+  const SshAddress proxy_address = split_ssh_address(to_ansi(proxy->url.host), kSocksPort);
+  if (!client.connect(server.host, server.port, to_ansi(url->user), *password, proxy_address.host, proxy_address.port,
+                      proxy->type, to_ansi(proxy->url.user), *proxy_password)) {
     return outcome(client, false);
   }
   return row.action(client, url->path, arguments);

@@ -87,6 +87,8 @@ TextArgument text_from_argument(std::string_view argument) {
   return {std::string(argument), true};
 }
 
+YString to_ansi(std::string_view argument) { return YString(text_from_argument(argument).text); }
+
 std::string shown(std::string_view ansi) { return utf8_from_ansi(printable(ansi)); }
 
 std::optional<std::string> read_file(const std::string& name, std::string& problem) {

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "yinet/host/ystring.h"
+
 namespace yinet {
 struct LogRecord;
 }
@@ -32,6 +34,7 @@ struct TextArgument {
   bool kept_as_utf8 = false;  // Windows-1252 cannot hold it: the bytes went in as they are
 };
 TextArgument text_from_argument(std::string_view argument);
+YString to_ansi(std::string_view argument);  // the text alone
 
 // Text of the library as one line for people: UTF-8, control characters escaped.
 std::string shown(std::string_view ansi);

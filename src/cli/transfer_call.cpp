@@ -10,8 +10,6 @@
 
 namespace yinet::cli {
 
-YString inside(const std::string& text) { return YString(text_from_argument(text).text); }
-
 std::string upload_target(const std::string& path, const std::string& file) {
   const bool names_folder = path.empty() || path.ends_with('/');
   return names_folder ? path + std::filesystem::path(file).filename().string() : path;
@@ -23,9 +21,9 @@ void add_file_option(CLI::App& app, std::string& file, bool needed) {
 }
 
 std::optional<YString> password_of(const TransferUrl& url, const char* variable, const std::string& question) {
-  if (url.has_password || url.user.empty()) return inside(url.password);
-  if (const char* value = std::getenv(variable)) return inside(value);
-  if (const auto typed = ask_for_password(question)) return inside(*typed);
+  if (url.has_password || url.user.empty()) return to_ansi(url.password);
+  if (const char* value = std::getenv(variable)) return to_ansi(value);
+  if (const auto typed = ask_for_password(question)) return to_ansi(*typed);
   remark("no password for " + url.user + ": " + variable + " is not set, and there is no terminal to ask on");
   return std::nullopt;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-// What the commands that move files have in common: exit codes by cause, text on its way into the library, passwords.
+// What the commands that move files have in common: exit codes by cause, local and remote names, passwords.
 
 #include <optional>
 #include <span>
@@ -25,9 +25,6 @@ inline constexpr int kBrokenOff = 7;
 #define YINET_TRANSFER_EXIT_CODES                                                                                   \
   "0 success, 2 wrong call, 3 no connection, 4 login refused, 5 refused by the server (no such file, say),\n"       \
   "6 local file, 7 the transfer broke off, 1 any other failure."
-
-// An argument as the library wants it.
-YString inside(const std::string& text);
 
 // Where a local file goes: a path that is empty or ends with a slash is a folder, in which it keeps its name.
 std::string upload_target(const std::string& path, const std::string& file);

@@ -96,9 +96,9 @@ void ftps::init_client(const YString& host, const YString& user, const YString& 
   host_ = std::move(server.host);
   port_ = server.port == 0 ? kDefaultPort : server.port;
   if (!proxy.IsEmpty()) {
-    HostAndPort between = split_host_and_port(proxy);
-    proxy_host_ = std::move(between.host);
-    proxy_port_ = between.port == 0 ? kDefaultProxyPort : between.port;
+    HostAndPort address = split_host_and_port(proxy);
+    proxy_host_ = std::move(address.host);
+    proxy_port_ = address.port == 0 ? kDefaultProxyPort : address.port;
   }
   user_ = user;
   password_ = password;
