@@ -34,7 +34,7 @@ TEST(YObject, PointersOutliveWhatHappensToOtherEntries) {
 
 TEST(YObject, ReadersConvertAndPointersDoNot) {
   YObject record;
-  record.StoreText("text", " -12x");
+  record.StoreText("text", "-12x");
   record.Store<std::int32_t>("zahl", 7);
   record.Store<bool>("ja", true);
   record.Store("puffer", YBuffer("99"));
@@ -43,7 +43,7 @@ TEST(YObject, ReadersConvertAndPointersDoNot) {
     const char *key, *text;
     int number;
     bool truth;
-  } kRows[] = {{"text", " -12x", -12, true}, {"zahl", "7", 7, true},     {"ja", "1", 1, true},
+  } kRows[] = {{"text", "-12x", -12, true}, {"zahl", "7", 7, true},     {"ja", "1", 1, true},
                {"puffer", "99", 99, true},   {"objekt", "", 0, false}, {"fehlt", "", 0, false}};
   for (const auto& row : kRows) {
     EXPECT_EQ(record.GetString(row.key), row.text) << row.key;

@@ -40,7 +40,8 @@ TEST(Text, FindIgnoringCaseAgreesWithANaiveSearch) {
 TEST(Text, NumbersSaturateAndStopAtTheFirstOtherCharacter) {
   const std::tuple<std::string_view, std::int64_t, std::int32_t> kRows[] = {
       {"12abc", 12, 12},
-      {" +7", 7, 7},
+      {"+7", 7, 7},
+      {" 7", 0, 0},
       {"--5", 0, 0},
       {"2147483648", 2147483648, INT32_MAX},
       {"-2147483649", -2147483649, INT32_MIN},

@@ -35,10 +35,8 @@ constexpr std::array<unsigned char, 256> make_upper_case() {
 
 constexpr auto kUpperCase = make_upper_case();
 
-// Accumulates digits, saturating at `limit`.
 template <typename Number>
 Number leading_number(std::string_view text) {
-  text = trimmed_front(text);
   bool negative = false;
   if (!text.empty() && (text.front() == '+' || text.front() == '-')) {
     negative = text.front() == '-';

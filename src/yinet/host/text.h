@@ -54,7 +54,7 @@ YINET_API std::string replaced(std::string_view text, std::string_view from, std
 YINET_API std::vector<std::string_view> split(std::string_view text, std::string_view delimiters);
 YINET_API std::string joined(const std::vector<std::string>& items, std::string_view separator);
 
-// Optional sign and digits at the start (leading blanks are skipped); 0 without digits; saturates at the type's ends.
+// Optional sign and digits at the start, where a blank is no digit; 0 without digits; saturates at the type's ends.
 YINET_API std::int32_t leading_int32(std::string_view text);
 YINET_API std::int64_t leading_int64(std::string_view text);
 
