@@ -75,10 +75,12 @@ TEST(YObject, BehavesLikeAListOfPairs) {
       }
     }
     const YObject copy = record;
-    ASSERT_EQ(copy.GetStringKeyCount(), static_cast<int>(model.size()));
-    for (std::size_t i = 0; i < model.size(); ++i) {
-      ASSERT_EQ(copy.GetStringKey(static_cast<int>(i)).str(), model[i].first);
-      ASSERT_EQ(copy.GetInteger(model[i].first), model[i].second);
+    for (const YObject* one : {static_cast<const YObject*>(&record), &copy}) {
+      ASSERT_EQ(one->GetStringKeyCount(), static_cast<int>(model.size()));
+      for (std::size_t i = 0; i < model.size(); ++i) {
+        ASSERT_EQ(one->GetStringKey(static_cast<int>(i)).str(), model[i].first);
+        ASSERT_EQ(one->GetInteger(model[i].first), model[i].second);
+      }
     }
   }
 }

@@ -12,6 +12,7 @@
 #include "yinet/host/setting_table.h"
 #include "yinet/host/yerror.h"
 #include "yinet/host/ylog.h"
+#include "yinet/host/yobject.h"
 
 namespace yinet {
 namespace {
@@ -69,6 +70,15 @@ TEST(ServicesUnderThreads, SettingsAreWholeWhileTheyChange) {
         load_settings_file("/dev/null");
       });
   set_settings_source(nullptr);
+  EXPECT_EQ(odd, 0);
+}
+
+TEST(ServicesUnderThreads, ARecordThatNobodyChangesIsReadByAll) {
+  YObject record;
+  for (int i = 0; i < 8; ++i) record.StoreText(std::to_string(i), "");
+  record.Delete("3");
+  std::atomic<int> odd = 0;
+  race([&] { odd += record.GetStringKey(2) == "2" && record.GetStringKey(6) == "7" ? 0 : 1; }, [](int) {});
   EXPECT_EQ(odd, 0);
 }
 

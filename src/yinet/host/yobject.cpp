@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "yinet/host/record_index.h"
 #include "yinet/host/text.h"
 
 namespace yinet {
@@ -138,75 +139,13 @@ std::uint64_t key_hash(std::string_view key) {
   return hash ^ (hash >> 32);
 }
 
-// Finds nodes by their `key`. Open addressing with the hash beside each pointer, so that neither growing nor walking
-// over neighbours touches the nodes themselves: that keeps look-ups flat up to millions of keys.
-template <typename Node>
-class KeyIndex {
- public:
-  [[nodiscard]] bool empty() const { return count_ == 0; }
-
-  [[nodiscard]] Node* find(std::uint64_t hash, std::string_view key) const {
-    for (std::size_t at = home(hash); slots_[at].node != nullptr; at = next(at)) {
-      if (slots_[at].hash == hash && equal_ignoring_case(slots_[at].node->key, key)) return slots_[at].node;
-    }
-    return nullptr;
-  }
-
-  void add(std::uint64_t hash, Node* node) {
-    if ((count_ + 1) * 4 > slots_.size() * 3) grow();
-    place(hash, node);
-    ++count_;
-  }
-
-  void remove(std::uint64_t hash, const Node* node) {
-    std::size_t hole = home(hash);
-    while (slots_[hole].node != node) hole = next(hole);
-    // Entries behind the hole move back unless they would land before their home.
-    for (std::size_t at = next(hole); slots_[at].node != nullptr; at = next(at)) {
-      const std::size_t from_home = (at - home(slots_[at].hash)) & mask();
-      if (from_home < ((at - hole) & mask())) continue;
-      slots_[hole] = slots_[at];
-      hole = at;
-    }
-    slots_[hole].node = nullptr;
-    --count_;
-  }
-
- private:
-  struct Slot {
-    std::uint64_t hash = 0;
-    Node* node = nullptr;
-  };
-
-  [[nodiscard]] std::size_t mask() const { return slots_.size() - 1; }
-  [[nodiscard]] std::size_t home(std::uint64_t hash) const { return static_cast<std::size_t>(hash) & mask(); }
-  [[nodiscard]] std::size_t next(std::size_t at) const { return (at + 1) & mask(); }
-
-  void place(std::uint64_t hash, Node* node) {
-    std::size_t at = home(hash);
-    while (slots_[at].node != nullptr) at = next(at);
-    slots_[at] = {hash, node};
-  }
-
-  void grow() {
-    std::vector<Slot> old(std::max<std::size_t>(32, slots_.size() * 2));
-    old.swap(slots_);
-    for (const Slot& slot : old) {
-      if (slot.node != nullptr) place(slot.hash, slot.node);
-    }
-  }
-
-  std::vector<Slot> slots_;  // a power of two
-  std::size_t count_ = 0;
-};
-
 }  // namespace
 
 // The entries of one record.
 //
 // String-keyed entries are nodes of their own, so that their addresses stay. `order_` holds them in order of arrival.
-// Deleting leaves a hole: the entries before `packed_` are without holes, and entries behind it are moved down one by
-// one as a position is asked for. So walking, popping from either end and deleting while walking cost one step each.
+// Deleting leaves a hole, and `ranks_` finds positions among holes; entries move together once less than half of the
+// slots hold one. So no pattern of deletions costs more than a few steps each, and reading changes nothing.
 class RecordEntries {
  public:
   struct Node {
@@ -233,11 +172,8 @@ class RecordEntries {
     const std::uint64_t hash = index_.empty() ? 0 : key_hash(key);
     if (Node* node = find_node(key, hash)) return node->value;
     order_.push_back(std::make_unique<Node>(key, order_.size()));
+    if (!ranks_.empty()) ranks_.append();
     Node* node = order_.back().get();
-    if (packed_ + 1 == order_.size()) {
-      ++packed_;
-      scan_ = order_.size();
-    }
     ++count_;
     if (!index_.empty()) index_.add(hash, node);
     else if (count_ > kLinearLimit) build_index();
@@ -249,26 +185,22 @@ class RecordEntries {
     const std::uint64_t hash = index_.empty() ? 0 : key_hash(key);
     Node* node = find_node(key, hash);
     if (node == nullptr) return false;
-    if (!index_.empty()) index_.remove(hash, node);
     const std::size_t slot = node->slot;
+    if (ranks_.empty() && slot + 1 < order_.size()) ranks_.fill(order_.size());
+    if (!index_.empty()) index_.remove(hash, node);
     order_[slot].reset();
     --count_;
-    if (slot < packed_) {
-      if (slot + 1 < packed_) scan_ = slot + 1;  // the packed entries behind the hole move down when they are asked for
-      packed_ = slot;
-    }
     while (!order_.empty() && order_.back() == nullptr) order_.pop_back();
-    packed_ = std::min(packed_, order_.size());
-    scan_ = std::min(scan_, order_.size());
+    if (!ranks_.empty()) update_ranks(slot);
     return true;
   }
 
   [[nodiscard]] int count() const { return static_cast<int>(count_); }
   [[nodiscard]] bool empty() const { return count_ == 0 && numbered_.empty(); }
-  [[nodiscard]] Node* at(int index) {
+  [[nodiscard]] Node* at(int index) const {
     if (index < 0 || static_cast<std::size_t>(index) >= count_) return nullptr;
-    pack_until(static_cast<std::size_t>(index));
-    return order_[static_cast<std::size_t>(index)].get();
+    const auto rank = static_cast<std::size_t>(index);
+    return order_[count_ == order_.size() ? rank : ranks_.slot_of(rank)].get();
   }
 
   void add_all(const RecordEntries& other) {
@@ -301,27 +233,22 @@ class RecordEntries {
     }
   }
 
-  void pack_until(std::size_t index) {
-    while (packed_ <= index) {
-      while (order_[scan_] == nullptr) ++scan_;
-      if (scan_ != packed_) {
-        order_[packed_] = std::move(order_[scan_]);
-        order_[packed_]->slot = packed_;
-      }
-      ++packed_;
-      ++scan_;
+  // After the entry in `slot` has gone.
+  void update_ranks(std::size_t slot) {
+    if (count_ * 2 >= order_.size()) {
+      ranks_.remove(slot);
+      ranks_.cut(order_.size());
+      return;
     }
-    if (packed_ == count_) {
-      order_.resize(count_);
-      scan_ = count_;
-    }
+    std::erase(order_, nullptr);
+    for (std::size_t i = 0; i < order_.size(); ++i) order_[i]->slot = i;
+    ranks_.fill(order_.size());
   }
 
   std::vector<std::unique_ptr<Node>> order_;
-  std::size_t packed_ = 0;  // slots before it hold entries, without holes
-  std::size_t scan_ = 0;    // where the next entry behind the packed part is looked for
   std::size_t count_ = 0;
-  KeyIndex<Node> index_;    // empty for small records
+  KeyIndex<Node> index_;  // empty for small records
+  SlotRanks ranks_;       // empty until there has been a hole
   std::map<int, RecordValue> numbered_;
 };
 

@@ -41,7 +41,7 @@ class RecordEntries;
 //
 // The record owns its values and copies deeply. A pointer to a value stays valid while other entries are added,
 // replaced or deleted, and while the same entry is stored again with the same type. Moving a record keeps them valid
-// too. A record belongs to one thread at a time; several threads may look up keys in one that nobody changes.
+// too. A record belongs to one thread at a time; several threads may read one that nobody changes.
 class YINET_API YObject {
  public:
   YObject();
