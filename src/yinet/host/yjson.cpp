@@ -207,7 +207,7 @@ class JsonReader {
   bool add_text(const std::string& utf8) {
     Frame& frame = top();
     if (frame.kind == Kind::object) {
-      frame.object.StoreText(frame.key, to_library_text(utf8, {}));
+      frame.object.Store<YString>(frame.key, YString(to_library_text(utf8, {})));
       return true;
     }
     if (frame.array.Count() > 0) return fail(kMixedArray);
@@ -280,15 +280,15 @@ std::optional<yinet::JsonError> YJSON::ParseValue(std::string_view json, std::st
                                                   yinet::JsonNotes* notes) {
   yinet::JsonReader reader(key, notes);
   if (auto error = yinet::read_json(json, reader)) return error;
-  record.Add(reader.document());
+  record.Add(std::move(reader.document()));
   return std::nullopt;
 }
 
 std::optional<yinet::JsonError> YJSON::Parse(std::string_view json, YObject& record, yinet::JsonNotes* notes) {
   yinet::JsonReader reader({}, notes);
   if (auto error = yinet::read_json(json, reader)) return error;
-  const YObject* object = reader.document().FindAt<YObject>(0);
+  YObject* const object = reader.document().FindAt<YObject>(0);
   if (object == nullptr) return yinet::JsonError{"a JSON object is expected", 0};
-  record.Add(*object);
+  record.Add(std::move(*object));
   return std::nullopt;
 }

@@ -356,6 +356,13 @@ void YObject::Add(const YObject& other) {
   entries_->add_all(*other.entries_);
 }
 
+void YObject::Add(YObject&& other) {
+  if (IsEmpty())
+    entries_.swap(other.entries_);
+  else
+    Add(std::as_const(other));
+}
+
 void YObject::SetFlags(std::string_view key, std::uint8_t flags) { set_flags_of(find_value(entries_, key), flags); }
 void YObject::SetFlags(int key, std::uint8_t flags) { set_flags_of(find_value(entries_, key), flags); }
 std::uint8_t YObject::GetFlags(std::string_view key) const { return flags_of(find_value(entries_, key)); }

@@ -84,6 +84,7 @@ class YINET_API YObject {
   [[nodiscard]] YString GetStringKey(int index) const;  // as first spelled; empty outside
   // Copies all entries of `other` into this record, string and integer keys alike; equal keys are replaced.
   void Add(const YObject& other);
+  void Add(YObject&& other);  // the same without copying where this record is empty
 
   void SetFlags(std::uint8_t flags) { flags_ = flags; }  // the record's own flag
   [[nodiscard]] std::uint8_t GetFlags() const { return flags_; }
