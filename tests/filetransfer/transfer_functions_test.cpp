@@ -146,7 +146,11 @@ TEST_F(TransferTest, InternetFunctionsFollowUrls) {
   YObject wrong;
   wrong.StoreText("pUrl", "no url");
   EXPECT_FALSE(call("INTERNET_LESEDATEI", wrong));
-  EXPECT_THAT(log.numbers(), ElementsAre(21548, 21520));
+  set(settings::kTransferTextLimit, "4");
+  read.StoreText("pUrl", root + "a%20b.txt");
+  EXPECT_FALSE(call("INTERNET_LESEDATEI", read));
+  EXPECT_EQ(read.GetString("pInhalt"), "");
+  EXPECT_THAT(log.numbers(), ElementsAre(21548, 21520, 21542));
 
   server.add_document("D\xC3\xBCse & Co", "page");
   set(settings::kSearchUrl, root + "$1$");

@@ -1,6 +1,7 @@
 // INTERNET_*: what a URL of any protocol leads to, as a file or as a text, and searching the web.
 
 #include <array>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -22,6 +23,8 @@
 
 namespace yinet {
 namespace {
+
+constexpr int kFailureLevel = 6;
 
 // Fetches `address` into the file `target`, redirects followed. A URL that is none fails as one without protocol.
 bool fetch(std::string_view address, const YString& target) {
@@ -62,19 +65,22 @@ void internet_download(YObject& parameters) {
   if (done) parameters.Store<YString>(key::kResponseFile, YString(replaced(target, "\\", "/")));
 }
 
+bool read_whole(const YString& name, YString& text) {
+  YFile file(name);
+  const bool fits = file.GetFileSize() <= setting_number(settings::kTransferTextLimit);
+  if (fits && file.Open(kOpenExisting, kAccessRead) && file.ReadAll(text.str())) return true;
+  text.Clear();
+  YLog.Event(kFailureLevel, message::kTransferDownloadFileFailed,
+             fits ? std::strerror(file.LastError()) : "longer than \"Dateitransfer\"/\"TextLimit\" allows");
+  return false;
+}
+
 void internet_read(YObject& parameters) {
   YString& text = live_text(parameters, key::kText);
   text.Clear();
   const auto name = fetch_to_temporary(parameters.GetString(key::kUrl));
-  bool done = false;
-  if (name) {
-    YFile file(*name);
-    done = file.Open(kOpenExisting, kAccessRead) && file.GetFileSize() <= setting_number(settings::kTransferTextLimit) &&
-           file.ReadAll(text.str());
-    file.Close();
-    YFile::Delete(*name);
-  }
-  store_result(parameters, done);
+  store_result(parameters, name && read_whole(*name, text));
+  if (name) YFile::Delete(*name);
 }
 
 void internet_search(YObject& parameters) {
