@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "support/bytes.h"
 #include "yinet/host/text.h"
 #include "yinet/host/yjson.h"
 #include "yinet/host/yobject.h"
@@ -110,8 +111,7 @@ TEST(YJson, WhatHasNoPlaceInARecordIsText) {
 }
 
 TEST(YJson, RefusesWhatItCannotTakeAndLeavesTheRecordAlone) {
-  std::string deep;
-  for (int i = 0; i < 100000; ++i) deep += "{\"a\":";
+  const std::string deep = yinet::test::times(100000, "{\"a\":");
   for (const std::string_view json : {std::string_view("[]"), std::string_view(R"({"a":[1,{}]})"),
                                       std::string_view(R"({"a":[[1]]})"), std::string_view("{\"a\":\"\xE4\"}"),
                                       std::string_view(R"({"a":1} x)"), std::string_view(), std::string_view(deep)}) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/bytes.h"
 #include "yinet/host/settings.h"
 #include "yinet/host/yjson.h"
 
@@ -9,15 +10,10 @@ namespace yinet {
 namespace {
 
 using namespace std::string_view_literals;
+using test::times;
 
 // What a record says, as JSON; "false" in front when the operation said so.
 std::string told(bool result, const YObject& record) { return (result ? "" : "false ") + YJSON::Write(record); }
-
-std::string repeated(std::string_view piece, int times) {
-  std::string all;
-  for (int i = 0; i < times; ++i) all += piece;
-  return all;
-}
 
 std::string body_of(std::string_view type, std::string_view body) {
   YObject fields;
@@ -151,11 +147,11 @@ TEST(HttpHelper, FormDataHasTextsAndFiles) {
 // Anything quadratic takes hours here and runs into the time limit of the test.
 TEST(HttpHelper, HostileInputCostsNoMoreThanItsSize) {
   YObject fields;
-  EXPECT_TRUE(HttpHelper.ParseHeader(YString("x\n" + repeated("A: 1\r\n", 1000000)), nullptr, &fields));
+  EXPECT_TRUE(HttpHelper.ParseHeader(YString("x\n" + times(1000000, "A: 1\r\n")), nullptr, &fields));
   EXPECT_EQ(fields.GetString("A").Length(), 1999999);
   EXPECT_TRUE(HttpHelper.ParseHeaderValue(YString(std::string(1 << 20, ';')), nullptr, &fields));
-  EXPECT_FALSE(HttpHelper.ExtractMessageParts(YBuffer("x" + repeated("\r\n\r", 1000000)), nullptr, nullptr));
-  EXPECT_EQ(body_of("multipart/form-data; boundary=b", repeated("\n--b-", 1000000)), "false {}");
+  EXPECT_FALSE(HttpHelper.ExtractMessageParts(YBuffer("x" + times(1000000, "\r\n\r")), nullptr, nullptr));
+  EXPECT_EQ(body_of("multipart/form-data; boundary=b", times(1000000, "\n--b-")), "false {}");
   EXPECT_EQ(body_of("multipart/form-data; boundary=" + std::string(70, '-'), std::string(5000000, '-')), "false {}");
   set_setting("HTTP", "FormularFelder", "3");
   EXPECT_EQ(body_of("application/x-www-form-urlencoded", "a=1&b=2&c=3&d=4"), R"(false {"a":"1","b":"2","c":"3"})");

@@ -32,11 +32,6 @@ constexpr std::size_t kMemoryKib = 256 * 1024;
 [[maybe_unused]] const bool kInMemory = std::filesystem::exists("/dev/shm") && setenv("TMPDIR", "/dev/shm", 0) == 0;
 
 std::string number(int i) { return std::to_string(i); }
-std::string times(int count, std::string_view piece) {
-  std::string text;
-  for (int i = 0; i < count; ++i) text += piece;
-  return text;
-}
 std::string each(int count, std::string (*piece)(int)) {
   std::string text;
   for (int i = 0; i < count; ++i) text += piece(i);

@@ -57,4 +57,10 @@ std::string pattern_bytes(std::size_t count, unsigned seed) {
   return bytes;
 }
 
+std::string times(int count, std::string_view piece) {
+  std::string text;
+  for (int i = 0; i < count; ++i) text += piece;
+  return text;
+}
+
 }  // namespace yinet::test

@@ -17,4 +17,6 @@ std::string from_hex(std::string_view digits);
 // `count` bytes that look random and are the same in every run with the same seed.
 std::string pattern_bytes(std::size_t count, unsigned seed = 1);
 
+std::string times(int count, std::string_view piece);
+
 }  // namespace yinet::test
