@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "ssh/ssh_test_kit.h"
+#include "yinet/filetransfer/yinet_file_transfer.h"
 #include "yinet/ssh/ssh_address.h"
 
 namespace yinet::test {
@@ -181,6 +182,11 @@ TEST_F(SshClientTest, HostKeysAreToldAndCheckedOnDemand) {
     EXPECT_THAT(log.last(21813).text, testing::HasSubstr("ssh-ed25519 SHA256:"));
     EXPECT_EQ(log.last(21814).number, accepted ? 0 : 21814);
     EXPECT_EQ(client.last_failure(), accepted ? SshFailure::none : SshFailure::host_key);
+    YInetFileTransfer through_libcurl;
+    through_libcurl.SetServerUrl(YString("sftp://" + server.address()));
+    through_libcurl.SetUsername(YString(SshServer::user()));
+    through_libcurl.SetPassword(YString(SshServer::password()));
+    EXPECT_EQ(through_libcurl.ExistsDirectory("/"), accepted) << file;
   }
 }
 

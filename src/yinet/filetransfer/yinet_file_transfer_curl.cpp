@@ -15,6 +15,7 @@
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
 #include "yinet/host/wire_text.h"
+#include "yinet/net/known_hosts.h"
 #include "yinet/net/sigpipe_guard.h"
 #include "yinet/net/tls_context.h"
 
@@ -175,7 +176,9 @@ bool YInetFileTransfer::SetCurlSecurity() {
   const long versions = newest ? long{CURL_SSLVERSION_DEFAULT} : long{CURL_SSLVERSION_MAX_TLSv1_2};
   // A password that was given is the login: keys of the account that runs the host are not tried then.
   const long ssh_login = password_.IsEmpty() ? long{CURLSSH_AUTH_DEFAULT} : long{CURLSSH_AUTH_PASSWORD | CURLSSH_AUTH_KEYBOARD};
-  return SetCurlOptInt(CURLOPT_SSH_AUTH_TYPES, ssh_login) && SetCurlOptInt(CURLOPT_SSLVERSION, versions) &&
+  const std::string known_hosts = known_hosts_path();
+  const char* const hosts_file = known_hosts.empty() ? nullptr : known_hosts.c_str();
+  return SetCurlOptPointer(CURLOPT_SSH_KNOWNHOSTS, hosts_file) && SetCurlOptInt(CURLOPT_SSH_AUTH_TYPES, ssh_login) && SetCurlOptInt(CURLOPT_SSLVERSION, versions) &&
          SetCurlOptInt(CURLOPT_USE_SSL, ftps ? CURLUSESSL_ALL : CURLUSESSL_NONE) &&
          SetCurlOptInt(CURLOPT_SSL_VERIFYHOST, verify_name) && SetCurlOptInt(CURLOPT_SSL_VERIFYPEER, verify ? 1 : 0) &&
          SetCurlOptInt(CURLOPT_PROXY_SSL_VERIFYHOST, verify_name) &&

@@ -12,6 +12,7 @@
 #include "yinet/host/yfile.h"
 #include "yinet/host/ylog.h"
 #include "yinet/net/contained.h"
+#include "yinet/net/known_hosts.h"
 #include "yinet/ssh/private_key.h"
 #include "yinet/ssh/ssh_address.h"
 #include "yinet/ssh/ssh_client_state.h"
@@ -24,14 +25,6 @@ namespace {
 constexpr int kNoticeLevel = 8;
 
 bool has_nul(std::string_view text) { return text.find('\0') != std::string_view::npos; }
-
-// A file that cannot be named holds no known host.
-std::string known_hosts_path() {
-  const std::string file = setting_text(settings::kSshKnownHosts);
-  if (file.empty()) return {};
-  const std::string path = YFileManager.ResolveSystemPath(file);
-  return path.empty() ? "/dev/null" : path;
-}
 
 }  // namespace
 
