@@ -36,7 +36,7 @@ void remark_unknown_setting(const std::string& path) {
 
 // What the value lacks, or the empty text.
 std::string_view misfit(const Setting& setting, std::string_view value) {
-  if (setting.unit == SettingUnit::text) return "";
+  if (setting.unit == SettingUnit::text || setting.unit == SettingUnit::secret) return "";
   if (setting.unit == SettingUnit::boolean) return flag_word(value) ? "" : "the value must be 0 or 1";
   const bool number = !value.empty() && value.find_first_not_of("0123456789") == std::string_view::npos;
   return number ? "" : "the value must be a number of 0 or more";

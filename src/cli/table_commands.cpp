@@ -23,14 +23,14 @@ std::string_view unit_name(SettingUnit unit) {
     case SettingUnit::seconds: return "s";
     case SettingUnit::bytes: return "bytes";
     case SettingUnit::count: return "count";
-    case SettingUnit::percent: return "%";
+    case SettingUnit::secret: return "text, never shown";
   }
   return "";
 }
 
 std::string shown_value(const Setting& setting) {
   const std::string value = setting_text(setting);
-  return &setting == &settings::kProxyPassword && !value.empty() ? "***" : printable(value);
+  return setting.unit == SettingUnit::secret && !value.empty() ? "***" : printable(value);
 }
 
 // Those whose section or name holds the text.

@@ -11,12 +11,12 @@
 #include "yinet/filetransfer/curl_library.h"
 #include "yinet/filetransfer/transfer_formats.h"
 #include "yinet/filetransfer/transfer_state.h"
+#include "yinet/host/contained.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/text.h"
 #include "yinet/host/wire_text.h"
 #include "yinet/host/ylog.h"
 #include "yinet/host/ytextmanager.h"
-#include "yinet/net/contained.h"
 
 using namespace yinet;
 

@@ -12,10 +12,10 @@
 #include "yinet/filetransfer/transfer_formats.h"
 #include "yinet/filetransfer/transfer_state.h"
 #include "yinet/filetransfer/yinet_file_transfer.h"
+#include "yinet/host/contained.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/wire_text.h"
-#include "yinet/net/contained.h"
 
 using namespace yinet;
 

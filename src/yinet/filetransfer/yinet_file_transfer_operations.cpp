@@ -10,11 +10,11 @@
 #include "yinet/filetransfer/curl_library.h"
 #include "yinet/filetransfer/transfer_state.h"
 #include "yinet/filetransfer/yinet_file_transfer.h"
+#include "yinet/host/contained.h"
 #include "yinet/host/descriptor.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/yfile.h"
-#include "yinet/net/contained.h"
 
 using namespace yinet;
 
@@ -122,11 +122,13 @@ bool YInetFileTransfer::DownloadToString(const YString& remote, YString& text) {
 }
 
 bool YInetFileTransfer::CreateDirectoryA(const YString& remote) {
-  return RunCommand(message::kTransferCreateFolderFailed, message::kTransferCreateFolderProtocol, "MKD", "mkdir", remote);
+  return RunCommand(message::kTransferCreateFolderFailed, message::kTransferCreateFolderProtocol, "MKD", "mkdir",
+                    remote);
 }
 
 bool YInetFileTransfer::DeleteDirectory(const YString& remote) {
-  return RunCommand(message::kTransferDeleteFolderFailed, message::kTransferDeleteFolderProtocol, "RMD", "rmdir", remote);
+  return RunCommand(message::kTransferDeleteFolderFailed, message::kTransferDeleteFolderProtocol, "RMD", "rmdir",
+                    remote);
 }
 
 bool YInetFileTransfer::DeleteFileA(const YString& remote) {

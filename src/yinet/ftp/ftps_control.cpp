@@ -13,12 +13,12 @@
 #include "yinet/ftp/ftp_answers.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/ftp/ftps_state.h"
+#include "yinet/host/contained.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
 #include "yinet/host/wire_text.h"
 #include "yinet/host/ylog.h"
-#include "yinet/net/contained.h"
 #include "yinet/net/readiness.h"
 
 using namespace yinet;
@@ -187,8 +187,8 @@ int ftps::connect_control() {
 
 int ftps::connect_through_socks() {
   const std::string proxy = address_text(proxy_host_, proxy_port_);
-  int result = Connect(host_, static_cast<unsigned int>(port_), proxy_host_, static_cast<unsigned int>(proxy_port_), false,
-                       proxy_user_, proxy_password_);
+  int result = Connect(host_, static_cast<unsigned int>(port_), proxy_host_, static_cast<unsigned int>(proxy_port_),
+                       false, proxy_user_, proxy_password_);
   if (result != kDone) {
     YLog.DebugEvent(kTraceChannel, message::kFtpProxyStep, proxy, std::to_string(result));
     return result;
@@ -320,14 +320,17 @@ int ftps::read_reply() {
       return kTimeOver;
     }
     if (bio == nullptr) return kTimeOver;  // nothing can come any more
-    if (!may_end) rest.reset();
-    else if (!rest) rest.emplace(milliseconds(setting_number(settings::kFtpReplyRest)));
+    if (!may_end)
+      rest.reset();
+    else if (!rest)
+      rest.emplace(milliseconds(setting_number(settings::kFtpReplyRest)));
 
     const int count = Receive(piece, kReplyPiece, false);
     if (count < 0) {
       if (may_end) return give_out();
       replies.clear();
-      return count == kReceiveEnded ? failed_with(kReceiveFailed, kNotConnected) : failed_with(kReceiveError, kFailed);
+      return count == SecureSocket::kReceiveEnded ? failed_with(kReceiveFailed, kNotConnected)
+                                                  : failed_with(kReceiveError, kFailed);
     }
     if (count > 0) {
       replies.feed(std::string_view(piece).substr(0, static_cast<std::size_t>(count)));

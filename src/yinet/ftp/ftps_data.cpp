@@ -7,11 +7,11 @@
 #include "yinet/ftp/ftp_answers.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/ftp/ftps_state.h"
+#include "yinet/host/contained.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
 #include "yinet/host/ylog.h"
-#include "yinet/net/contained.h"
 #include "yinet/net/partner_info.h"
 
 using namespace yinet;

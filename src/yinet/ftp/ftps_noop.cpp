@@ -10,9 +10,9 @@
 
 #include "yinet/ftp/ftps.h"
 #include "yinet/ftp/ftps_state.h"
+#include "yinet/host/contained.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
-#include "yinet/net/contained.h"
 
 namespace yinet {
 
@@ -80,9 +80,12 @@ int ftps::m_NoopThread(ftps* object, FtpStopEvent* stop_event) {
     while (!stopped()) {
       const std::lock_guard guard(object->state_->dialogue);
       object->set_last_command("NOOP");
-      if (!object->connected()) object->set_last_mes(YString(kUnconnected));
-      else if (object->send_line("NOOP")) object->get_ftpserver_mes();
-      else object->set_last_mes(YString(kSendFailed));
+      if (!object->connected())
+        object->set_last_mes(YString(kUnconnected));
+      else if (object->send_line("NOOP"))
+        object->get_ftpserver_mes();
+      else
+        object->set_last_mes(YString(kSendFailed));
     }
     return 0;
   });

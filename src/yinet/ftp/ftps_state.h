@@ -24,7 +24,5 @@ namespace ftp {
 
 inline constexpr int kTraceChannel = 217;
 
-inline constexpr int kReceiveEnded = -1000;  // of SecureSocket::Receive
-
 }  // namespace ftp
 }  // namespace yinet

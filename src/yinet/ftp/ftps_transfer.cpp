@@ -10,6 +10,7 @@
 #include "yinet/ftp/ftp_answers.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/ftp/ftps_state.h"
+#include "yinet/host/contained.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
@@ -17,7 +18,6 @@
 #include "yinet/host/ybuffer.h"
 #include "yinet/host/yfile.h"
 #include "yinet/host/ylog.h"
-#include "yinet/net/contained.h"
 #include "yinet/net/readiness.h"
 
 using namespace yinet;
@@ -154,7 +154,7 @@ int ftps::receive_file(SecureSocket& data, YFile& target, std::int64_t size) {
       data.Close();
       return broken_off(kTimeOver);
     }
-    if (count == kReceiveEnded) break;
+    if (count == SecureSocket::kReceiveEnded) break;
     if (count == 0) data.wait_for_input(poll_time(deadline.left()));
   }
   YLog.DebugEnd(kTraceChannel, message::kFtpTransferEnds, name);
@@ -208,9 +208,8 @@ int ftps::send_file(SecureSocket& data, const YBuffer& content) {
   YLog.DebugEvent(kTraceChannel, message::kFtpTransferBegins, name);
   const Deadline deadline{milliseconds(upload_timeout_)};
   if (state_->progress) {
-    data.on_sent([this, &content](std::size_t sent) {
-      state_->progress(static_cast<std::int64_t>(sent), content.Size());
-    });
+    data.on_sent(
+        [this, &content](std::size_t sent) { state_->progress(static_cast<std::int64_t>(sent), content.Size()); });
   }
   for (bool sent = data.Send(content); !sent; sent = data.send_rest(content)) {
     if (data.is_broken() || deadline.passed()) {

@@ -18,7 +18,15 @@
 
 namespace yinet {
 
-enum class SettingUnit { text, boolean, milliseconds, seconds, bytes, count, percent };
+enum class SettingUnit {
+  text,
+  boolean,
+  milliseconds,
+  seconds,
+  bytes,
+  count,
+  secret
+};  // secret: text that is shown nowhere
 
 // One row of the table. Section and name are German, Windows-1252, and compared without regard to case.
 struct Setting {

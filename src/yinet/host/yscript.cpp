@@ -59,10 +59,6 @@ void register_script_function(std::string_view class_name, std::string_view func
   // The replaced function is released here, outside the lock.
 }
 
-bool has_script_function(std::string_view class_name, std::string_view function_name) {
-  return find_function(class_name, function_name) != nullptr;
-}
-
 }  // namespace yinet
 
 bool YScriptClass::ExecuteFunction(std::string_view class_name, std::string_view function_name, int /*reserved*/,

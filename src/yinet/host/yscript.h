@@ -15,7 +15,6 @@ using ScriptClassFunction = std::function<void(YObject& parameters)>;
 // compared without regard to case. Safe from several threads; a running function may be replaced.
 YINET_API void register_script_function(std::string_view class_name, std::string_view function_name,
                                         ScriptClassFunction function);
-YINET_API bool has_script_function(std::string_view class_name, std::string_view function_name);
 
 }  // namespace yinet
 

@@ -22,7 +22,6 @@ using yinet::ReplyProgress;
 
 namespace {
 
-constexpr int kFailureLevel = 6;
 constexpr int kTraceChannel = 2190;
 constexpr int kReadSize = 1024;
 constexpr int kStatusOk = 200;
@@ -34,7 +33,7 @@ bool guarded(std::string_view operation, Body body) noexcept {
   try {
     return body();
   } catch (const std::exception& error) {
-    YLog.Event(kFailureLevel, message::kScriptFunctionFailed, operation, error.what());
+    YLog.Event(message::kErrorLevel, message::kScriptFunctionFailed, operation, error.what());
     return false;
   }
 }
@@ -49,14 +48,10 @@ void trace_end(bool done, const YString& status, const YBuffer& response) {
 
 std::size_t size_setting(const yinet::Setting& setting) { return static_cast<std::size_t>(setting_number(setting)); }
 
-int count_setting(const yinet::Setting& setting) {
-  return static_cast<int>(std::min<std::int64_t>(setting_number(setting), std::numeric_limits<int>::max()));
-}
-
 yinet::ReplyLimits reply_limits() {
   return {.header_bytes = size_setting(settings::kHttpHeaderLimit),
           .body_bytes = size_setting(settings::kHttpBodyLimit),
-          .cookies = count_setting(settings::kHttpCookieLimit)};
+          .cookies = setting_int(settings::kHttpCookieLimit)};
 }
 
 // Names beyond the limit are passed over: a server can't push out what was kept before.
@@ -90,9 +85,9 @@ class Patience {
     return std::max<std::int64_t>(left, 0);
   }
 
-  const std::int64_t pause_ms_ = count_setting(settings::kHttpIdlePause);
+  const std::int64_t pause_ms_ = setting_int(settings::kHttpIdlePause);
   const std::int64_t most_idle_polls_ = setting_number(settings::kHttpIdlePolls);
-  const std::int64_t time_limit_ms_ = count_setting(settings::kHttpTimeLimit);
+  const std::int64_t time_limit_ms_ = setting_int(settings::kHttpTimeLimit);
   const bool limited_ = time_limit_ms_ != 0;
   const Clock::time_point end_ = Clock::now() + std::chrono::milliseconds(time_limit_ms_);
   std::int64_t idle_polls_ = 0;
@@ -100,7 +95,7 @@ class Patience {
 
 // Some failures share a number; the extra text tells them apart.
 void log_failure(int number, std::string_view extra) {
-  YLog.EventEx(kFailureLevel, number, YTextManager.GetYText(number), extra);
+  YLog.EventEx(message::kErrorLevel, number, YTextManager.GetYText(number), extra);
 }
 
 void log_failure(ReplyProgress failure, const yinet::ReplyLimits& limits) {
@@ -109,13 +104,13 @@ void log_failure(ReplyProgress failure, const yinet::ReplyLimits& limits) {
       return log_failure(message::kHttpServerSilent,
                          yinet::formatted("header of more than $1$ bytes", std::to_string(limits.header_bytes)));
     case ReplyProgress::body_too_long:
-      return YLog.Event(kFailureLevel, message::kHttpReplyTooLarge, settings::kHttpBodyLimit.name,
+      return YLog.Event(message::kErrorLevel, message::kHttpReplyTooLarge, settings::kHttpBodyLimit.name,
                         std::to_string(limits.body_bytes));
     case ReplyProgress::malformed:
       return log_failure(message::kHttpReceiveFailed, "length or chunks of the body can't be read");
     case ReplyProgress::cut:
     case ReplyProgress::more:
-    case ReplyProgress::complete: return YLog.Event(kFailureLevel, message::kHttpReceiveFailed);
+    case ReplyProgress::complete: return YLog.Event(message::kErrorLevel, message::kHttpReceiveFailed);
   }
 }
 
@@ -151,8 +146,8 @@ bool HTTP::POST(const YString& url, const YBuffer& content, const YString& conte
       const int size = static_cast<int>(content.Size());
       head = GenarateHeader(EREQUST_TYPE::post, host, path, &size, &contentType);
     } else {
-      YLog.EventEx(kFailureLevel, message::kHttpSendFailed, YTextManager.GetYText(message::kHttpSendFailed, host),
-                   "content of more than 2147483647 bytes");
+      YLog.EventEx(message::kErrorLevel, message::kHttpSendFailed,
+                   YTextManager.GetYText(message::kHttpSendFailed, host), "content of more than 2147483647 bytes");
     }
     bool done = false;
     if (!head.IsEmpty()) {
@@ -194,7 +189,7 @@ YString HTTP::GenarateHeader(const EREQUST_TYPE& type, const YString& host, cons
                                 .content_length = contentLength ? *contentLength : 0,
                                 .content_type = contentType ? std::string_view(*contentType) : std::string_view()};
   if (const auto value = line_breaking_value(head)) {
-    YLog.Event(kFailureLevel, message::kHttpLineBreakRefused, *value);
+    YLog.Event(message::kErrorLevel, message::kHttpLineBreakRefused, *value);
     return {};
   }
   return request_head_text(head);
@@ -208,19 +203,19 @@ bool HTTP::DoRequest(const YString& host, const unsigned& port, YBuffer& request
   // Without its context the socket would send in clear what was meant for TLS.
   const bool ready = !useTls || socket.GetSSLContext() != nullptr;
   if (!ready || socket.Connect(host, port, false) != 0) {
-    YLog.Event(kFailureLevel, message::kHttpConnectFailed, host);
+    YLog.Event(message::kErrorLevel, message::kHttpConnectFailed, host);
     return false;
   }
   socket.read_ahead(true);
   if (!socket.Send(request)) {
-    YLog.Event(kFailureLevel, message::kHttpSendFailed, host);
+    YLog.Event(message::kErrorLevel, message::kHttpSendFailed, host);
     socket.Close();
     return false;
   }
   YObject header;
   const bool done = ReceiveResponse(socket, response, header, status);
   if (const auto* set_by_reply = header.Find<YObject>(yinet::kCookies))
-    merge_cookies(*set_by_reply, count_setting(settings::kHttpCookieLimit), cookies_.Ensure<YObject>(host));
+    merge_cookies(*set_by_reply, setting_int(settings::kHttpCookieLimit), cookies_.Ensure<YObject>(host));
   socket.Close();
   contentType = header.GetString("Content-Type");
   return done;
@@ -259,7 +254,7 @@ bool HTTP::ReceiveResponse(SecureSocket& socket, YBuffer& body, YObject& header,
 }
 
 void HTTP::ParseHeader(YString& headerText, YObject& header, YString& status) {
-  yinet::parse_header_block(headerText, count_setting(settings::kHttpCookieLimit), header, status);
+  yinet::parse_header_block(headerText, setting_int(settings::kHttpCookieLimit), header, status);
 }
 
 bool HTTP::isResponseContentComplete(const YBuffer& body, const bool& chunked, const int& contentLength) {

@@ -12,11 +12,11 @@
 namespace yinet {
 namespace {
 
-constexpr int kFailureLevel = 6;
 constexpr unsigned kNumbers = 1000000;
 
 void report(const YFile& file, int error) {
-  YLog.Event(kFailureLevel, message::kHttpResponseFileFailed, file.GetName(), std::generic_category().message(error));
+  YLog.Event(message::kErrorLevel, message::kHttpResponseFileFailed, file.GetName(),
+             std::generic_category().message(error));
 }
 
 // Not open when every number is taken or the folder takes no file at all.

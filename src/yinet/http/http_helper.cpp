@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
+#include "yinet/host/contained.h"
 #include "yinet/host/text.h"
 #include "yinet/http/http_body.h"
 #include "yinet/http/http_message.h"
-#include "yinet/net/contained.h"
 
 constinit HttpHelper_class HttpHelper;
 

@@ -20,11 +20,11 @@
 #include <thread>
 
 #include "yinet/dns/ynet_dns.h"
+#include "yinet/host/contained.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
 #include "yinet/net/bio_chain.h"
-#include "yinet/net/contained.h"
 #include "yinet/net/host_address.h"
 #include "yinet/net/readiness.h"
 #include "yinet/net/sigpipe_guard.h"

@@ -74,8 +74,9 @@ class YINET_API SecureSocket {
   bool Send(const YBuffer& data);
   bool Send(const YString& data);
   // Sizes the target to exactly `size` bytes and reads once: what arrived stands at the front, zeros behind it.
-  // Result: the count; 0 without a connection and, on a non-blocking object, when nothing is there; -1000 when the
-  // connection has ended or failed (logged unless `quiet` or a plain end).
+  // Result: the count; 0 without a connection and, on a non-blocking object, when nothing is there; kReceiveEnded when
+  // the connection has ended or failed (logged unless `quiet` or a plain end).
+  static constexpr int kReceiveEnded = -1000;
   int Receive(YBuffer& target, const int& size, bool quiet);
   int Receive(YString& target, const int& size, bool quiet);
 

@@ -9,11 +9,11 @@
 #include <string_view>
 
 #include "yinet/host/codepage.h"
+#include "yinet/host/contained.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
 #include "yinet/net/bio_chain.h"
-#include "yinet/net/contained.h"
 #include "yinet/net/host_address.h"
 #include "yinet/net/openssl_handles.h"
 #include "yinet/net/port_owner.h"

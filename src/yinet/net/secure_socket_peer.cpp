@@ -8,9 +8,9 @@
 #include <string>
 #include <string_view>
 
+#include "yinet/host/contained.h"
 #include "yinet/host/text.h"
 #include "yinet/net/bio_chain.h"
-#include "yinet/net/contained.h"
 #include "yinet/net/host_address.h"
 #include "yinet/net/partner_info.h"
 #include "yinet/net/secure_socket.h"

@@ -7,11 +7,10 @@
 #include <string>
 #include <utility>
 
+#include "yinet/host/contained.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
-#include "yinet/host/yenviron.h"
-#include "yinet/net/contained.h"
 #include "yinet/net/partner_info.h"
 #include "yinet/net/readiness.h"
 #include "yinet/net/secure_socket.h"
@@ -27,15 +26,17 @@ constexpr int kNothingToDo = -1;
 constexpr int kConnectionFailed = -3;
 constexpr int kProtocolFailed = -4;
 
-constexpr int kReplyBytes = 2;        // what every reply begins with
-constexpr int kSocks5TypeBytes = 2;   // reserved byte and address type
-constexpr int kSocks4TailBytes = 6;   // port and address
+constexpr int kReplyBytes = 2;       // what every reply begins with
+constexpr int kSocks5TypeBytes = 2;  // reserved byte and address type
+constexpr int kSocks4TailBytes = 6;  // port and address
 
 constexpr auto kSocks5Refusals = std::to_array<std::string_view>(
     {"", "general failure", "not allowed by the rules", "network unreachable", "host unreachable", "connection refused",
      "time to live expired", "command not supported", "address type not supported"});
 
-unsigned char byte_at(const YBuffer& bytes, long position) { return static_cast<unsigned char>(bytes.GetChar(position)); }
+unsigned char byte_at(const YBuffer& bytes, long position) {
+  return static_cast<unsigned char>(bytes.GetChar(position));
+}
 
 std::string refusal_text(unsigned char code) {
   std::string text = "reply code " + std::to_string(code);
@@ -59,7 +60,8 @@ int SecureSocket::SocksConnect(const unsigned int& version) {
 }
 
 int SecureSocket::SocksFailure(int number, int result, std::string_view cause) {
-  report(kConnectLevel, number, cause, connectTarget, formatted("$1$:$2$", socksTargetAddress, std::to_string(socksTargetPort)));
+  report(kConnectLevel, number, cause, connectTarget,
+         formatted("$1$:$2$", socksTargetAddress, std::to_string(socksTargetPort)));
   return result;
 }
 
@@ -136,7 +138,7 @@ bool SecureSocket::PerformSOCKS5Auth(const char& method) {
       break;  // was not offered
     default: break;
   }
-  YLog.Event(kConnectLevel, message::kSocks5MethodUnsupported, YEnviron.Get("System", "Name"), PartnerAddress());
+  YLog.Event(kConnectLevel, message::kSocks5MethodUnsupported, setting_text(settings::kSystemName), PartnerAddress());
   return false;
 }
 

@@ -11,13 +11,13 @@
 #include <string>
 #include <utility>
 
+#include "yinet/host/contained.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
 #include "yinet/host/yfile.h"
 #include "yinet/net/bio_chain.h"
 #include "yinet/net/certificate_info.h"
-#include "yinet/net/contained.h"
 #include "yinet/net/openssl_handles.h"
 #include "yinet/net/readiness.h"
 #include "yinet/net/secure_socket.h"

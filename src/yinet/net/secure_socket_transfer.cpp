@@ -14,11 +14,11 @@
 #include <optional>
 #include <utility>
 
+#include "yinet/host/contained.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
 #include "yinet/net/bio_chain.h"
-#include "yinet/net/contained.h"
 #include "yinet/net/readiness.h"
 #include "yinet/net/secure_socket.h"
 #include "yinet/net/sigpipe_guard.h"
@@ -30,8 +30,6 @@ namespace yinet {
 namespace {
 
 using std::chrono::milliseconds;
-
-constexpr int kReceiveFailed = -1000;  // result of every Receive on a connection that has ended or failed
 
 enum class Io {
   done,        // at least one byte
@@ -63,8 +61,9 @@ IoResult why_nothing_moved(BIO* bio, int system_error) {
   return {error == 0 && system_error == 0 ? Io::closed : Io::failed, 0, system_error};
 }
 
-// A delayed handshake whose certificate counts, as far as it goes without waiting. After `done` bytes may follow.
+// A delayed handshake whose certificate counts (there may be none), as far as it goes without waiting. After `done` bytes may follow.
 IoResult handshake_step(BIO* bio, SocketState& state) {
+  if (!state.judge_peer) return {Io::done};
   ERR_clear_error();
   errno = 0;
   if (BIO_do_handshake(bio) <= 0) return why_nothing_moved(bio, errno);
@@ -77,10 +76,7 @@ IoResult read_step(BIO* bio, SocketState& state, char* target, std::size_t size)
   if (is_connecting(bio) && !is_ready(descriptor_of(bio), POLLOUT)) return {Io::connecting};
   std::optional<SigpipeGuard> no_sigpipe;
   if (session_of(bio) != nullptr) no_sigpipe.emplace();  // a TLS read may have to answer
-  if (state.judge_peer) {
-    const IoResult handshake = handshake_step(bio, state);
-    if (handshake.outcome != Io::done) return handshake;
-  }
+  if (const IoResult handshake = handshake_step(bio, state); handshake.outcome != Io::done) return handshake;
   ERR_clear_error();
   errno = 0;
   std::size_t count = 0;
@@ -89,10 +85,7 @@ IoResult read_step(BIO* bio, SocketState& state, char* target, std::size_t size)
 }
 
 IoResult write_step(BIO* bio, SocketState& state, std::string_view content) {
-  if (state.judge_peer) {
-    const IoResult handshake = handshake_step(bio, state);
-    if (handshake.outcome != Io::done) return handshake;
-  }
+  if (const IoResult handshake = handshake_step(bio, state); handshake.outcome != Io::done) return handshake;
   ERR_clear_error();
   errno = 0;
   std::size_t count = 0;
@@ -254,13 +247,13 @@ int receive_and_report(BIO* bio, SocketState& state, char* target, int size, boo
         if (!blocking) return 0;
         const short event = result.outcome == Io::connecting ? POLLOUT : state.input_event;
         if (wait_ready(descriptor_of(bio), event) == Readiness::ready) break;
-        return kReceiveFailed;
+        return SecureSocket::kReceiveEnded;
       }
       case Io::closed:
       case Io::failed: {
         const std::string error = take_tls_error();
         if (!quiet && !error.empty()) report(kTransferLevel, number, error);
-        return kReceiveFailed;
+        return SecureSocket::kReceiveEnded;
       }
     }
   }
@@ -334,13 +327,13 @@ bool SecureSocket::is_broken() const { return state_->broken; }
 void SecureSocket::on_sent(std::function<void(std::size_t)> observer) { state_->on_sent = std::move(observer); }
 
 int SecureSocket::Receive(YBuffer& target, const int& size, bool quiet) {
-  return contained(kReceiveFailed, [&] {
+  return contained(kReceiveEnded, [&] {
     return blocking ? ReceiveBlocking(target, size, quiet) : ReceiveNonBlocking(target, size, quiet);
   });
 }
 
 int SecureSocket::Receive(YString& target, const int& size, bool quiet) {
-  return contained(kReceiveFailed, [&] {
+  return contained(kReceiveEnded, [&] {
     return blocking ? ReceiveBlocking(target, size, quiet) : ReceiveNonBlocking(target, size, quiet);
   });
 }
@@ -368,7 +361,7 @@ bool SecureSocket::GetBinaryFromReceive(YBuffer& target, int count) {
     while (bio != nullptr) {
       YBuffer scratch;
       const int received = Receive(scratch, count, false);
-      if (received == kReceiveFailed) return false;
+      if (received == kReceiveEnded) return false;
       if (received > 0) target.Add(scratch);  // all `count` bytes, as callers know it
       if (received == count) return true;
       if (received == 0 && !wait_for_input(wait_ms)) return false;

@@ -5,13 +5,13 @@
 #include <string>
 #include <utility>
 
+#include "yinet/host/contained.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
 #include "yinet/host/wire_text.h"
 #include "yinet/host/yfile.h"
 #include "yinet/host/ylog.h"
-#include "yinet/net/contained.h"
 #include "yinet/net/known_hosts.h"
 #include "yinet/ssh/private_key.h"
 #include "yinet/ssh/ssh_address.h"
@@ -37,9 +37,10 @@ bool sshClient::connect(const YString& host, const int& port, const YString& use
                         const YString& proxyPassword) {
   return contained(false, [&] {
     state_->clear_failure();
-    const bool connected = open_connection(host, port == 0 ? kSshPort : port, user, proxyHost,
-                                           proxyPort == 0 ? kSocksPort : proxyPort, proxyType, proxyUser, proxyPassword) &&
-                           verifyServer() && authenticate(user, password);
+    const bool connected =
+        open_connection(host, port == 0 ? kSshPort : port, user, proxyHost, proxyPort == 0 ? kSocksPort : proxyPort,
+                        proxyType, proxyUser, proxyPassword) &&
+        verifyServer() && authenticate(user, password);
     if (!connected) disconnect();
     return connected;
   });

@@ -9,6 +9,7 @@
 #include <limits>
 #include <string>
 
+#include "yinet/host/contained.h"
 #include "yinet/host/descriptor.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
@@ -17,7 +18,6 @@
 #include "yinet/host/yerror.h"
 #include "yinet/host/yfile.h"
 #include "yinet/host/ytextmanager.h"
-#include "yinet/net/contained.h"
 #include "yinet/ssh/ssh_client.h"
 #include "yinet/ssh/ssh_client_state.h"
 #include "yinet/ssh/ssh_transfer.h"
@@ -26,14 +26,14 @@ using namespace yinet;
 
 namespace {
 
-constexpr mode_t kNewMode = 0705;  // of files and folders; the server's mask may take bits away
+constexpr mode_t kNewMode = 0705;   // of files and folders; the server's mask may take bits away
 constexpr char kNoDelimiter = '?';  // for the delimiter of item lists in a name
 constexpr std::uint32_t kShareAll = kShareRead | kShareWrite;
 
 // Status codes of an SFTP server (draft-ietf-secsh-filexfer-02, 7, and two of later drafts that servers send).
 constexpr auto kStatusTexts = std::to_array<std::string_view>(
-    {"", "end of file", "no such file", "permission denied", "failure", "bad message", "no connection", "connection lost",
-     "operation not supported", "invalid handle", "no such path", "it exists already"});
+    {"", "end of file", "no such file", "permission denied", "failure", "bad message", "no connection",
+     "connection lost", "operation not supported", "invalid handle", "no such path", "it exists already"});
 
 std::string status_text(sftp_session session) {
   const auto code = static_cast<std::size_t>(sftp_get_error(session));
@@ -45,7 +45,8 @@ void raise(int number, const YString& first, const YString& second, const YStrin
 }
 YString system_text(const YFile& file) { return YString(std::strerror(file.LastError())); }
 YString server_text(sftp_session session) {
-  return YTextManager.GetYText(message::kSshUploadContext, std::to_string(sftp_get_error(session)), status_text(session));
+  return YTextManager.GetYText(message::kSshUploadContext, std::to_string(sftp_get_error(session)),
+                               status_text(session));
 }
 
 template <typename Number>
@@ -104,7 +105,8 @@ bool sshClient::in_session(sftp_session_struct* given, const YString& remote, Wo
     const Own own{*this, given == nullptr ? initFileTransferSession() : nullptr};
     sftp_session_struct* const session = given != nullptr ? given : own.session;
     if (session == nullptr) return false;
-    if (state_->find(session) == state_->sessions.end()) return failed(SshFailure::broken, "the SFTP session has ended");
+    if (state_->find(session) == state_->sessions.end())
+      return failed(SshFailure::broken, "the SFTP session has ended");
     return work(session, text_for_wire(remote).c_str());
   });
 }
