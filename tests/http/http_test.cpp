@@ -1,11 +1,29 @@
-// The client against peers that are scripted byte by byte.
+// HTTP and SOAP calls: against peers that are scripted byte by byte, and a real server. The ordinary calls of the script
+// functions are made by the command line's tests.
+
+#include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include <chrono>
+#include <csignal>
+#include <filesystem>
 
-#include "http/http_fixture.h"
+#include "support/bytes.h"
 #include "support/certificates.h"
+#include "support/log_capture.h"
+#include "support/nginx_server.h"
 #include "support/ports.h"
-#include "support/tls_context.h"
+#include "support/requirements.h"
+#include "support/scripted_peer.h"
+#include "support/temp_dir.h"
+#include "yinet/host/setting_table.h"
+#include "yinet/host/text.h"
+#include "yinet/host/yfile.h"
+#include "yinet/host/yjson.h"
+#include "yinet/http/http.h"
+#include "yinet/http/http_body_file.h"
+#include "yinet/http/soap_envelope.h"
+#include "yinet/script/functions.h"
 
 namespace yinet::test {
 namespace {
@@ -13,51 +31,95 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 using testing::EndsWith;
-using testing::IsEmpty;
-using testing::MatchesRegex;
+using testing::HasSubstr;
+
+const std::string kOk = "HTTP/1.1 200 OK\r\n";
+
+// A client with its outputs, a captured log and settings that make failures quick.
+class HttpTest : public testing::Test {
+ protected:
+  HttpTest() {
+    set(settings::kConnectPause, "0");
+    set(settings::kHttpIdlePause, "20");
+  }
+  ~HttpTest() override {
+    for (const Setting& setting : all_settings()) set(setting, std::nullopt);
+  }
+  static void set(const Setting& setting, const std::optional<std::string>& value) {
+    set_setting(setting.section, setting.name, value);
+  }
+  bool get(const std::string& url) { return http_.Get(YString(url), body_, content_type_, status_); }
+  bool post(const std::string& url, std::string_view content, std::string_view type) {
+    return http_.POST(YString(url), YBuffer(content), YString(type), body_, content_type_, status_);
+  }
+  // A peer that takes one request and answers with what follows.
+  static Script after_request(const std::string& end = "\r\n\r\n") { return Script().read_until(end); }
+
+  HTTP http_;
+  YBuffer body_{"untouched"};
+  YString content_type_, status_;
+  LogCapture log_;
+};
 
 TEST_F(HttpTest, RequestsHaveExactlyTheseBytes) {
   set(settings::kSystemName, "Agent $1$");
   const std::string content("\0\r\n\r\n\xFF", 6);
-  ScriptedPeer peer(
-      {after_request().send(std::string(kOk) + "Content-Type: text/x; a:b\r\nContent-Length: 2\r\n\r\nhi"),
-       after_request(content).send("HTTP/1.1 200 OK\r\n\r\n"), after_request().send("HTTP/1.1 500 No\r\n\r\nwhy")});
+  ScriptedPeer peer({after_request().send(kOk + "Content-Type: text/x; a:b\r\nContent-Length: 2\r\n\r\nhi"),
+                     after_request(content).send(kOk + "\r\n"), after_request().send("HTTP/1.1 500 No\r\n\r\nwhy")});
   EXPECT_TRUE(get(peer.url("/a?b=c d")));
-  EXPECT_EQ(body(), "hi");
-  EXPECT_EQ(status_, "200 OK");
-  EXPECT_EQ(content_type_, "text/x; a");
+  EXPECT_EQ(body_.view(), "hi");
+  EXPECT_EQ(status_ + content_type_, "200 OKtext/x; a");
   EXPECT_TRUE(post(peer.url(), content, "a/b"));
   EXPECT_FALSE(post(peer.url("/x"), "", ""));
-  EXPECT_EQ(status_, "500 No");
-  EXPECT_EQ(body(), "why");
+  EXPECT_EQ(status_ + body_.toString(), "500 Nowhy");
   peer.finish();
   EXPECT_THAT(peer.received(0),
-              MatchesRegex("GET /a\\?b=c d HTTP/1\\.1\r\nHOST:127\\.0\\.0\\.1\r\nUSER-AGENT:Agent \\$1\\$\r\n"
-                           "Cache-Control: no-cache\r\nDate:[^\r]* 20[^\r]* GMT\r\nAccept:\\*/\\*\r\n\r\n"));
+              testing::MatchesRegex("GET /a\\?b=c d HTTP/1\\.1\r\nHOST:127\\.0\\.0\\.1\r\nUSER-AGENT:Agent \\$1\\$\r\n"
+                                    "Cache-Control: no-cache\r\nDate:[^\r]* 20[^\r]* GMT\r\nAccept:\\*/\\*\r\n\r\n"));
   EXPECT_THAT(peer.received(1), testing::StartsWith("POST / HTTP/1.1\r\n"));
   EXPECT_THAT(peer.received(1), EndsWith("Accept:*/*\r\nContent-Length:6\r\nContent-Type:a/b\r\n\r\n" + content));
   EXPECT_THAT(peer.received(2), EndsWith("\r\nContent-Length:0\r\nContent-Type:text/plain\r\n\r\n"));
-  EXPECT_THAT(log_.numbers(), IsEmpty());
+  EXPECT_THAT(log_.numbers(), testing::IsEmpty());
 }
 
 TEST_F(HttpTest, CookiesGoBackToTheirHostOnlyAndStayWithinTheLimit) {
   set(settings::kHttpCookieLimit, "2");
   std::vector<ConnectionScript> replies;
-  for (const char* const fields : {"COOKIES: none\r\nSet-Cookie: b=1; path=/\r\nContent-Type: a/b\r\nContent-Length: 9",
-                                   "set-cookie: a=2=3\r\nSet-Cookie: c=1", "Set-Cookie: b=4\r\nCOOKIES: none", "c: d",
-                                   "c: d"})
-    replies.emplace_back(after_request().send("HTTP/1.1 404 x\r\n" + std::string(fields) + "\r\n\r\n"));
+  for (const std::string fields :
+       {"COOKIES: none\r\nSet-Cookie: b=1; path=/\r\nContent-Type: a/b\r\nContent-Length: 9",
+        "set-cookie: a=2=3\r\nSet-Cookie: c=1", "Set-Cookie: b=4\r\nCOOKIES: none", "c: d", "c: d"})
+    replies.emplace_back(after_request().send("HTTP/1.1 404 x\r\n" + fields + "\r\n\r\n"));
   ScriptedPeer peer(std::move(replies));
   EXPECT_FALSE(get(peer.url())) << "cut, yet it keeps its status, type and cookies";
-  EXPECT_EQ(status_, "404 x");
-  EXPECT_EQ(content_type_, "a/b");
+  EXPECT_EQ(status_ + content_type_, "404 xa/b");
   for (int i = 1; i < 4; ++i) EXPECT_FALSE(get(peer.url()));
   HTTP copy = http_;
   copy.Get(YString("http://localhost:" + std::to_string(peer.port())), body_, content_type_, status_);
   peer.finish();
-  for (const std::size_t none : {0U, 4U}) EXPECT_THAT(peer.received(none), Not(testing::HasSubstr("COOKIE")));
-  for (const std::size_t both : {2U, 3U})
-    EXPECT_THAT(peer.received(both), EndsWith("Accept:*/*\r\nCOOKIE: b=1\r\nCOOKIE: a=2=3\r\n\r\n"));
+  const char* const kSent[] = {"", "COOKIE: b=1\r\n", "COOKIE: b=1\r\nCOOKIE: a=2=3\r\n",
+                               "COOKIE: b=1\r\nCOOKIE: a=2=3\r\n", ""};
+  for (std::size_t i = 0; i < 5; ++i)
+    EXPECT_THAT(peer.received(i), EndsWith("Accept:*/*\r\n" + std::string(kSent[i]) + "\r\n"));
+}
+
+TEST_F(HttpTest, TalksToARealServer) {
+  YINET_REQUIRE_PROGRAM("nginx");
+  if (!NginxServer::has_echo()) GTEST_SKIP() << "nginx has no echo module: install libnginx-mod-http-echo";
+  const NginxServer nginx;
+  const std::string big = pattern_bytes(5000011);
+  nginx.add_document("big.bin", big);
+  for (const std::string& server : {nginx.url(""), nginx.tls_url("")}) {
+    for (const auto& [path, expected] :
+         {std::pair<std::string, std::string>("/big.bin", big), {"/chunked/big.bin", big}, {"/empty", ""}}) {
+      EXPECT_TRUE(get(server + path) && body_.view() == expected) << path;
+      EXPECT_EQ(status_, "200 OK");
+    }
+    EXPECT_FALSE(get(server + "/redirect/301"));
+    EXPECT_EQ(status_, "301 Moved Permanently");
+    EXPECT_TRUE(post(server + "/echo", big, "") && body_.view() == big);
+    EXPECT_TRUE(get(server + "/cookies") && get(server + "/request"));
+    EXPECT_THAT(body_.toString().str(), HasSubstr("COOKIE: session=abc123\r\nCOOKIE: lang=de\r\nCOOKIE: empty=\r\n"));
+  }
 }
 
 // What the literal and the exact reader make of the same conversation.
@@ -65,13 +127,11 @@ TEST_F(HttpTest, BothReadersTakeWhatTheConnectionBrings) {
   const struct {
     Script reply;
     const char *literal, *exact;  // body; null for a failure
-  } kCases[] = {
-      {Script().send_slowly("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nhi"), nullptr, "hi"},
-      {Script().send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhe"), nullptr, nullptr},
-      {Script().send("HTTP/1.1 200 OK\r\n\r\nwhole").pause(milliseconds(50)).close(), "whole", "whole"},
-      {Script().send("HTTP/1.1 200 OK\r\n\r\nhalf").pause(milliseconds(50)).reset(), "half", nullptr},
-  };
-  for (const auto& wanted : kCases) {
+  } kCases[] = {{Script().send_slowly(kOk + "Content-Length: 2\r\n\r\nhi"), nullptr, "hi"},
+                {Script().send(kOk + "Transfer-Encoding: chunked\r\n\r\n5\r\nhe"), nullptr, nullptr},
+                {Script().send(kOk + "\r\nwhole").pause(milliseconds(50)).close(), "whole", "whole"},
+                {Script().send(kOk + "\r\nhalf").pause(milliseconds(50)).reset(), "half", nullptr}};
+  for (const auto& wanted : kCases)
     for (const bool exact : {false, true}) {
       set(settings::kHttpExactReader, exact ? "1" : "0");
       ScriptedPeer peer(after_request().then(wanted.reply));
@@ -79,53 +139,43 @@ TEST_F(HttpTest, BothReadersTakeWhatTheConnectionBrings) {
       body_ = YBuffer("untouched");
       const char* const expected = exact ? wanted.exact : wanted.literal;
       EXPECT_EQ(get(peer.url()), expected != nullptr);
-      EXPECT_EQ(body(), expected ? expected : "untouched");
-      EXPECT_EQ(log_.numbers(), expected ? std::vector<int>() : std::vector<int>{21903});
+      EXPECT_EQ(body_.view(), expected ? expected : "untouched");
+      EXPECT_EQ(log_.numbers(), expected ? std::vector<int>() : std::vector{21903});
       static_cast<void>(peer.take_failures());  // some replies are not taken to their end
     }
-  }
-}
-
-TEST_F(HttpTest, EveryByteStartsTheIdleCountAgain) {
-  set(settings::kHttpIdlePause, "150");
-  set(settings::kHttpIdlePolls, "2");
-  ScriptedPeer peer(
-      after_request().send(std::string(kOk) + "Content-Length: 4\r\n\r\n").send_slowly("text", milliseconds(200)));
-  EXPECT_TRUE(get(peer.url()));
-  EXPECT_EQ(body(), "text");
 }
 
 TEST_F(HttpTest, SilenceAndRepliesWithoutEndAreLimited) {
-  const std::string head = std::string(kOk) + "Content-Length: 2000000000\r\n\r\n";
+  const std::string head = kOk + "Content-Length: 2000000000\r\n\r\n";
   const struct {
     const Setting& setting;
     const char* value;
     Script reply;
-    int number;
-    milliseconds at_least{0};
-  } kCases[] = {
-      {settings::kHttpIdlePolls, "5", Script().send("HTTP/1.1 ").stay_silent(), 21904, milliseconds(5 * 20)},
-      {settings::kHttpHeaderLimit, "100000", Script().flood("X: y\r\n", 100000000), 21904},
-      {settings::kHttpBodyLimit, "100000", Script().send(head).flood("body", 100000000), 21907},
-      {settings::kHttpTimeLimit, "300", Script().send(head).send_slowly(std::string(20000, 'x')), 21904,
-       milliseconds(300)},
-      {settings::kHttpTimeLimit, "300", Script().stay_silent(), 21904, milliseconds(300)},
-  };
+    int number, at_least_ms = 0;
+  } kCases[] = {{settings::kHttpIdlePolls, "5", Script().send("HTTP/1.1 ").stay_silent(), 21904, 5 * 20},
+                {settings::kHttpHeaderLimit, "100000", Script().flood("X: y\r\n", 100000000), 21904},
+                {settings::kHttpBodyLimit, "100000", Script().send(head).flood("body", 100000000), 21907},
+                {settings::kHttpTimeLimit, "300", Script().send(head).send_slowly(std::string(20000, 'x')), 21904, 300},
+                {settings::kHttpTimeLimit, "300", Script().stay_silent(), 21904, 300}};
   for (const auto& wanted : kCases) {
     set(wanted.setting, wanted.value);
     ScriptedPeer peer(after_request().then(wanted.reply));
     log_.clear();
     const auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(get(peer.url()));
-    EXPECT_GE(std::chrono::steady_clock::now() - start, wanted.at_least) << wanted.setting.name;
+    EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(wanted.at_least_ms)) << wanted.setting.name;
     EXPECT_THAT(log_.numbers(), ElementsAre(wanted.number)) << wanted.setting.name;
-    set_setting(wanted.setting.section, wanted.setting.name, std::nullopt);
+    set(wanted.setting, std::nullopt);
     static_cast<void>(peer.take_failures());
   }
+  set(settings::kHttpIdlePause, "150");
+  set(settings::kHttpIdlePolls, "2");  // every byte starts the count again
+  ScriptedPeer peer(after_request().send(kOk + "Content-Length: 4\r\n\r\n").send_slowly("text", milliseconds(200)));
+  EXPECT_TRUE(get(peer.url()));
 }
 
 TEST_F(HttpTest, NothingIsSentWhereNothingCanOrMayBe) {
-  auto peer = ScriptedPeer::for_every_connection(after_request().send("HTTP/1.1 200 OK\r\n\r\n"));
+  auto peer = ScriptedPeer::for_every_connection(after_request().send(kOk + "\r\n"));
   for (const std::string& url :
        {"http://127.0.0.1:" + std::to_string(refused_port()), std::string(), std::string("ftp://127.0.0.1/")}) {
     log_.clear();
@@ -138,45 +188,172 @@ TEST_F(HttpTest, NothingIsSentWhereNothingCanOrMayBe) {
   EXPECT_FALSE(post(peer.url(), "x", "a\rb"));
   set(settings::kSystemName, "a\r\nb");
   EXPECT_FALSE(get(peer.url()));
-  EXPECT_THAT(log_.numbers(), ElementsAre(21905, 21905, 21905, 21905));
+  EXPECT_EQ(log_.numbers(), std::vector(4, 21905));
   EXPECT_EQ(peer.connection_count(), 0U);
   ScriptedPeer rude(after_request().reset());
   set(settings::kSystemName, "a");
   EXPECT_FALSE(post(rude.url(), std::string(50 << 20, 'x'), ""));
   EXPECT_THAT(log_.numbers(), Contains(21902));
-  EXPECT_EQ(body(), "untouched");
-}
-
-TEST_F(HttpTest, TlsIsVerifiedWhereTheHostWantsItAndNeverLeftOut) {
-  ScriptedPeer peer([](Connection& connection) { static_cast<void>(connection.try_tls(TlsContext::server())); });
-  set(settings::kTlsVerifyAlways, "1");
-  EXPECT_FALSE(get(peer.url("/", "https")));
-  set(settings::kTlsCipherList, "no such cipher");
-  EXPECT_FALSE(get(peer.url("/", "https")));
-  EXPECT_THAT(log_.numbers(), testing::IsSupersetOf({21901, 21901}));
-  static_cast<void>(peer.take_failures());
-  EXPECT_EQ(peer.received(0), "");
-  EXPECT_EQ(peer.connection_count(), 1U);  // nothing went out in clear
+  EXPECT_EQ(body_.view(), "untouched");
 }
 
 TEST_F(HttpTest, LaterRequestsResumeTheTlsSessionButNeverOneThatWasCheckedLess) {
   for (const TlsVersion version : {TlsVersion::tls12, TlsVersion::tls13}) {
     const TlsContext context = TlsContext::server(Certificates::shared().good(), {.version = version});
-    auto peer = ScriptedPeer::for_every_connection(Script()
-                                                       .start_tls(context)
-                                                       .read_until("\r\n\r\n")
-                                                       .send("HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\nx")
-                                                       .read_to_end());
+    auto peer = ScriptedPeer::for_every_connection(
+        Script().start_tls(context).read_until("\r\n\r\n").send(kOk + "Content-Length: 1\r\n\r\nx").read_to_end());
+    const std::string url = peer.url("/", "https");
     for (std::size_t i = 0; i < 3; ++i) {
-      HTTP http;
-      ASSERT_TRUE(http.Get(YString(peer.url("/", "https")), body_, content_type_, status_));
+      http_ = HTTP();
+      ASSERT_TRUE(get(url));
       EXPECT_EQ(peer.tls(i).session_reused, i > 0) << i;
     }
+    log_.clear();
     set(settings::kTlsVerifyAlways, "1");
-    EXPECT_FALSE(get(peer.url("/", "https")));  // an authority that the system does not know
+    EXPECT_FALSE(get(url));  // an authority that the system does not know
     EXPECT_FALSE(peer.tls(3).session_reused);
+    set(settings::kTlsCipherList, "no such cipher");
+    EXPECT_FALSE(get(url));
+    EXPECT_EQ(peer.connection_count(), 4U) << "nothing goes out in clear instead";
+    EXPECT_THAT(log_.numbers(), testing::IsSupersetOf({21901, 21901}));
     set(settings::kTlsVerifyAlways, "0");
+    set(settings::kTlsCipherList, std::nullopt);
     static_cast<void>(peer.take_failures());
+    EXPECT_EQ(peer.received(3), "");
+  }
+}
+
+TEST_F(HttpTest, AFailedCallAndAFullDiskLeaveNoFile) {
+  const TempDir folder;
+  set_temporary_folder(folder.path().string());
+  YObject block;
+  auto& parameters = block.Ensure<YObject>("block");
+  for (const char* key : {"pStatus", "pResponseFile"}) parameters.StoreText(key, "before");
+  HTTP_GET(&block);
+  EXPECT_EQ(parameters.GetType("_RETV"), kTypeBool);
+  EXPECT_FALSE(parameters.GetBool("_RETV"));
+  EXPECT_EQ(parameters.GetString("pStatus") + parameters.GetString("pResponseFile"), "beforebefore")
+      << "none was written";
+
+  ScriptedPeer peer(after_request().send(kOk + "Content-Length: 100000\r\n\r\n" + std::string(100000, 'x')));
+  std::signal(SIGXFSZ, SIG_IGN);  // the write then fails in the middle, as on a full disk
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit small{.rlim_cur = 5000, .rlim_max = before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &small);
+  parameters.StoreText("pUrl", peer.url());
+  HTTP_GET(&block);
+  setrlimit(RLIMIT_FSIZE, &before);
+  EXPECT_TRUE(parameters.GetBool("_RETV"));
+  EXPECT_EQ(parameters.GetString("pStatus") + parameters.GetString("pResponseFile"), "200 OKbefore");
+  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+  EXPECT_THAT(log_.numbers(), ElementsAre(21410, 21901, 21906));
+
+  // Names that are taken are counted over, links too.
+  for (const char* name : {"8.tmp", "999999.tmp"}) folder.write(name, "taken");
+  std::filesystem::create_symlink(folder / "victim", folder / "9.tmp");
+  EXPECT_EQ(write_body_file("a", 7), YString("TEMP:10.tmp"));
+  EXPECT_EQ(write_body_file("b", 999998), YString("TEMP:0.tmp"));
+  EXPECT_EQ(read_file(folder / "10.tmp"), "a");
+  EXPECT_FALSE(std::filesystem::exists(folder / "victim"));
+  using std::filesystem::perms;
+  EXPECT_EQ(std::filesystem::status(folder / "10.tmp").permissions(), perms::owner_read | perms::owner_write);
+  set_temporary_folder("");
+}
+
+// --- SOAP ---------------------------------------------------------------------------------------------------------------
+
+// JSON with simple quotes.
+YObject record(std::string_view json) {
+  YObject result;
+  EXPECT_FALSE(YJSON::Parse(replaced(json, "'", "\""), result)) << json;
+  return result;
+}
+
+// The envelope without its root tag, which is the same for all; the reason when there is none.
+std::string envelope(std::string_view call) {
+  const std::string start =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>"
+      "<SOAP-ENV:Envelope xmlns:SOAP-ENV=\"http://schemas.xmlsoap.org/soap/envelope/\" "
+      "xmlns:SOAP-ENC=\"http://schemas.xmlsoap.org/soap/encoding/\" "
+      "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\" "
+      "xmlns:nskv=\"u&amp;&quot;&lt;\">";
+  YObject described = record(call);
+  described.StoreText("NAMESPACE", "u&\"<");
+  std::string xml;
+  if (const auto problem = write_soap_envelope(described, xml)) return "no: " + replaced(*problem, "\"", "'");
+  return replaced(xml, start, "");
+}
+
+TEST_F(HttpTest, SoapEnvelopeHasThePrefixOnEveryName) {
+  EXPECT_EQ(envelope("{'BODY':{'Op':{'a':'<x>\\u00e4','n':7,'o':{'lost':'1'},'e':''},'second':{}}}"),
+            "<SOAP-ENV:Body><nskv:Op><nskv:a>&lt;x&gt;\xC3\xA4</nskv:a><nskv:n>7</nskv:n><nskv:o/><nskv:e/></nskv:Op>"
+            "</SOAP-ENV:Body></SOAP-ENV:Envelope>");
+  EXPECT_EQ(
+      envelope("{'BODY':{'Op':{}},'HEADER':{'A':{'B':{'c':true},'empty':{}},'L':[{'d':'1'},{'d':'2'}]}}"),
+      "<SOAP-ENV:Header><nskv:A><nskv:B><nskv:c>1</nskv:c></nskv:B></nskv:A><nskv:L><nskv:d>1</nskv:d></nskv:L><nskv:L>"
+      "<nskv:d>2</nskv:d></nskv:L></SOAP-ENV:Header><SOAP-ENV:Body><nskv:Op/></SOAP-ENV:Body></SOAP-ENV:Envelope>");
+  EXPECT_EQ(envelope("{'HEADER':{}}"), "no: 'BODY' is missing");
+  EXPECT_EQ(envelope("{'BODY':{}}"), "no: 'BODY' names no operation");
+  EXPECT_EQ(envelope("{'BODY':{'Op':{}},'HEADER':{'x:y':'1'}}"), "no: 'x:y' is no XML name");
+  EXPECT_THAT(envelope("{'BODY':{'a b':{}}}"), HasSubstr("no: 'nskv:a b' is no XML name, at /SOAP-ENV:Envelope/"));
+  set(settings::kXmlDepthLimit, "4");
+  EXPECT_THAT(envelope("{'BODY':{'Op':{}},'HEADER':{'a':{'b':{'c':{'d':'1'}}}}}"), HasSubstr("TiefenLimit"));
+}
+
+class SoapTest : public HttpTest {
+ protected:
+  // Result, answer and logged numbers of a call whose endpoint answers like this.
+  std::string called(const std::string& call, const std::string& type = "text/xml", const std::string& body = "",
+                     const std::string& status = "200 OK") {
+    const std::string reply = formatted("HTTP/1.1 $1$\r\nContent-Type: $2$\r\nContent-Length: $3$\r\n\r\n$4$", status,
+                                        type, std::to_string(body.size()), body);
+    auto peer = ScriptedPeer::for_every_connection(after_request("</SOAP-ENV:Envelope>").send(reply));
+    YObject block;
+    auto& parameters = block.Ensure<YObject>("p");
+    parameters.Store<YObject>("pParam", record(call)).StoreText("ENDPOINT", peer.url("/soap"));
+    parameters.Ensure<YObject>("pErg").StoreText("old", "x");
+    log_.clear();
+    SOAP_EXECUTEFUNCTION(&block);
+    peer.finish();
+    if (peer.connection_count() > 0) received_ = peer.received();
+    std::string told =
+        (parameters.GetBool("_RETV") ? "true " : "false ") + YJSON::Write(*parameters.Find<YObject>("pErg"));
+    for (const int number : log_.numbers()) told += " " + std::to_string(number);
+    return replaced(told, "\"", "'");
+  }
+  std::string received_;
+};
+
+TEST_F(SoapTest, AnswersAreTakenOver) {
+  const std::string call = "{'BODY':{'Op':{'a':'1'}}}";
+  EXPECT_EQ(called(call, "TEXT/XML; charset=utf-8", "<s:E><s:B><i>1</i><i>\xE2\x82\xAC</i></s:B></s:E>"),
+            "true {'s:E':{'s:B':{'i':[{'#text':'1'},{'#text':'\xE2\x82\xAC'}]}}}");
+  EXPECT_EQ(called(call, "text/xml; charset=\"ISO-8859-1\"", "<a>\xE4</a>"), "true {'a':'\xC3\xA4'}");
+  EXPECT_EQ(called(call, "text/xml", "<f><faultcode>s:C</faultcode></f>", "500 E"), "false {'f':{'faultcode':'s:C'}}");
+  EXPECT_EQ(called(call, "text/xml2", "<a/>"), "false {} 21952");
+  for (const char* xml : {"<a>", "<!DOCTYPE a [<!ENTITY e SYSTEM 'file:///etc/passwd'>]><a>&e;</a>"})
+    EXPECT_EQ(called(call, "text/xml", xml), "false {} 21954");
+}
+
+TEST_F(SoapTest, TheActionIsSentQuotedWhenThereIsOne) {
+  for (const auto& [action, line] :
+       {std::pair<std::string, std::string>("'SOAPACTION':'urn:x#Op',", "SOAPAction:\"urn:x#Op\"\r\n"),
+        {"'SOAPACTION':'\\'quoted\\'',", "SOAPAction:\"quoted\"\r\n"},
+        {"'SOAPACTION':'',", "SOAPAction:\"\"\r\n"},
+        {"", ""}}) {
+    EXPECT_EQ(called("{" + action + "'BODY':{'Op':{}}}"), "true {}");
+    EXPECT_THAT(received_, HasSubstr("\r\nContent-Type:text/xml\r\n" + line + "\r\n")) << action;
+  }
+  EXPECT_EQ(called("{'SOAPACTION':'a\\nb','BODY':{'Op':{}}}"), "false {} 21905 21952");
+  EXPECT_EQ(called("{'BODY':{'':{}}}"), "false {} 21951");
+  for (const char* missing : {"pParam", "pErg"}) {
+    YObject block;
+    auto& parameters = block.Ensure<YObject>("p");
+    if (missing == std::string("pErg")) parameters.Ensure<YObject>("pParam");
+    SOAP_EXECUTEFUNCTION(&block);
+    EXPECT_EQ(parameters.GetType("_RETV"), kTypeBool);
+    EXPECT_THAT(log_.last(21953).text, HasSubstr(missing));
   }
 }
 
