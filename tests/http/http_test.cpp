@@ -16,14 +16,9 @@
 #include "support/requirements.h"
 #include "support/scripted_peer.h"
 #include "support/temp_dir.h"
-#include "yinet/host/setting_table.h"
-#include "yinet/host/text.h"
-#include "yinet/host/yfile.h"
-#include "yinet/host/yjson.h"
-#include "yinet/http/http.h"
 #include "yinet/http/http_body_file.h"
 #include "yinet/http/soap_envelope.h"
-#include "yinet/script/functions.h"
+#include "yinet/yinet.h"
 
 namespace yinet::test {
 namespace {
@@ -230,6 +225,7 @@ TEST_F(HttpTest, AFailedCallAndAFullDiskLeaveNoFile) {
   auto& parameters = block.Ensure<YObject>("block");
   for (const char* key : {"pStatus", "pResponseFile"}) parameters.StoreText(key, "before");
   HTTP_GET(&block);
+  HTTP_POST(&block);
   EXPECT_EQ(parameters.GetType("_RETV"), kTypeBool);
   EXPECT_FALSE(parameters.GetBool("_RETV"));
   EXPECT_EQ(parameters.GetString("pStatus") + parameters.GetString("pResponseFile"), "beforebefore")
@@ -247,7 +243,7 @@ TEST_F(HttpTest, AFailedCallAndAFullDiskLeaveNoFile) {
   EXPECT_TRUE(parameters.GetBool("_RETV"));
   EXPECT_EQ(parameters.GetString("pStatus") + parameters.GetString("pResponseFile"), "200 OKbefore");
   EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
-  EXPECT_THAT(log_.numbers(), ElementsAre(21410, 21901, 21906));
+  EXPECT_THAT(log_.numbers(), ElementsAre(21410, 21901, 21410, 21901, 21906));
 
   // Names that are taken are counted over, links too.
   for (const char* name : {"8.tmp", "999999.tmp"}) folder.write(name, "taken");

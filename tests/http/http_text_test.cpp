@@ -5,12 +5,9 @@
 
 #include <functional>
 
-#include "yinet/host/settings.h"
-#include "yinet/host/text.h"
-#include "yinet/host/yjson.h"
-#include "yinet/http/http_helper.h"
 #include "yinet/http/http_response.h"
 #include "yinet/http/http_url.h"
+#include "yinet/yinet.h"
 
 namespace yinet {
 namespace {
@@ -34,25 +31,25 @@ std::string repeated(std::string_view piece, int times) {
   return replaced(std::string(static_cast<std::size_t>(times), 'x'), "x", piece);
 }
 
-TEST(HttpUrl, IsReadByCounting) {
-  expect_rows(
-      [](const std::string& text) {
-        const HttpUrl url = parse_http_url(text, false);
-        return formatted("$1$ $2$ $3$$4$", url.host, std::to_string(url.port), url.path, url.tls ? " TLS" : "");
-      },
-      {"HTTPS://H:8443/a?b=1 -> H 8443 /a?b=1 TLS", "hTtP://h/x:y//z -> h 80 /x:y//z", "httpSXYZh/ -> h 443 / TLS",
-       "ftp://h/x -> ftp 0 //h/x", "http://h?q=/x -> h?q= 80 /x", "http://h:-1 -> h 4294967295 ",
-       "http://h:8x:9 -> h 8 ", "https:/ ->  443  TLS"});
+TEST(HttpText, UrlsAreReadByCounting) {
+  const auto parts = [](const std::string& text) {
+    const HttpUrl url = parse_http_url(text, false);
+    return formatted("$1$ $2$ $3$$4$", url.host, std::to_string(url.port), url.path, url.tls ? " TLS" : "");
+  };
+  expect_rows(parts, {"HTTPS://H:8443/a?b=1 -> H 8443 /a?b=1 TLS", "hTtP://h/x:y//z -> h 80 /x:y//z",
+                      "httpSXYZh/ -> h 443 / TLS", "ftp://h/x -> ftp 0 //h/x", "http://h?q=/x -> h?q= 80 /x",
+                      "http://h:-1 -> h 4294967295 ", "http://h:8x:9 -> h 8 ", "https:/ ->  443  TLS"});
 }
 
-TEST(HeaderBlock, HasAStatusFieldsAndCookies) {
+TEST(HttpText, HeaderBlocksHaveAStatusFieldsAndCookies) {
+  const auto read = [](const std::string& block) {
+    YObject header;
+    YString status("before");
+    const int code = parse_header_block(block, 300, header, status);
+    return formatted("$1$ <$2$> $3$", std::to_string(code), status, told(true, header));
+  };
   expect_rows(
-      [](const std::string& block) {
-        YObject header;
-        YString status("before");
-        const int code = parse_header_block(block, 300, header, status);
-        return formatted("$1$ <$2$> $3$", std::to_string(code), status, told(true, header));
-      },
+      read,
       {"\r\n\r\nHTTP/1.1 200 OK\r\n\r\nA:b -> 200 <200 OK> {'A':'b'}", "HTTP/1.1 200 -> 200 <200> {}",
        "HTTP/1.1  200 OK -> 0 < 200 OK> {}", "200 -> 0 <200> {}",
        "x 1\r\nLocation: http://h/x\r\n a \t: b :c\r\nA:2\r\nlone\r\n:v -> 1 <1> "
@@ -86,44 +83,41 @@ std::string read(bool exact, const std::vector<std::string_view>& reads, const R
   return std::to_string(reader->status_code()) + " " + reader->take_body().toString().str();
 }
 
-TEST(LiteralReader, IsCompleteByWhatEachReadBrings) {  // a "|" stands between two reads
+TEST(HttpText, TheLiteralReaderIsCompleteByWhatEachReadBrings) {  // a "|" stands between two reads
   const std::string chunked = kOk + "Transfer-Encoding: Chunked\r\n\r\n";
-  expect_rows(
-      [](const std::string& wire) {
-        return read(false, split(wire, "|"), {.header_bytes = 8 << 20, .body_bytes = 0, .cookies = 300});
-      },
-      {kOk + "Content-Length: 4\r\n\r\nab|cd -> 200 abcd", kOk + "Content-Length: 4\r\n\r\nabcdef -> 200 abcdef",
-       kOk + "Content-Length: 4\r\n\r\nab|c -> more", kOk + "Content-Length: -5\r\n\r\na|b -> 200 a",
-       kOk + "|X: y\r\n\r\nbody -> 200 body",
-       kOk + "\r|\nbody -> more",  // the empty line is looked for in what is new
-       kOk + "Content-Length: 0\r\nTransfer-Encoding: chunked\r\n\r\n1\r\na\r\n|0\r\n\r\n -> 200 a",
-       kOk + "Content-Length: 5\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n -> 200 0\r\n\r\n",
-       chunked + "|5;x\r\nhel|lo\r\n 0a \r\n0123456789\r\n0\r|\n\r\n -> 200 hello0123456789",
-       chunked + "|0\r\n\r -> more",
-       chunked + "6\r\na\r\n0\r\n\r\n|more -> 200 a\r\n0\r\n",  // content that looks like the end
-       chunked + "1\r\na\r\n-5\r\nb\r\n0\r\n\r\n -> 200 a",
-       chunked + "ffffffffffffffff\r\nabc0\r\n\r\n -> 200 abc0\r\n\r\n",
-       chunked + "11111111111111111\r\nabc0\r\n\r\n -> 200 "});
+  const auto literally = [](const std::string& wire) { return read(false, split(wire, "|"), {.header_bytes = 1000}); };
+  expect_rows(literally,
+              {kOk + "Content-Length: 4\r\n\r\nab|cd -> 200 abcd",
+               kOk + "Content-Length: 4\r\n\r\nabcdef -> 200 abcdef", kOk + "Content-Length: 4\r\n\r\nab|c -> more",
+               kOk + "Content-Length: -5\r\n\r\na|b -> 200 a", kOk + "|X: y\r\n\r\nbody -> 200 body",
+               kOk + "\r|\nbody -> more",  // the empty line is looked for in what is new
+               kOk + "Content-Length: 0\r\nTransfer-Encoding: chunked\r\n\r\n1\r\na\r\n|0\r\n\r\n -> 200 a",
+               kOk + "Content-Length: 5\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n -> 200 0\r\n\r\n",
+               chunked + "|5;x\r\nhel|lo\r\n 0a \r\n0123456789\r\n0\r|\n\r\n -> 200 hello0123456789",
+               chunked + "|0\r\n\r -> more",
+               chunked + "6\r\na\r\n0\r\n\r\n|more -> 200 a\r\n0\r\n",  // content that looks like the end
+               chunked + "1\r\na\r\n-5\r\nb\r\n0\r\n\r\n -> 200 a",
+               chunked + "ffffffffffffffff\r\nabc0\r\n\r\n -> 200 abc0\r\n\r\n",
+               chunked + "11111111111111111\r\nabc0\r\n\r\n -> 200 "});
 }
 
-TEST(ExactReader, GivesTheSameForEveryCutAndRefusesWhatHasNoOneMeaning) {
+TEST(HttpText, TheExactReaderGivesTheSameForEveryCutAndRefusesWhatHasNoOneMeaning) {
   const ReplyLimits limits{.header_bytes = 150, .body_bytes = 15, .cookies = 1};
   const std::string length = kOk + "Content-Length:", chunked = kOk + "Transfer-Encoding: gzip, Chunked\r\n\r\n";
-  const std::string interim = "HTTP/1.1 103 x\r\nContent-Length:9\r\n\r\n",
-                    trailer = "T:" + std::string(80, 'x') + "\r\n";
+  const std::string interim = "HTTP/1.1 103 x\r\nContent-Length:9\r\n\r\n", trailer = "T:" + repeated("x", 80) + "\r\n";
+  const auto exactly = [&](const std::string& text) {
+    const std::string_view wire = text;
+    const std::string whole = read(true, {wire}, limits);
+    for (std::size_t first = 0; first <= wire.size(); ++first)
+      for (const std::size_t size : {std::size_t{1}, std::size_t{7}, wire.size()}) {
+        std::vector<std::string_view> reads = {wire.substr(0, first)};
+        for (std::size_t at = first; at < wire.size(); at += size) reads.push_back(wire.substr(at, size));
+        if (const std::string cut = read(true, reads, limits); cut != whole) return cut + " but " + whole;
+      }
+    return whole;
+  };
   expect_rows(
-      [&](const std::string& text) {
-        const std::string_view wire = text;
-        const std::string whole = read(true, {wire}, limits);
-        for (std::size_t first = 0; first <= wire.size(); ++first)
-          for (const std::size_t size : {std::size_t{1}, std::size_t{7}, wire.size()}) {
-            std::vector<std::string_view> reads = {wire.substr(0, first)};
-            for (std::size_t at = first; at < wire.size(); at += size) reads.push_back(wire.substr(at, size));
-            if (const std::string cut = read(true, reads, limits); cut != whole)
-              return formatted("$1$ but $2$", cut, whole);
-          }
-        return whole;
-      },
+      exactly,
       {length + "5\r\n\r\nhelloTOO MUCH -> 200 hello", "HTTP/1.1 204 None\r\nContent-Length: 5\r\n\r\n -> 204 ",
        interim + "HTTP/1.1 404 No\r\ncontent-length:0,0\r\n\r\n -> 404 ",
        length + "3\r\nTransfer-Encoding: Chunked\r\n\r\n8 ;e=\"0\"\r\n0\r\n\r\nabc\r\n 01\r\nd\r\n0\r\nT: 0\r\n\r\nX "
@@ -138,7 +132,7 @@ TEST(ExactReader, GivesTheSameForEveryCutAndRefusesWhatHasNoOneMeaning) {
        chunked + "10\r\n1234567890123456 -> body too long"});
 }
 
-TEST(HttpHelper, TakesMessagesAndTheirLinesApart) {
+TEST(HttpText, TakesMessagesAndTheirLinesApart) {
   const auto apart = [](const std::string& row) {  // what it is, and the text; then the outputs
     const std::string kind = row.substr(0, row.find(' ')), text = row.substr(kind.size() + 1);
     YString first("before"), second;
@@ -191,7 +185,7 @@ std::string body_of(const std::string& row) {  // type|body
   return told(done, fields);
 }
 
-TEST(HttpHelper, BodiesAreReadByTheirType) {
+TEST(HttpText, BodiesAreReadByTheirType) {
   const std::string form = "multipart/form-data; boundary=b|", field = "--b\nContent-Disposition: a; name=";
   const std::string first = form + "--b\r\nContent-Disposition: a; name=";
   expect_rows(
@@ -221,7 +215,7 @@ TEST(HttpHelper, BodiesAreReadByTheirType) {
 }
 
 // Anything quadratic takes hours here and runs into the time limit of the test.
-TEST(HttpHelper, HostileInputCostsNoMoreThanItsSize) {
+TEST(HttpText, HostileInputCostsNoMoreThanItsSize) {
   YObject fields;
   EXPECT_TRUE(HttpHelper.ParseHeader(YString("x\n" + repeated("A: 1\r\n", 1000000)), nullptr, &fields));
   EXPECT_EQ(fields.GetString("A").Length(), 1999999);

@@ -54,7 +54,7 @@ def header_text(message, name):
     return "".join(text if isinstance(text, str) else decoded(text, charset) for text, charset in words)
 
 
-def collect(message, want, top=True, embedded=False):
+def collect(message, want):
     """Fills `want` with what a mail program would show as text and offer as files."""
     kind = message.get_content_type()
     is_file = message.get_filename() is not None
@@ -62,17 +62,16 @@ def collect(message, want, top=True, embedded=False):
     want["defects"] += message.defects
     if kind == "message/rfc822" and message.is_multipart():
         want["mails"] += 1  # kept as a file too, whose bytes Python does not keep
-        collect(message.get_payload()[0], want, True, True)
+        collect(message.get_payload()[0], want)
     elif kind == "message/delivery-status" and message.is_multipart():
         want["files"].append(b"\n".join(block.as_bytes() for block in message.get_payload()))
     elif message.is_multipart():
         for part in message.get_payload():
-            collect(part, want, False, embedded)
+            collect(part, want)
     elif kind == "text/plain" and not is_file:
         want["texts"].append(decoded(data, message.get_content_charset()))
     elif data.strip(b"\r\n"):
         if kind == "text/html" and not is_file:
-            want["html"] = want["html"] or (top and not embedded)
             page = decoded(data, message.get_content_charset())
             data = in_code_page(page, "\x1A").encode(CODE_PAGE, "replace")
         want["files"].append(data)
@@ -84,7 +83,7 @@ def items(text):
 
 def differences(mail, record):
     message = email.message_from_bytes(mail.read_bytes())
-    want = {"texts": [], "files": [], "mails": 0, "html": False, "defects": []}
+    want = {"texts": [], "files": [], "mails": 0, "defects": []}
     collect(message, want)
     pairs = {
         "subject": [squeezed(in_code_page(header_text(message, "subject"), "?")),
@@ -98,7 +97,7 @@ def differences(mail, record):
     text = record.get("NACHRICHT", "")
     if cut := CUT_NOTICE.search(text):  # the whole text is in the file that it names
         text = files.pop(cut.group(1)).decode(CODE_PAGE, "replace")
-    if not want["html"]:
+    if message.get_content_type() != "text/html" or message.get_filename() is not None:
         pairs["text"] = [squeezed("".join(in_code_page(part, "\x1A") for part in want["texts"])),
                          squeezed(text.replace("\r\n\r\nEingebettete Mail:\r\n\r\n", ""))]
     pairs["files"] = [len(want["files"]) + want["mails"], len(files)]

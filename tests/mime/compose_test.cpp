@@ -18,9 +18,6 @@ using namespace std::string_view_literals;
 using testing::HasSubstr;
 using testing::UnorderedElementsAre;
 
-constexpr int kLineBreakReplaced = 21073;
-constexpr int kAttachmentFailed = 21074;
-
 class ComposeTest : public MailTest {
  protected:
   ComposeTest() { start_record(); }
@@ -86,7 +83,7 @@ TEST_F(ComposeTest, NoValueAddsAHeaderLine) {
           EXPECT_FALSE(breaks_protocol_line(address + name));
       const bool is_list = key.ends_with("NGER") || key.ends_with("KOPIE");
       const bool replaced = is_list || ((key == "ABSENDER" || key == "MAILID") && !attack.starts_with("=?"));
-      EXPECT_EQ(log_.last(kLineBreakReplaced).number != 0, replaced);
+      EXPECT_EQ(log_.last(message::kMailLineBreakReplaced).number != 0, replaced);
     }
   attach_file("a\"b\r\nBcc: x.txt", "");
   EXPECT_EQ(composed(), "MIME:*|<text>Text|*|<file a'b Bcc: x.txt>|*--|");
@@ -130,7 +127,7 @@ TEST_F(ComposeTest, WhatCannotBeReadIsReportedAndLeavesItsHeader) {
     attach((folder_ / name).string());
   EXPECT_EQ(composed(),
             "MIME:*|<text>Text|*|<file big.bin>*|<file missing.bin>*|<reply Abgelehnt.ics>*|<file folder>*--|");
-  EXPECT_EQ(log_.numbers(), std::vector<int>(5, kAttachmentFailed));
+  EXPECT_EQ(log_.numbers(), std::vector<int>(5, message::kMailAttachmentFailed));
 }
 
 TEST_F(ComposeTest, ASecondCompositionAppendsAndAFailedOneLeavesNoHalfMail) {
@@ -167,7 +164,7 @@ TEST_F(ComposeTest, AttachmentsComeFromTheRecordUnderTheirExactKey) {
   EXPECT_EQ(composed(), "MIME:*|<text>Text|*|<file text.txt>VGV4dAo=||*--|");
   set_temporary_folder(folder_.write("file", "no folder").string());
   EXPECT_EQ(composed(), "MIME:*|<text>Text|*--|");
-  EXPECT_THAT(log_.numbers(), testing::Contains(kAttachmentFailed));
+  EXPECT_THAT(log_.numbers(), testing::Contains(message::kMailAttachmentFailed));
 }
 
 TEST_F(ComposeTest, WhatIsBeyondTheLimitOfTheProfileIsLeftOut) {
@@ -230,16 +227,17 @@ TEST(Registry, FirstMatchWinsAndTheUnknownGoToTheLastUntilAMessageIsBuilt) {
   assigned = *std::make_unique<Registry>(*registry);
   registry.reset();
   EXPECT_EQ(types(assigned), "text/plain text/html text/calendar text/html application/octet-stream ");
+  const int before = YMIMEMessage::m_MIMETypeManager.Count();
+  EXPECT_EQ(YMIMEMessage().GetNumRecipients(0), 0);
+  EXPECT_EQ(YMIMEMessage::m_MIMETypeManager.Count(), before) << "the default constructor registers nothing";
 }
 
 // --- Read by others: Python's email package, GMime, and this library's decoder -------------------------------------------
 
 using Leaf = std::pair<std::string, std::string>;  // file name, bytes
 
-struct Sent {
-  std::string subject, text;
-  std::vector<Leaf> files;  // "Nachricht.htm" is no file, but the same mail as HTML
-};
+// Subject, text and files; "Nachricht.htm" is no file, but the same mail as HTML.
+using Sent = std::tuple<std::string, std::string, std::vector<Leaf>>;
 
 std::vector<Sent> mails() {
   const std::string german = "Sch\xF6ne Gr\xFC\xDFt,\r\n\r\n  \204bis bald\x93 \x96 5 \x80.\r\n.Punkt\r\n.\r\nEnde";

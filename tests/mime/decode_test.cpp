@@ -4,7 +4,6 @@
 #include <random>
 
 #include "mime/mail_fixture.h"
-#include "yinet/script/functions.h"
 
 namespace yinet::test {
 namespace {
@@ -34,7 +33,6 @@ TEST_F(MailTest, EnvelopeComesFromTheHeader) {
              "Reply-To: R <r@x.de>\r\nEnvelope-To: <e@x.de>, e@x.de\r\nX-Original-To: f@x.de \"g@x.de =h@x.de i\r\n"
              "Subject: =?utf-8?B?R3LDvMOfZQ==?=\r\nDate: Sat, 21 Nov 2026 10:00:00 +0100\r\n"
              "X-PGDocID: 18\r\nX-MAILVALT-MailArchiv-ID: 17\r\n\r\nHallo"));
-  ASSERT_NE(mail_.Find<YDateAndTime>("GESENDET"), nullptr);
   EXPECT_EQ(mail_.Find<YDateAndTime>("GESENDET")->EpochMilliseconds(), 1795251600000);
   mail_.Delete("GESENDET");
   EXPECT_EQ(
@@ -42,10 +40,10 @@ TEST_F(MailTest, EnvelopeComesFromTheHeader) {
       "{'ORIGEMPF\303\204NGER':'e@x.de\\u0001f@x.de','EMPF\303\204NGER':'a@x.de\\u0001b@x.de','KOPIE':'c@x.de',"
       "'ABSENDER':'m@x.de','ABSENDERNAME':'M\303\274ller','BETREFF':'Gr\303\274\303\237e','AntwortAdresse':'r@x.de',"
       "'NACHRICHT':'Hallo','MAILARCHIVID':'18'}");
-  ASSERT_TRUE(decode("From: N <a@x.de>\r\nReply-To: r@x.de\r\nDate: 99999999999\r\n\r\nText", 4));  // a short record
-  EXPECT_EQ(told(mail_),
-            "{'ORIGEMPF\303\204NGER':'','EMPF\303\204NGER':'','KOPIE':'','ABSENDER':'a@x.de','BETREFF':'','"
-            "MAILARCHIVID':''}");
+  ASSERT_TRUE(decode("From: N <a@b>\r\nReply-To: r@x.de\r\nDate: 99999999999\r\n\r\nText", 4));  // a short record
+  EXPECT_EQ(
+      told(mail_),
+      "{'ORIGEMPF\303\204NGER':'','EMPF\303\204NGER':'','KOPIE':'','ABSENDER':'a@b','BETREFF':'','MAILARCHIVID':''}");
 }
 
 TEST_F(MailTest, RepeatedFieldsAreCountedAndParametersBecomeFields) {
@@ -61,8 +59,8 @@ TEST_F(MailTest, RepeatedFieldsAreCountedAndParametersBecomeFields) {
   // The last line of a header is decoded even when it is an address.
   EXPECT_EQ(told(header),
             "{'Received':'1','received.2':'2','Received.2.2':'3','CC':'=?x?Q?a?=','boundary':'b','To':'c',"
-            "'Content-Type_Media':'a','Content-Type_Subtype':'b','Name':'\303\244.c','CharSet':'=?x?Q?a?=','y':'c','"
-            "filename':'\303\244'}");
+            "'Content-Type_Media':'a','Content-Type_Subtype':'b','Name':'\303\244.c','CharSet':'=?x?Q?a?=','y':'c',"
+            "'filename':'\303\244'}");
 }
 
 TEST_F(MailTest, TextAndAttachmentsComeFromTheStructure) {
@@ -73,8 +71,7 @@ TEST_F(MailTest, TextAndAttachmentsComeFromTheStructure) {
   const std::string kept(10240, 'a');
   const std::string cut =
       "...\r\n\r\n------- System-Hinweis:\r\nDiese Nachricht ist gr\366\337er als die zugelassenen 10 KB und wurde "
-      "daher "
-      "abgeschnitten! Die vollst\344ndige Nachricht befindet sich in der Datei \"Nachricht.txt\".";
+      "daher abgeschnitten! Die vollst\344ndige Nachricht befindet sich in der Datei \"Nachricht.txt\".";
   const struct {
     std::string mail, literal, readable = "not compared";  // "text[name=bytes][name=bytes]"
   } kRows[] = {
@@ -130,11 +127,9 @@ TEST_F(MailTest, AttachmentNamesStayInTheFolderAndApart) {
   std::string rows =
       "bild.jpg > bild.jpg\nBild.JPG > Bild_2.JPG\n../../etc/passwd > .._.._etc_passwd\n.. > ..xxx\n. > .xxx\n"
       "///// > _____.xxx\n-rf > -rf.xxx\nC:\\x > C__x.xxx\nTEMP:x > TEMP_x.xxx\nNachricht.HTM > Nachricht_orig.htm\n"
-      "\"a:b*c?.txt > a_b_c_.txt\nc\x01.txt > c_.txt\n| > |.xxx\nc\rd > c_d.xxx\n\xE2\x80\xAEgpj > "
-      "\xE2\x80\xAEgpj.xxx\n"
-      "BETREFF > BETREFF.xxx\nmail.eml > mail_2.eml\nlink.bin > link_2.bin\n"
-      "/calendar > Termin.ics\n/png > Embedded_2.png\n/../../x > Embedded...\n/ > Embedded.xxx\n"
-      "/x\x01NACHRICHT > Embedded.x_NACHRICHT";
+      "\"a:b*c?.txt > a_b_c_.txt\nc\x01.txt > c_.txt\n| > |.xxx\nc\rd > c_d.xxx\n\xE2\x80\xAEgpj > \xE2\x80\xAEgpj.xxx"
+      "\nBETREFF > BETREFF.xxx\nmail.eml > mail_2.eml\nlink.bin > link_2.bin\n/calendar > Termin.ics\n"
+      "/png > Embedded_2.png\n/../../x > Embedded...\n/ > Embedded.xxx\n/x\x01NACHRICHT > Embedded.x_NACHRICHT";
   for (const auto& [letter, kept] : {std::pair('n', 236), std::pair('\xE4', 118)})  // one is two bytes on disk
     rows += "\n" + std::string(300, letter) + ".pdf > " + std::string(kept, letter) + ".pdf";
   std::vector<std::string> parts, names;
@@ -240,36 +235,34 @@ struct Leaf {
   std::string type, content;  // type: the value of "Content-Type", empty without one
 };
 
-class Model {
- public:
-  explicit Model(std::string text) : text_(std::move(text)) {}
+struct Model {
+  std::string text;
+  std::vector<Leaf> leaves = {};
+  int parts = 0;
 
   // False when a test mail makes more parts than it should.
   bool decode(std::size_t start, const std::string& parent) {
-    if (++parts_ > 400) return false;
+    if (++parts > 400) return false;
     const std::size_t line_end = find("\r\n", start);
     std::string header;
     std::size_t body = start + 2;
     if (start == 0 || (line_end != kNone && start < line_end)) {
       const std::size_t blank = find("\r\n\r\n", start);
-      std::size_t end = blank == kNone ? text_.size() : blank + 2;
+      std::size_t end = blank == kNone ? text.size() : blank + 2;
       body = blank == kNone ? end : blank + 4;
       const std::size_t next_part = parent.empty() ? kNone : find("\r\n--" + parent, start - 2);
       if (next_part != kNone && next_part + 2 < end) end = body = next_part + 2;
-      header = text_.substr(start, end - start);
+      header = text.substr(start, end - start);
     }
     const std::string type = type_in(header);
     const std::size_t mark = type.find("; boundary=");
     if (mark != kNone && mark + 11 < type.size()) return decode_parts(body, type.substr(mark + 11));
-    body = std::min(body, text_.size());
+    body = std::min(body, text.size());
     const std::size_t next = parent.empty() ? kNone : find(parent, body);
-    leaves.push_back({type, text_.substr(body, next == kNone ? kNone : std::max(next, body + 2) - 2 - body)});
+    leaves.push_back({type, text.substr(body, next == kNone ? kNone : std::max(next, body + 2) - 2 - body)});
     return true;
   }
 
-  std::vector<Leaf> leaves;
-
- private:
   bool decode_parts(std::size_t body, const std::string& boundary) {
     const std::size_t size = boundary.size();
     const std::size_t first = find(boundary, body);
@@ -290,29 +283,24 @@ class Model {
     if (at == kNone) return {};
     return std::string(trimmed(lines.substr(at + 15, std::min(lines.find("\r\n", at + 2), lines.size()) - at - 15)));
   }
-  [[nodiscard]] std::size_t find(const std::string& what, std::size_t from) const { return text_.find(what, from); }
-
-  std::string text_;
-  int parts_ = 0;
+  [[nodiscard]] std::size_t find(const std::string& what, std::size_t from) const { return text.find(what, from); }
 };
 
 TEST_F(MailTest, TheWalkAgreesWithTheRulesOnGeneratedMails) {
   const auto pieces = split(
-      "--z\r\n|--z|--z--|--z--\r\n|--zz\r\n|--zz--\r\n|z|\r\n|\r\n\r\n|Content-Type: text/plain\r\n|Content-Type: "
-      "a/x\r\n|"
-      "Content-Type: multipart/mixed; boundary=zz\r\n|Content-Type: multipart/x; boundary=z\r\n|"
-      "Content-Type: multipart/x; boundary=xx\r\n|--xx\r\n|--xx--\r\n|eins|zwei\r\n|X: y\r\n| folded\r\n|\t\r\n",
+      "--z\r\n|--z|--z--|--z--\r\n|--zz\r\n|--zz--\r\n|--xx\r\n|--xx--\r\n|z|\r\n|\r\n\r\n|Content-Type: text/plain\r\n"
+      "|Content-Type: a/x\r\n|Content-Type: multipart/mixed; boundary=zz\r\n|Content-Type: multipart/x; boundary=z\r\n"
+      "|Content-Type: multipart/x; boundary=xx\r\n|eins|zwei\r\n|X: y\r\n| folded\r\n|\t\r\n",
       "|");
   std::mt19937 random(5);
   int compared = 0;
   for (int round = 0; round < 1500; ++round) {
     std::string mail = random() % 4 == 0 ? "" : "Content-Type: multipart/mixed; boundary=z\r\n\r\n";
     for (std::size_t i = random() % 16; i > 0; --i) mail += pieces[random() % pieces.size()];
-    Model model(mail);
+    Model model{mail};
     if (mail.empty() || mail.ends_with("\r\n.\r\n") || !model.decode(0, "")) continue;
     ++compared;
-    std::string expected;
-    std::vector<std::string> files, found;
+    std::string expected, files;
     for (auto& [type, content] : model.leaves) {
       const bool is_text = type.empty() || type.substr(0, type.find(';')) == "text/plain";
       for (bool more = true; more && content.ends_with("\r\n"); more = is_text && !type.empty())
@@ -321,12 +309,12 @@ TEST_F(MailTest, TheWalkAgreesWithTheRulesOnGeneratedMails) {
       if (is_text)
         expected += (expected.empty() ? "" : "\r\n\r\nEingebettete Mail:\r\n\r\n") + content;
       else
-        files.push_back(content);
+        files += "[" + content + "]";
     }
     ASSERT_TRUE(decode(mail)) << printable(mail);
-    for (const auto& name : attachments()) found.push_back(text(name));
-    ASSERT_EQ(printable(text("NACHRICHT")), printable(expected)) << printable(mail);
-    ASSERT_EQ(found, files) << printable(mail);
+    std::string found = text("NACHRICHT");
+    for (const auto& name : attachments()) found += "[" + text(name) + "]";
+    ASSERT_EQ(printable(found), printable(expected + files)) << printable(mail);
   }
   EXPECT_GT(compared, 700);
 }

@@ -11,13 +11,7 @@
 
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
-#include "yinet/host/codepage.h"
-#include "yinet/host/settings.h"
-#include "yinet/host/text.h"
-#include "yinet/host/yfile.h"
-#include "yinet/host/yjson.h"
-#include "yinet/host/yobject.h"
-#include "yinet/mime/ymime_message.h"
+#include "yinet/yinet.h"
 
 namespace yinet::test {
 

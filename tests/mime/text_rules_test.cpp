@@ -8,15 +8,14 @@
 #include <random>
 
 #include "mime/literal_models.h"
-#include "yinet/host/yjson.h"
 #include "yinet/mime/byte_search.h"
 #include "yinet/mime/fold_lines.h"
 #include "yinet/mime/header_decoding.h"
 #include "yinet/mime/header_encoding.h"
 #include "yinet/mime/html_to_text.h"
-#include "yinet/mime/mail_parser.h"
 #include "yinet/mime/mail_text.h"
 #include "yinet/mime/recipient_list.h"
+#include "yinet/yinet.h"
 
 namespace yinet::test {
 namespace {
