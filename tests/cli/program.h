@@ -1,6 +1,7 @@
 // Runs the program that was built, as a user would.
 #pragma once
 
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,13 +11,10 @@
 namespace yinet::test {
 
 // YINET_PROGRAM is the path of the program, given by the build.
-inline std::vector<std::string> program_call(std::vector<std::string> arguments) {
+inline CommandResult run_program(std::vector<std::string> arguments, std::string standard_input = {},
+                                 std::map<std::string, std::string> environment = {}) {
   arguments.insert(arguments.begin(), YINET_PROGRAM);
-  return arguments;
-}
-
-inline CommandResult run_program(std::vector<std::string> arguments, std::string standard_input = {}) {
-  return run_command(program_call(std::move(arguments)), std::move(standard_input));
+  return run_command({std::move(arguments), std::move(environment), std::move(standard_input)});
 }
 
 }  // namespace yinet::test

@@ -1,6 +1,8 @@
-// The program without a network: help, tables, wrong calls, options that hold for every command.
+// The program without servers: help, tables, wrong calls, options for every command, mails, addresses, character sets.
 
 #include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
 
 #include "cli/program.h"
 #include "support/temp_dir.h"
@@ -8,31 +10,28 @@
 namespace yinet::test {
 namespace {
 
-using testing::AllOf;
 using testing::HasSubstr;
-using testing::MatchesRegex;
-using testing::Not;
 
-TEST(Program, HasHelpWithExamples) {
-  const CommandResult result = run_program({});
-  EXPECT_EQ(result.exit_code, 0);
-  EXPECT_THAT(result.output, AllOf(HasSubstr("Examples:"), HasSubstr("yinet call HTTP_GET")));
-  for (const char* command : {"call", "dns", "ftp", "functions", "mail", "messages", "settings"}) {
-    EXPECT_THAT(result.output, HasSubstr(std::string("  ") + command + " "));
-    EXPECT_THAT(run_program({command, "--help"}).output, HasSubstr(std::string("  yinet ") + command)) << command;
-  }
-  EXPECT_THAT(run_program({"--version"}).output, MatchesRegex("yinet [0-9]+\\.[0-9]+\\.[0-9]+\n"));
-  EXPECT_THAT(run_program({"functions"}).output, HasSubstr("\n  SECURESOCKETGLOBALSSLINIT "));
-  EXPECT_THAT(run_program({"functions", "http_post"}).output,
-              AllOf(HasSubstr("text or buffer"), HasSubstr("_RETV (bool)"), HasSubstr("  yinet call HTTP_POST pUrl=")));
-  EXPECT_THAT(run_program({"messages", "21502", "--language", "de"}).output, HasSubstr("DNS-Anfrage"));
-}
-
-TEST(Program, WrongCallsEndWithTwoAndSayWhatWouldBeRight) {
+TEST(Program, TellsConvertsAndSaysCauseAndCure) {
   const struct {
     std::vector<std::string> arguments;
     std::string said;
-  } kCases[] = {
+    int exit_code = 2;
+    std::string input = {};
+  } kCalls[] = {
+      {{}, "Examples:\n  yinet call HTTP_GET", 0},
+      {{"mail", "--help"}, "  yinet mail", 0},
+      {{"--version"}, "yinet 0.", 0},
+      {{"functions"}, "\n  SECURESOCKETGLOBALSSLINIT ", 0},
+      {{"functions", "http_post"}, "text or buffer", 0},
+      {{"messages", "21502", "--language", "de"}, "DNS-Anfrage", 0},
+      {{"address", "name", "\"J\xC3\xB6rg\" <j@example.org>"}, "J\xC3\xB6rg\n", 0},
+      {{"address", "list", "-"}, "max@example.org\njo@example.org\n", 0, "Max <max@example.org>,\n\t jo@example.org\n"},
+      {{"charset", "convert", "--from", "850", "--to", "windows-1252", "-"}, "\xE4\r\n", 0, "\x84\r\n"},
+      {{"charset", "convert", "--from", "UTF-16LE", "--to", "utf-8"}, "ab", 0, std::string("a\0b\0", 4)},
+      {{"charset", "list"}, "ibm-5348_P100-1997\n", 0},
+      {{"mail", "compose", "-"}, "the mail has no recipients", 0, "{}"},
+      {{"--set", "DNS/Serwer=x", "dns", "a", "localhost"}, "DNS/Server", 0},
       {{"functons"}, "there is no command \"functons\"; did you mean functions?"},
       {{"call"}, "FUNCTION is required; \"yinet call --help\""},
       {{"call", "HTTP_GTE"}, "did you mean HTTP_GET?"},
@@ -48,37 +47,71 @@ TEST(Program, WrongCallsEndWithTwoAndSayWhatWouldBeRight) {
       {{"--set", "TLS/NamenPruefen=maybe", "settings"}, "the value must be 0 or 1"},
       {{"--settings", "/nowhere/file", "settings"}, "/nowhere/file: "},
       {{"--language", "fr", "settings"}, "fr"},
-  };
-  for (const auto& wrong : kCases) {
-    const CommandResult result = run_program(wrong.arguments);
-    EXPECT_EQ(result.exit_code, 2) << wrong.said;
-    EXPECT_THAT(result.errors, HasSubstr(wrong.said));
-    EXPECT_EQ(result.output, "") << wrong.said;
+      {{"ftp", "size", "http://x/y"}, "ftps://HOST/PATH"},
+      {{"ftp", "size", "127.0.0.1/x"}, "ftps://HOST/PATH"},
+      {{"ftp", "size", "ftp:///x"}, "ftps://HOST/PATH"},
+      {{"ftp", "size", "ftp://x/"}, "names no file"},
+      {{"ftp", "size", "ftp://x/a%0Ab"}, "line break"},
+      {{"sftp", "ls", "sftp://x/y"}, "sftp://USER@HOST"},
+      {{"get", "gopher://127.0.0.1/x"}, ""},
+      {{"get", "http://127.0.0.1/x", "x", "--proxy", "socks6://127.0.0.1"}, ""},
+      {{"mail", "decode", "x", "--options", "16"}, "--options"},
+      {{"charset", "convert", "--from", "utf-9", "--to", "utf-8"}, "did you mean UTF-"},
+      {{"charset", "convert", "--from", "utf-8", "--to", "utf-16"}, "take UTF-8", 2, "a"},
+      {{"charset", "convert", "--from", "latin1", "--to", "utf-8"}, "zero byte", 1, std::string("a\0b", 3)},
+      {{"address", "name", "max@example.org"}, "no display name", 1},
+      {{"mail", "decode", "-"}, "standard input is empty", 1},
+      {{"mail", "compose", "/nowhere/x.json"}, "/nowhere/x.json cannot be read: No such file", 1},
+      {{"mail", "compose", "-"}, "The attachment /nowhere/a.pdf cannot be sent", 1, R"({"ANLAGEN": "/nowhere/a.pdf"})"},
+      {{"mail", "compose", "-", "-o", "/nowhere/out"},
+       "/nowhere/out could not be written",
+       1,
+       R"({"ABSENDER": "a@b"})"},
+      {{"--set", "System/Sprache=DE", "dns", "a", "a b"}, "Die DNS-Anfrage", 1},
+      {{"--log", "json", "--set", "DNS/Server=nobody knows", "dns", "a", "x.test"}, "\"number\":21500", 1}};
+  for (const auto& [arguments, said, exit_code, input] : kCalls) {
+    const CommandResult result = run_program(arguments, input);
+    EXPECT_EQ(result.exit_code, exit_code) << result.errors;
+    EXPECT_THAT(result.output + result.errors, HasSubstr(said));
+    EXPECT_EQ(result.output.empty(), exit_code != 0) << said;
   }
+  const CommandResult lost = run_command({"sh", "-c", std::string(YINET_PROGRAM) + " functions > /dev/full"});
+  EXPECT_EQ(lost.exit_code, 1);
+  EXPECT_THAT(lost.errors, HasSubstr("No space left on device"));
 }
 
 TEST(Program, SettingsComeFromFileEnvironmentAndOptions) {
   const TempDir folder;
-  const std::string file = folder.write("my.ini", "[DNS]\nVersuche = 7\nZeitlimit = 70\n").string();
-  const CommandResult result =
-      run_command({.argv = program_call({"--settings", file, "settings", "--set", "dns/zeitlimit=9"}),
-                   .environment = {{"YINET_DNS_SERVER", "192.0.2.1"}, {"YINET_INTERNET_PROXYPASSWORT", "geheim"}}});
-  EXPECT_EQ(result.exit_code, 0);
-  EXPECT_EQ(result.errors, "");
-  EXPECT_THAT(result.output, AllOf(HasSubstr("DNS/Versuche = 7\n"), HasSubstr("DNS/Zeitlimit = 9\n"),
-                                   HasSubstr("DNS/Server = 192.0.2.1\n"), HasSubstr("ProxyPasswort = ***\n")));
+  const std::string file = folder.write("my.ini", "[DNS]\nVersuche = 7\nZeitlimit = 70\nServer = x\n").string();
+  const CommandResult result = run_program({"settings", "--set", "dns/zeitlimit=9"}, "",
+                                           {{"YINET_SETTINGS", file},
+                                            {"YINET_DNS_SERVER", "192.0.2.1"},
+                                            {"YINET_SYSTEM_NAME", "B\xC3\xA4r"},
+                                            {"YINET_INTERNET_PROXYPASSWORT", "geheim"}});
+  EXPECT_EQ(result.exit_code, 0) << result.errors;
+  for (const char* line : {"DNS/Versuche = 7\n", "DNS/Zeitlimit = 9\n", "DNS/Server = 192.0.2.1\n",
+                           "SYSTEM/NAME = B\xC3\xA4r\n", "ProxyPasswort = ***\n"})
+    EXPECT_THAT(result.output, HasSubstr(line));
 }
 
-TEST(Program, TellsWhatIsWrongBesideTheResult) {
-  const CommandResult remark = run_program({"--set", "DNS/Serwer=x", "dns", "a", "localhost"});
-  EXPECT_EQ(remark.output, "127.0.0.1\n");
-  EXPECT_THAT(remark.errors, AllOf(HasSubstr("DNS/Serwer"), HasSubstr("DNS/Server")));
-  const CommandResult lost = run_command({"sh", "-c", std::string(YINET_PROGRAM) + " functions > /dev/full"});
-  EXPECT_EQ(lost.exit_code, 1);
-  EXPECT_THAT(lost.errors, HasSubstr("No space left on device"));
-  const CommandResult json = run_program({"--log", "json", "--set", "DNS/Server=nobody knows", "dns", "a", "x.test"});
-  EXPECT_EQ(json.exit_code, 1);
-  EXPECT_THAT(json.errors, AllOf(testing::StartsWith("{"), HasSubstr("21500"), Not(HasSubstr("yinet:"))));
+TEST(Program, AComposedMailComesBackWhenItIsDecoded) {
+  const TempDir folder;
+  const std::string on_disk = folder.write("platte.bin", std::string("\x00\xFF.\r\n", 5)).string();
+  const nlohmann::json record = {
+      {"ABSENDER", "eva@example.org"},     {"EMPF\xC3\x84NGER", {"max@example.org", "lager@example.org"}},
+      {"BETREFF", "M\xC3\xA4rz"},          {"NACHRICHT", "Gr\xC3\xBC\xC3\x9F\n.\n..punkt\rEnde"},
+      {"ANLAGEN", {"liste.csv", on_disk}}, {"liste.csv", {{"$base64", "QSwNCg=="}}}};
+  const std::string mail = (folder / "out.eml").string();
+  ASSERT_EQ(run_program({"mail", "compose", "-", "-o", mail}, record.dump()).exit_code, 0);
+  const nlohmann::json decoded = nlohmann::json::parse(run_program({"mail", "decode", mail, "--json"}).output);
+  EXPECT_EQ(decoded["EMPF\xC3\x84NGER"], "max@example.org\x01lager@example.org");
+  EXPECT_EQ(decoded["NACHRICHT"], "Gr\xC3\xBC\xC3\x9F\r\n.\r\n..punkt\r\nEnde");
+  EXPECT_EQ(decoded["ANLAGEN"], "liste.csv\x01platte.bin");
+  EXPECT_EQ(decoded["platte.bin"]["$base64"], "AP8uDQo=");
+  EXPECT_EQ(run_program({"mail", "parts", "-"}, read_file(mail)).output,
+            "multipart/mixed\n  text/plain  iso-8859-1  8Bit  22 bytes\n"
+            "  application/octet-stream  liste.csv  base64  4 bytes\n"
+            "  application/octet-stream  platte.bin  base64  5 bytes\n");
 }
 
 }  // namespace

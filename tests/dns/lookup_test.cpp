@@ -1,11 +1,11 @@
-// Lookups through real sockets: a real DNS server, and one that does what real ones won't.
+// Answers byte by byte, and lookups through real sockets: a real DNS server, and one that does what real ones won't.
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
+#include <list>
 #include <string>
 #include <thread>
 
@@ -14,9 +14,11 @@
 #include "support/ports.h"
 #include "support/requirements.h"
 #include "support/resource_check.h"
+#include "yinet/dns/dns_names.h"
+#include "yinet/dns/dns_reply.h"
 #include "yinet/dns/ynet_dns.h"
 #include "yinet/host/messages.h"
-#include "yinet/host/setting_table.h"
+#include "yinet/host/settings.h"
 
 namespace yinet {
 namespace {
@@ -28,12 +30,10 @@ using namespace std::string_literals;
 class Lookup : public Test {
  protected:
   ~Lookup() override {
-    for (const Setting* setting : {&settings::kDnsServers, &settings::kDnsTimeout, &settings::kDnsTries})
-      set_setting(setting->section, setting->name, std::nullopt);
+    for (const char* name : {"Server", "Zeitlimit", "Versuche"}) set_setting("DNS", name, std::nullopt);
   }
 
-  static void set(const Setting& setting, std::string value) { set_setting(setting.section, setting.name, value); }
-  static void use_servers(const std::string& servers) { set(settings::kDnsServers, servers); }
+  static void use_servers(const std::string& servers) { set_setting("DNS", "Server", servers); }
 
   static std::string address_of(const YString& name) {
     const in_addr address{YInetDNS.GetIPAdressForDomain(name)};
@@ -44,142 +44,136 @@ class Lookup : public Test {
     std::vector<std::string> lines;
     const YObjectArray servers = YInetDNS.GetMailServerForDomain(name);
     for (int i = 0; i < servers.Count(); ++i)
-      lines.push_back(std::to_string(*servers.ItemPtr(i)->Find<std::int32_t>("PRIO")) + " " +
-                      servers.ItemPtr(i)->Find<YString>("SERVER")->str());
+      lines.push_back((servers.ItemPtr(i)->GetString("PRIO") + " " + servers.ItemPtr(i)->GetString("SERVER")).str());
     return lines;
   }
   // The status in the one message that a failed lookup raises.
-  std::string failure_of(const YString& name) {
+  int failure_of(const YString& name) {
     log_.clear();
     EXPECT_EQ(address_of(name), "");
     EXPECT_THAT(log_.numbers(), ElementsAre(message::kDnsQueryFailed));
     const LogRecord record = log_.last(message::kDnsQueryFailed);
     EXPECT_EQ(record.level, 6);
-    const std::string status = record.text.substr(record.text.rfind("status "));
-    return status.substr(7, status.find(')') - 7);
+    return std::stoi(record.text.substr(record.text.rfind("(status ") + 8));
   }
 
   LogCapture log_;
 };
 
-DnsHandler answering(const std::string& address) {
-  return [address](const DnsQuery& query) { return DnsMessage::reply_to(query).a(query.name, address).bytes(); };
-}
-
-DnsHandler answering_code(unsigned code) {
-  return [code](const DnsQuery& query) { return DnsMessage::reply_to(query).code(code).bytes(); };
+DnsHandler answering(const std::string& address, unsigned code = 0) {
+  return [=](const DnsQuery& query) { return DnsMessage::reply_to(query).code(code).a(query.name, address).bytes(); };
 }
 
 std::string silence(const DnsQuery&) { return {}; }
 
+TEST(SearchList, IsForNamesWithFewDotsAndLeavesOutWhatIsTooLong) {
+  const std::vector<std::string> domains = {"one.test", std::string(250, 'd'), "two.test"};
+  EXPECT_THAT(names_to_ask("www", domains, 1), ElementsAre("www.one.test", "www.two.test", "www"));
+  EXPECT_THAT(names_to_ask("www.", domains, 1), ElementsAre("www."));
+  EXPECT_THAT(names_to_ask("www.x", domains, 2), ElementsAre("www.x.one.test", "www.x.two.test", "www.x"));
+}
+
+TEST(DnsReply, EveryTruncationIsAServerFailure) {
+  const auto reply = [](std::uint16_t type) { return DnsMessage::reply_to({.id = 7, .name = "x.test", .type = type}); };
+  const std::pair<RecordType, std::string> wholes[] = {
+      {RecordType::a, reply(kDnsA).cname("x.test", "b.x.test").a("b.x.test", "192.0.2.9").bytes()},
+      {RecordType::mx, reply(kDnsMx).mx("x.test", 20, "a.test").mx("x.test", 9, "b.test").bytes()}};
+  for (const auto& [type, whole] : wholes)
+    for (std::size_t kept = 0; kept <= whole.size(); ++kept) {
+      const std::vector<char> exact(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(kept));
+      DnsRecords records;
+      EXPECT_EQ(read_reply(type, {exact.data(), kept}, records),
+                kept < whole.size() ? LookupStatus::server_failure : LookupStatus::found)
+          << kept;
+    }
+}
+
 TEST_F(Lookup, ARealServerAnswers) {
   YINET_REQUIRE_PROGRAM("knotd");
-  std::string many_addresses;
-  for (int i = 100; i < 200; ++i) many_addresses += "many A 192.0.2." + std::to_string(i) + "\n";
-  const KnotServer knot({{"x.test",
-                          "www CNAME one\none CNAME two\ntwo A 192.0.2.1\ntwo A 192.0.2.9\ntext TXT \"t\"\n"
-                          "loop CNAME pool\npool CNAME loop\nlost CNAME nowhere\n@ MX 20 slow\n@ MX 10 fast\n"
-                          "none MX 0 .\n" +
-                              many_addresses},
-                         {"broken.test", std::nullopt}});
+  std::string zone =
+      "www CNAME one\none CNAME two\ntwo A 192.0.2.1\ntwo A 192.0.2.9\ntext TXT \"t\"\nloop CNAME pool\n"
+      "pool CNAME loop\nlost CNAME nowhere\n@ MX 20 slow\n@ MX 10 fast\nnone MX 0 .\n";
+  for (int i = 100; i < 200; ++i) zone += "many A 192.0.2." + std::to_string(i) + "\n";
+  const KnotServer knot({{"x.test", zone}, {"broken.test", std::nullopt}});
   use_servers(knot.target());
   EXPECT_EQ(address_of("many.x.test"), "192.0.2.199") << "too long for UDP";
-  EXPECT_EQ(address_of("www.x.test"), "192.0.2.9");
   EXPECT_EQ(address_of("WWW.X.test."), "192.0.2.9");
   EXPECT_THAT(mail_servers_of("x.test"), ElementsAre("10 fast.x.test", "20 slow.x.test"));
   EXPECT_THAT(mail_servers_of("none.x.test"), ElementsAre("0 "));
   EXPECT_THAT(log_.numbers(), IsEmpty());
-
-  const std::pair<const char*, const char*> failures[] = {{"nosuch.x.test", "9003"},   {"lost.x.test", "9003"},
-                                                          {"text.x.test", "9501"},     {"loop.x.test", "9501"},
-                                                          {"www.broken.test", "9002"}, {"www.elsewhere.test", "9005"}};
+  const std::pair<const char*, int> failures[] = {{"nosuch.x.test", 9003},   {"lost.x.test", 9003},
+                                                  {"text.x.test", 9501},     {"loop.x.test", 9501},
+                                                  {"www.broken.test", 9002}, {"www.elsewhere.test", 9005}};
   for (const auto& [name, status] : failures) EXPECT_EQ(failure_of(name), status) << name;
-  log_.clear();
   EXPECT_THAT(mail_servers_of("nosuch.x.test"), IsEmpty());
   EXPECT_THAT(log_.last(message::kDnsQueryFailed).text, HasSubstr("nosuch.x.test"));
 }
 
-TEST_F(Lookup, EqualPreferencesKeepTheOrderOfTheAnswer) {
+TEST_F(Lookup, AddressesAndImpossibleNamesAreNotAskedForAllOthersEveryTimeInUtf8) {
   ScriptedDnsServer server([](const DnsQuery& query) {
-    return DnsMessage::reply_to(query).mx(query.name, 20, "z").mx(query.name, 9, "c").mx(query.name, 20, "a").bytes();
+    DnsMessage reply = DnsMessage::reply_to(query);
+    if (query.type == kDnsA) return reply.a(query.name, "192.0.2.1").bytes();
+    return reply.mx(query.name, 20, "z").mx(query.name, 9, "c").mx(query.name, 20, "a").bytes();
   });
   use_servers(server.target());
-  EXPECT_THAT(mail_servers_of("x.test"), ElementsAre("9 c", "20 z", "20 a"));
-}
-
-TEST_F(Lookup, EveryLookupAsksForTheNameInUtf8AndSomeAskNobody) {
-  ScriptedDnsServer server(answering("192.0.2.1"));
-  use_servers(server.target());
-  EXPECT_EQ(address_of("198.51.100.7"), "198.51.100.7");
+  for (const char* dotted : {"198.51.100.7", "255.255.255.255"}) EXPECT_EQ(address_of(dotted), dotted);
   EXPECT_EQ(address_of("LocalHost."), "127.0.0.1");
-  for (const std::string& name : {""s, "a\r\nb"s, "1.2.3.4\0"s}) EXPECT_EQ(failure_of(YString(name)), "123") << name;
+  const std::string label(63, 'a'), longest = label + "." + label + "." + label + "." + std::string(61, 'a');
+  for (const std::string& name : {""s, "."s, "a..b"s, ".a"s, "a b"s, "a\r\nb"s, "a\\b"s, "a:53"s, "\x7F"s, " 1.2.3.4"s,
+                                  "::1"s, "1.2.3.4\0"s, label + "a.test", longest + "a"})
+    EXPECT_TRUE(failure_of(name) == 123 && !is_askable_name(name)) << name;
   EXPECT_THAT(server.queries(), IsEmpty());
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(address_of("m\xFCller.test"), "192.0.2.1");
-  ASSERT_EQ(server.queries().size(), 2U);
-  EXPECT_EQ(server.queries()[1].name, "m\xC3\xBCller.test");
+  for (const std::string& name : {"_sip.x"s, "1.2.3"s, "1.2.3.4.5"s, "1.2.3.256"s, "01.2.3.4"s, "0x1.2.3.4"s, "12345"s,
+                                  "m\xFCller.test"s, "m\xFCller.test"s})
+    EXPECT_EQ(address_of(name), "192.0.2.1") << name;
+  EXPECT_GE(server.queries().size(), 9U);
+  EXPECT_TRUE(is_askable_name(longest + "."));
+  EXPECT_EQ(server.queries().back().name, "m\xC3\xBCller.test");
+  EXPECT_THAT(mail_servers_of("x.test"), ElementsAre("9 c", "20 z", "20 a")) << "equal ones in the answer's order";
   use_servers("nobody knows");
   log_.clear();
   EXPECT_EQ(address_of("x.test"), "");
   EXPECT_THAT(log_.numbers(), ElementsAre(message::kDnsLibraryFailed));
 }
 
-TEST_F(Lookup, ASilentServerIsRepeatedWithinTheLimit) {
-  ScriptedDnsServer server(silence);
-  const ResourceCheck check;
-  use_servers(server.target());
-  set(settings::kDnsTimeout, "400");
-  set(settings::kDnsTries, "3");
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(failure_of("x.test"), "1460");
-  const auto passed = std::chrono::steady_clock::now() - start;
-  EXPECT_GE(passed, std::chrono::milliseconds(390));
-  EXPECT_LT(passed, std::chrono::milliseconds(4000));
-  EXPECT_EQ(server.queries().size(), 3U);
-}
-
-TEST_F(Lookup, LiesEndInAStatus) {
-  set(settings::kDnsTimeout, "600");
-  const auto cut = [](std::size_t kept) {
-    return [kept](const DnsQuery& query) { return answering("192.0.2.7")(query).substr(0, kept); };
-  };
+TEST_F(Lookup, SilenceAndLiesEndInAStatusUnlessTheNextServerKnows) {
+  set_setting("DNS", "Zeitlimit", "600");
+  set_setting("DNS", "Versuche", "3");
   const auto as_if = [](int id, const char* name) {
     return [id, name](const DnsQuery& query) {
       return answering("192.0.2.7")({.id = static_cast<std::uint16_t>(query.id + id), .name = name, .type = 1});
     };
   };
-  const std::pair<DnsHandler, std::string> lies[] = {
-      {as_if(1, "x.test"), "1460"},
-      {as_if(0, "other.test"), "1460"},
-      {cut(5), "1460"},  // not even a whole header: never taken for an answer
-      {cut(40), "9002"},
-      {[](const DnsQuery& query) { return DnsMessage::reply_to(query).cname(query.name, "elsewhere.test").bytes(); },
-       "9501"},
+  const DnsHandler closed, knowing = answering("192.0.2.5"), refusing = answering("192.0.2.7", 5);
+  // Servers, what comes out, and how often the last one is asked: who has answered is not asked again.
+  const std::tuple<std::vector<DnsHandler>, std::string, std::size_t> rows[] = {
+      {{closed, silence, refusing, answering("192.0.2.7", 2), knowing}, "192.0.2.5", 1},
+      {{answering("192.0.2.7", 3), knowing}, "9003", 0},
+      {{silence, refusing}, "9005", 1},
+      {{closed}, "9002", 0},
+      {{silence}, "1460", 3},
+      {{as_if(1, "x.test")}, "1460", 3},
+      {{as_if(0, "other.test")}, "1460", 3},
+      {{[](const DnsQuery&) { return "cut"s; }}, "1460", 3},  // never taken for an answer
+      {{[](const DnsQuery& query) { return DnsMessage::reply_to(query).cname("x.test", "y.test").bytes(); }},
+       "9501",
+       1},
       // The rest would have to come over TCP, which is refused.
-      {[](const DnsQuery& query) { return DnsMessage::reply_to(query).truncated().bytes(); }, "9002"}};
-  for (const auto& [handler, status] : lies) {
-    ScriptedDnsServer server(handler);
-    use_servers(server.target());
-    EXPECT_EQ(failure_of("x.test"), status);
+      {{[](const DnsQuery& query) { return DnsMessage::reply_to(query).truncated().bytes(); }}, "9002", 1}};
+  const std::string refused = "127.0.0.1:" + std::to_string(refused_port());
+  for (const auto& [handlers, outcome, queries] : rows) {
+    std::list<ScriptedDnsServer> servers;
+    std::string targets;
+    for (const DnsHandler& handler : handlers)
+      targets += (handler ? servers.emplace_back(handler).target() : refused) + ",";
+    use_servers(targets);
+    const ResourceCheck check;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(outcome == "192.0.2.5" ? address_of("x.test") : std::to_string(failure_of("x.test")), outcome);
+    const auto passed = std::chrono::steady_clock::now() - start;
+    EXPECT_TRUE(passed < milliseconds(4000) && (outcome != "1460" || passed > milliseconds(590)));
+    EXPECT_EQ(servers.empty() ? 0 : servers.back().queries().size(), queries) << outcome;
   }
-}
-
-TEST_F(Lookup, TheNextServerIsAskedUntilOneKnows) {
-  ScriptedDnsServer silent(silence), refusing(answering_code(5)), failing(answering_code(2)),
-      denying(answering_code(3)), knowing(answering("192.0.2.5"));
-  set(settings::kDnsTimeout, "2000");
-  const std::string closed = "127.0.0.1:" + std::to_string(refused_port());
-  use_servers(closed + "," + silent.target() + "," + refusing.target() + "," + failing.target() + "," +
-              knowing.target());
-  EXPECT_EQ(address_of("x.test"), "192.0.2.5");
-  EXPECT_THAT(log_.numbers(), IsEmpty());
-  use_servers(denying.target() + "," + knowing.target());  // that there is no such name is knowledge, too
-  EXPECT_EQ(failure_of("x.test"), "9003");
-  set(settings::kDnsTimeout, "600");
-  use_servers(silent.target() + "," + refusing.target());
-  EXPECT_EQ(failure_of("x.test"), "9005");
-  EXPECT_EQ(refusing.queries().size(), 2U);  // one for each lookup: who has answered is not asked again
-  use_servers(closed);
-  EXPECT_EQ(failure_of("x.test"), "9002");
 }
 
 TEST_F(Lookup, ManyThreadsMayAskAtOnce) {
@@ -188,11 +182,9 @@ TEST_F(Lookup, ManyThreadsMayAskAtOnce) {
   use_servers(server.target());
   std::vector<std::jthread> threads;
   for (int t = 1; t <= 8; ++t)
-    threads.emplace_back([t] {
-      const std::string number = std::to_string(t);
-      for (int i = 0; i < 25; ++i) EXPECT_EQ(address_of(YString(number + ".test")), "192.0.2." + number);
+    threads.emplace_back([number = std::to_string(t)] {
+      for (int i = 0; i < 25; ++i) EXPECT_EQ(address_of(number + ".test"), "192.0.2." + number);
     });
-  for (std::jthread& thread : threads) thread.join();
 }
 
 }  // namespace

@@ -1,220 +1,314 @@
 #include "yinet/host/yfile.h"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <thread>
 
-#include "host/file_fixture.h"
+#include "support/log_capture.h"
+#include "support/resource_check.h"
+#include "support/temp_dir.h"
+#include "yinet/host/message_numbers.h"
+#include "yinet/host/settings.h"
 
+namespace yinet {
 namespace {
 
 using namespace std::string_literals;
-using namespace yinet;
-using yinet::test::read_file;
-using yinet::test::write_file;
+using test::read_file;
+using test::write_file;
+using testing::UnorderedElementsAre;
 namespace fs = std::filesystem;
 
 constexpr std::uint32_t kReadWrite = kAccessRead | kAccessWrite;
+constexpr uid_t kNobody = 65534;
 
-class File : public yinet::test::FileTest {
+// A folder of the test's own, with "TEMP:" in a sub-folder of it. No test may leave a descriptor behind.
+class File : public testing::Test {
  protected:
-  static mode_t mode_of(const fs::path& path) {
-    struct stat facts {};
-    return stat(path.c_str(), &facts) == 0 ? facts.st_mode & 0777 : 0;
+  File() : base(folder.make_folder("base")) {
+    set_setting("Dateien", "TempVerzeichnis", base.string());
+    set_temporary_folder("");
+    umask(022);
   }
+
+  YString name_of(std::string_view name) const { return YString((folder / name).string()); }
+  static fs::path on_disk(const YString& name) { return YFileManager.ResolveSystemPath(name); }
+  static fs::path temporary_folder() { return on_disk("TEMP:").parent_path(); }
+  [[nodiscard]] fs::path usual_folder() const { return base / ("yinet-" + std::to_string(geteuid())); }
+  static unsigned mode_of(const fs::path& path) { return static_cast<unsigned>(fs::status(path).permissions()); }
+  [[nodiscard]] long times_logged(int number) const { return std::ranges::count(log.numbers(), number); }
+
+  test::ResourceCheck check;
+  LogCapture log;
+  test::TempDir folder;
+  fs::path base;  // where the private temporary folder is made
 };
 
-TEST_F(File, CreationValuesDoWhatTheyDoOnTheOriginalPlatform) {
-  const struct {
-    int creation;
-    int error_when_missing, error_when_there;
-    const char* content;  // of an old file, once opened
-  } rows[] = {{kCreateNew, 0, EEXIST, "old"}, {kCreateAlways, 0, 0, ""},          {kOpenExisting, ENOENT, 0, "old"},
-              {kOpenAlways, 0, 0, "old"},     {kTruncateExisting, ENOENT, 0, ""}, {6, EINVAL, EINVAL, "old"}};
-  for (const YString& name : {YString("TEMP:file.txt"), name_of("file.txt")}) {
-    const fs::path path = on_disk(name);
-    for (const auto& row : rows) {
-      SCOPED_TRACE(name.str() + " " + std::to_string(row.creation));
-      fs::remove(path);
-      YFile file(name);
-      EXPECT_EQ(file.Open(row.creation, kReadWrite), row.error_when_missing == 0);
-      EXPECT_EQ(file.LastError(), row.error_when_missing);
-      EXPECT_EQ(fs::exists(path), row.error_when_missing == 0);
-      write_file(path, "old");
-      EXPECT_EQ(file.Open(row.creation, kReadWrite), row.error_when_there == 0);
-      EXPECT_EQ(file.LastError(), row.error_when_there);
-      EXPECT_EQ(read_file(path), row.content);
-    }
+TEST_F(File, NamesBecomePathsOrFailWithAReason) {
+  set_setting("Dateien", "LaufwerkC", folder.path().string() + "\\drive/");
+  set_temporary_folder(base.string());
+  const std::string temp = base.string();
+  const std::pair<YString, std::string> paths[] = {{"temp:~EML\\", temp + "/~EML/"},
+                                                   {"TEMP:a\\.\\b//..\\c", temp + "/a/c"},
+                                                   {"TEMP:a\\..", temp + "/"},
+                                                   {"/a\\b/../c", "/a/b/../c"},
+                                                   {"TEMPO\\y", fs::current_path().string() + "/TEMPO/y"},
+                                                   {"C:\\..\\..\\a", folder.path().string() + "/drive/a"}};
+  for (const auto& [name, path] : paths) EXPECT_EQ(YFileManager.ResolvePath(name).str(), path) << name.str();
+  EXPECT_EQ(YFileManager.ResolveSystemPath("/\xE4/\xD0\x9F/\x80"), "/\xC3\xA4/\xD0\x9F/\xE2\x82\xAC");
+  const std::pair<YString, int> bad[] = {{"", ENOENT},
+                                         {"TEMP:a\0.txt"s, EINVAL},
+                                         {"TEMP:a\\..\\..\\b", EINVAL},
+                                         {name_of(std::string(300, 'x')), ENAMETOOLONG},
+                                         {"TEMP:", EISDIR},
+                                         {name_of(""), EISDIR},
+                                         {"D:\\file", ENODEV}};
+  for (const auto& [name, error] : bad) {
+    YFile file(name);
+    EXPECT_TRUE(!file.Open(kOpenAlways, kReadWrite) && file.LastError() == error) << name.str() << file.LastError();
+    EXPECT_FALSE(YFile::Exist(name) || YFile::Delete(name) || YFile::Copy(name, "TEMP:copy")) << name.str();
+  }
+  EXPECT_TRUE(times_logged(message::kFileNameRefused) && times_logged(message::kDriveNotMapped));
+  for (const char* value : {"C:\\again", "TEMP:", ""}) {
+    set_setting("Dateien", "LaufwerkC", value);
+    EXPECT_EQ(YFileManager.ResolvePath("C:\\x"), "") << value;
   }
 }
 
-TEST_F(File, AccessLimitsWhatCanBeDone) {
-  YFile file(YString(folder.write("file", "old").string()));
-  EXPECT_FALSE(file.Write("a")) << "not open";
-  EXPECT_FALSE(file.Open(kOpenExisting, 0) || file.Open(kTruncateExisting, kAccessRead));
-  ASSERT_TRUE(file.Open(kOpenExisting, kAccessRead));
-  EXPECT_FALSE(file.Write("new"));
-  ASSERT_TRUE(file.Open(kOpenExisting, kAccessWrite));
-  char byte = 0;
-  EXPECT_EQ(file.Read(&byte, 1), -1);
-  EXPECT_EQ(read_file(folder / "file"), "old");
-  EXPECT_TRUE(file.Open(kCreateAlways, kAccessRead)) << "empties the file even though it is only read";
-  EXPECT_EQ(read_file(folder / "file"), "");
+TEST_F(File, TheTemporaryFolderIsPrivateAndWhereTheHostOrTheEnvironmentSays) {
+  setenv("TMPDIR", (base.string() + "//").c_str(), 1);
+  for (const char* setting : {base.c_str(), "", "temp:loop"}) {
+    set_setting("Dateien", "TempVerzeichnis", setting);
+    EXPECT_EQ(temporary_folder(), usual_folder()) << setting;
+    EXPECT_EQ(mode_of(usual_folder()), 0700U);
+    fs::remove(usual_folder());  // a cleaner came by
+  }
+  unsetenv("TMPDIR");
+  for (const char* bad : {"/proc/nowhere", "/dev/null", "Q:\\temp"}) {
+    set_setting("Dateien", "TempVerzeichnis", bad);
+    EXPECT_FALSE(YFile("TEMP:x").Open(kOpenAlways, kAccessWrite)) << bad;
+  }
+  EXPECT_EQ(times_logged(message::kTemporaryFolderUnusable), 2);
+  set_temporary_folder((folder / "chosen/").string());
+  EXPECT_EQ(on_disk("TEMP:x"), folder / "chosen/x");
+  EXPECT_TRUE(fs::is_directory(folder / "chosen")) << "made on first use";
 }
 
-TEST_F(File, NewFilesArePrivateInTheTemporaryFolderAndFollowTheMaskElsewhere) {
-  umask(022);
-  ASSERT_TRUE(YFileManager.CreateFolder("TEMP:sub"));
-  for (const auto& [name, mode] : {std::pair(YString("TEMP:a"), 0600U), std::pair(YString("TEMP:sub\\b"), 0600U),
-                                   std::pair(name_of("c"), 0644U)}) {
-    EXPECT_TRUE(YFile(name).Open(kOpenAlways, kAccessWrite)) << name.str();
-    EXPECT_EQ(mode_of(on_disk(name)), mode) << name.str();
+// What somebody may have put there before us, or between two uses.
+TEST_F(File, WhatIsPlantedInPlaceOfTheTemporaryFolderIsNotUsed) {
+  const fs::path elsewhere = folder.make_folder("elsewhere");
+  chmod(elsewhere.c_str(), 0700);
+  const std::function<void(const fs::path&)> plants[] = {
+      [&](const fs::path& place) { fs::create_directory_symlink(elsewhere, place); },
+      [&](const fs::path& place) {
+        temporary_folder();
+        fs::rename(place, folder / "moved");
+        fs::create_directory_symlink(elsewhere, place);
+      },
+      [](const fs::path& place) { write_file(place, "x"); },
+      [](const fs::path& place) { fs::create_directory(place), chmod(place.c_str(), 0755); },
+      [](const fs::path& place) {  // somebody else's, where we can make one
+        fs::create_directory(place), chmod(place.c_str(), geteuid() == 0 ? 0700 : 0777);
+        static_cast<void>(!chown(place.c_str(), kNobody, kNobody));
+      }};
+  for (long times = 1; const auto& plant : plants) {
+    SCOPED_TRACE(times);
+    base = folder.make_folder("base" + std::to_string(times));
+    set_setting("Dateien", "TempVerzeichnis", base.string());
+    plant(usual_folder());
+    std::array<fs::path, 4> used;
+    std::vector<std::jthread> threads;
+    for (fs::path& path : used) threads.emplace_back([&path] { path = temporary_folder(); });
+    threads.clear();
+    EXPECT_TRUE(used[0].string().starts_with(usual_folder().string() + "-")) << used[0];
+    EXPECT_THAT(used, testing::Each(used[0])) << "all threads use one";
+    EXPECT_EQ(times_logged(message::kTemporaryFolderUnusable), times++) << "said once";
+    EXPECT_TRUE(YFile("TEMP:x").Open(kCreateNew, kAccessWrite));
+    EXPECT_TRUE(fs::exists(used[0] / "x")) << "for the rest of the process";
   }
+  EXPECT_TRUE(fs::is_empty(elsewhere));
+}
+
+TEST_F(File, FoldersAreMadeWithAllAboveThemAndListed) {
+  for (const auto& [name, mode] : {std::pair(YString("TEMP:a\\b\\c\\"), 0700U), {name_of("a\\b/c"), 0755U}}) {
+    EXPECT_FALSE(YFileManager.FolderExists(name));
+    for (int i = 0; i < 2; ++i) EXPECT_TRUE(YFileManager.CreateFolder(name)) << "or there already";
+    EXPECT_TRUE(YFileManager.FolderExists(name + "\\"));
+    EXPECT_EQ(mode_of(on_disk(name)), mode);
+  }
+  folder.write("list/\xC3\xA4", "");
+  folder.make_folder("list/\xD0\x9F");
+  for (const char* name : {"list/\xE4", "list/\xE4/sub"}) EXPECT_FALSE(YFileManager.CreateFolder(name_of(name)));
+  EXPECT_THAT(YFileManager.ListFolder(name_of("list\\")), UnorderedElementsAre("\xE4", "\xD0\x9F"));
 }
 
 TEST_F(File, LinksPlantedInTheTemporaryFolderAreNeverFollowed) {
-  const fs::path victim = folder.write("victim", "precious");
+  const fs::path victim = folder.write("elsewhere/victim", "precious");
   const fs::path temp = on_disk("TEMP:");
-  fs::create_symlink(victim, temp / "link.tmp");
-  fs::create_symlink(folder / "not there", temp / "dangling.tmp");
-  fs::create_directory_symlink(folder.path(), temp / "sub");
+  fs::create_symlink(victim, temp / "link");
+  fs::create_symlink(folder / "elsewhere/none", temp / "dangling");
+  fs::create_directory_symlink(victim.parent_path(), temp / "sub");
   ASSERT_EQ(mkfifo((temp / "pipe").c_str(), 0600), 0);  // opening one must not hang
-  for (const YString& name : {YString("TEMP:link.tmp"), YString("TEMP:dangling.tmp"), YString("TEMP:sub\\victim"),
-                              YString("TEMP:sub\\new"), YString("TEMP:pipe"), YFileManager.ResolvePath("TEMP:link.tmp"),
-                              YFileManager.ResolvePath("TEMP:sub\\victim")}) {
-    for (const int creation : {kCreateNew, kCreateAlways, kOpenExisting, kOpenAlways, kTruncateExisting}) {
-      YFile file(name);
-      EXPECT_FALSE(file.Open(creation, kReadWrite)) << name.str() << " " << creation;
+  for (const YString name : {"TEMP:link", "TEMP:dangling", "TEMP:sub\\victim", "TEMP:sub\\new", "TEMP:pipe"}) {
+    for (const YString& form : {name, YFileManager.ResolvePath(name)}) {
+      for (const int creation : {kCreateNew, kCreateAlways, kOpenExisting, kOpenAlways, kTruncateExisting})
+        EXPECT_FALSE(YFile(form).Open(creation, kReadWrite)) << form.str() << " " << creation;
+      EXPECT_FALSE(YFile::Copy(YString(victim.string()), form)) << form.str();
     }
-    EXPECT_FALSE(YFile::Copy(YString(victim.string()), name));
   }
-  EXPECT_EQ(read_file(victim), "precious");
-  EXPECT_FALSE(fs::exists(folder / "not there") || fs::exists(folder / "new"));
-  EXPECT_TRUE(YFile::Exist("TEMP:dangling.tmp")) << "the name is taken";
+  for (const char* name : {"TEMP:sub", "TEMP:sub\\new"}) {
+    EXPECT_FALSE(YFileManager.FolderExists(name) || YFileManager.CreateFolder(name)) << name;
+    EXPECT_TRUE(!YFileManager.EmptyFolder(name) && YFileManager.ListFolder(name).empty()) << name;
+  }
+  EXPECT_TRUE(YFile::Exist("TEMP:dangling")) << "the name is taken";
   EXPECT_FALSE(YFile::Delete("TEMP:sub\\victim"));
-  EXPECT_TRUE(YFile::Delete("TEMP:link.tmp")) << "the link goes, not what it names";
+  EXPECT_TRUE(YFile::Delete("TEMP:link")) << "the link goes, not what it names";
   EXPECT_EQ(read_file(victim), "precious");
-  fs::create_symlink("victim", folder / "link");
+  EXPECT_THAT(YFileManager.ListFolder(name_of("elsewhere")), UnorderedElementsAre("victim"));
+  fs::create_symlink("elsewhere/victim", folder / "link");
   EXPECT_EQ(YFile(name_of("link")).GetFileSize(), 8) << "elsewhere links are followed";
 }
 
-TEST_F(File, NamesThatCantBeUsedFailWithAReason) {
-  const std::pair<YString, int> rows[] = {{"", ENOENT},
-                                          {"TEMP:a\0.txt"s, EINVAL},
-                                          {"TEMP:..\\outside", EINVAL},
-                                          {name_of(std::string(300, 'x')), ENAMETOOLONG},
-                                          {"TEMP:", EISDIR},
-                                          {YString(base.string()), EISDIR},
-                                          {"X:\\file", ENODEV}};
-  for (const auto& [name, error] : rows) {
-    YFile file(name);
-    EXPECT_FALSE(file.Open(kOpenAlways, kReadWrite)) << name.str();
-    EXPECT_EQ(file.LastError(), error) << name.str();
-    EXPECT_FALSE(YFile::Exist(name) || YFile::Delete(name) || YFile::Copy(name, "TEMP:copy")) << name.str();
+TEST_F(File, ATreeOfAnyDepthIsEmptiedButNothingBehindItsLinks) {
+  const fs::path outside = folder.write("outside/kept", "precious");
+  const fs::path eml = on_disk("TEMP:~EML");
+  for (const char* where : {"", ".deleted-1", "sub/deep/-rf"}) {  // the second is a name of our own
+    fs::create_directories(eml / where);
+    write_file(eml / where / "bad \xFF\n name", "x");
+    fs::create_symlink(outside, eml / where / "file link");
+    fs::create_directory_symlink(outside.parent_path(), eml / where / "folder link");
+    mkfifo((eml / where / "pipe").c_str(), 0600);
+  }
+  std::string deep = eml.string();
+  for (int depth = 0; depth < 600; ++depth) deep += "/d";
+  fs::create_directories(deep);
+  rlimit usual{};
+  getrlimit(RLIMIT_NOFILE, &usual);
+  const rlimit few{64, usual.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &few);  // the tree is deeper than the process may open folders
+  EXPECT_TRUE(YFileManager.EmptyFolder("TEMP:~EML\\") && fs::is_empty(eml));
+  setrlimit(RLIMIT_NOFILE, &usual);
+  fs::create_directory_symlink("outside", folder / "link");
+  for (const char* name : {"outside/kept", "link", "link\\"}) EXPECT_FALSE(YFileManager.EmptyFolder(name_of(name)));
+  EXPECT_EQ(read_file(outside), "precious");
+  EXPECT_TRUE(YFileManager.EmptyFolder(name_of("outside/")) && fs::is_empty(folder / "outside"));
+}
+
+TEST_F(File, WhatCantBeDeletedIsReportedAndTheRestGoes) {
+  for (const char* name : {"a", "locked/stays", "z"}) folder.write("mixed/" + std::string(name), "x");
+  const fs::path mixed = folder / "mixed";
+  chmod((mixed / "locked").c_str(), 0500);
+  if (geteuid() == 0) {  // root may delete anything: be somebody else for a moment
+    for (const fs::path& path : {folder.path(), mixed, mixed / "locked"})
+      ASSERT_EQ(chown(path.c_str(), kNobody, kNobody), 0);
+    EXPECT_TRUE(!YFileManager.EmptyFolder(name_of("mixed")) && fs::exists(mixed / "a")) << "somebody else's";
+    ASSERT_EQ(seteuid(kNobody), 0);
+  }
+  EXPECT_FALSE(YFileManager.EmptyFolder(name_of("mixed/locked")) || YFileManager.EmptyFolder(name_of("mixed")));
+  static_cast<void>(!seteuid(getuid()));
+  EXPECT_TRUE(!fs::exists(mixed / "a") && !fs::exists(mixed / "z") && fs::exists(mixed / "locked/stays"));
+}
+
+TEST_F(File, CreationValuesDoWhatTheyDoOnTheOriginalPlatform) {
+  // Value and access, then the errors when the file is missing and when it is there, and what is left in it.
+  const std::tuple<int, std::uint32_t, int, int, const char*> rows[] = {
+      {kCreateNew, kReadWrite, 0, EEXIST, "old"},     {kCreateAlways, kReadWrite, 0, 0, ""},
+      {kCreateAlways, kAccessRead, 0, 0, ""},         {kOpenExisting, kReadWrite, ENOENT, 0, "old"},
+      {kOpenExisting, 0, EINVAL, EINVAL, "old"},      {kOpenAlways, kReadWrite, 0, 0, "old"},
+      {kTruncateExisting, kReadWrite, ENOENT, 0, ""}, {kTruncateExisting, kAccessRead, EINVAL, EINVAL, "old"},
+      {6, kReadWrite, EINVAL, EINVAL, "old"}};
+  for (const YString& name : {YString("TEMP:file.txt"), name_of("file.txt")}) {
+    const fs::path path = on_disk(name);
+    for (const auto& [creation, access, error_when_missing, error_when_there, content] : rows) {
+      SCOPED_TRACE(name.str() + " " + std::to_string(creation));
+      fs::remove(path);
+      YFile file(name);
+      EXPECT_EQ(file.Open(creation, access), error_when_missing == 0);
+      EXPECT_TRUE(file.LastError() == error_when_missing && fs::exists(path) == (error_when_missing == 0));
+      write_file(path, "old");
+      EXPECT_EQ(file.Open(creation, access), error_when_there == 0);
+      EXPECT_TRUE(file.LastError() == error_when_there && read_file(path) == content) << read_file(path);
+    }
   }
 }
 
-TEST_F(File, ReadsAndWritesWhereItStands) {
+TEST_F(File, ReadsAndWritesWhereItStandsAndAsItsAccessAllows) {
   YFile file("TEMP:file");
-  ASSERT_TRUE(file.Open(kCreateNew, kReadWrite) && file.Write("0123456789"));
-  EXPECT_FALSE(file.Write("x", -1));
-  EXPECT_EQ(file.GetFileSize(), 10);
-  ASSERT_TRUE(file.Seek(6));
+  EXPECT_FALSE(file.Write("a")) << "not open";
+  ASSERT_TRUE(file.Open(kCreateNew, kAccessWrite) && file.Write("0123456789"));
   std::string target(8, '-');
-  EXPECT_EQ(file.Read(target.data(), -1), -1);
+  EXPECT_TRUE(!file.Write("x", -1) && file.Read(target.data(), 1) == -1);
+  EXPECT_EQ(fcntl(file.Descriptor(), F_GETFD), FD_CLOEXEC);
+  ASSERT_TRUE(file.Open(kOpenExisting, kAccessRead) && file.Seek(6));
+  EXPECT_TRUE(!file.Write("a") && !file.Seek(-1) && file.Read(target.data(), -1) == -1);
   EXPECT_EQ(file.Read(target.data(), 8), 4);
   EXPECT_EQ(target, "6789----");
-  ASSERT_TRUE(file.Seek(3));
-  EXPECT_TRUE(file.ReadAll(target));
-  EXPECT_EQ(target, "3456789");
-  EXPECT_FALSE(file.Seek(-1));
-  EXPECT_TRUE(file.Close());
-  EXPECT_EQ(file.GetFileSize(), 10) << "of the closed file, by its name";
   YFile sizeless("/proc/self/smaps");
-  ASSERT_TRUE(sizeless.Open(kOpenExisting, kAccessRead));
-  EXPECT_TRUE(sizeless.ReadAll(target));
+  ASSERT_TRUE(sizeless.Open(kOpenExisting, kAccessRead) && sizeless.ReadAll(target));
   EXPECT_GT(target.size(), 4096U);
+  sizeless = std::move(file);  // which closes what was open
+  EXPECT_TRUE(sizeless.Seek(3) && sizeless.ReadAll(target));
+  EXPECT_EQ(target, "3456789");
 }
 
-TEST_F(File, AFullDiskFailsTheWriteAndLeavesNoHalfCopy) {
-  YFile device("/dev/full");
-  ASSERT_TRUE(device.Open(kOpenExisting, kAccessWrite));
-  EXPECT_FALSE(device.Write("x"));
-  EXPECT_EQ(device.LastError(), ENOSPC);
-  const YString source(folder.write("source", std::string(512 * 1024, 'x')).string());
+TEST_F(File, AFullDiskFailsAndLeavesNoHalfCopy) {
+  folder.write("source", std::string(512 * 1024, 'x'));
   std::signal(SIGXFSZ, SIG_IGN);
   rlimit usual{};
   getrlimit(RLIMIT_FSIZE, &usual);
   const rlimit small{300 * 1024, usual.rlim_max};
   setrlimit(RLIMIT_FSIZE, &small);
   for (const YString& target : {YString("TEMP:copy"), name_of("copy")}) {
-    EXPECT_FALSE(YFile::Copy(source, target));
-    EXPECT_EQ(errno, EFBIG);
+    EXPECT_TRUE(!YFile::Copy(name_of("source"), target) && errno == EFBIG);
     EXPECT_FALSE(YFile::Exist(target));
   }
-  EXPECT_FALSE(YFile::Copy(source, "/dev/full"));
-  EXPECT_TRUE(fs::exists("/dev/full")) << "only half-written files go";
   setrlimit(RLIMIT_FSIZE, &usual);
+  EXPECT_TRUE(!YFile::Copy(name_of("source"), "/dev/full") && errno == ENOSPC);
+  EXPECT_TRUE(fs::exists("/dev/full")) << "only half-written files go";
 }
 
-TEST_F(File, DescriptorsHaveOneOwnerAndStayInTheProcess) {
-  int number = -1;
-  {
-    YFile first("TEMP:file");
-    ASSERT_TRUE(first.Open(kCreateNew, kReadWrite));
-    number = first.Descriptor();
-    EXPECT_EQ(fcntl(number, F_GETFD), FD_CLOEXEC);
-    YFile second("TEMP:other");
-    ASSERT_TRUE(second.Open(kCreateNew, kReadWrite));
-    const int replaced = second.Descriptor();
-    second = YFile(std::move(first));
-    EXPECT_EQ(fcntl(replaced, F_GETFD), -1);
-    ASSERT_TRUE(second.Open(kOpenExisting, kAccessRead)) << "opening again closes first";
-    EXPECT_EQ(second.Descriptor(), number);
-  }
-  EXPECT_EQ(fcntl(number, F_GETFD), -1);
-}
-
-TEST_F(File, CopyMakesTheSameBytesAndKeepsPrivateFilesPrivate) {
-  umask(022);
+TEST_F(File, CopyMakesTheSameBytesAndNeverHarmsItsSource) {
   const fs::path source = folder.write("source", std::string(700'000, 'a') + "end");
-  chmod(source.c_str(), 0600);
-  EXPECT_TRUE(YFile::Copy(YString(source.string()), name_of("copy")));
-  EXPECT_EQ(read_file(folder / "copy"), read_file(source));
-  EXPECT_EQ(mode_of(folder / "copy"), 0600U);
-  chmod(source.c_str(), 0644);
-  EXPECT_TRUE(YFile::Copy(YString(source.string()), "TEMP:copy"));
-  EXPECT_EQ(mode_of(on_disk("TEMP:copy")), 0600U);
-}
-
-TEST_F(File, CopyThatCantBeDoneChangesNothing) {
-  folder.write("source", "source");
+  const std::string content = read_file(source);
+  // New files follow the mask, those in the temporary folder and copies of private ones are private.
+  const std::tuple<mode_t, YString, unsigned> modes[] = {
+      {0600, name_of("private"), 0600}, {0644, name_of("open"), 0644}, {0644, "TEMP:open", 0600}};
+  for (const auto& [mode, copy, expected] : modes) {
+    chmod(source.c_str(), mode);
+    EXPECT_TRUE(YFile::Copy(name_of("source"), copy) && read_file(on_disk(copy)) == content) << copy.str();
+    EXPECT_EQ(mode_of(on_disk(copy)), expected) << copy.str();
+    EXPECT_TRUE(YFile(copy + ".new").Open(kOpenAlways, kAccessWrite));
+    EXPECT_EQ(mode_of(on_disk(copy + ".new")), copy.StartsWith("TEMP:") ? 0600U : 0644U);
+  }
   folder.write("target", "target");
-  fs::create_hard_link(folder / "source", folder / "same");
+  EXPECT_TRUE(!YFile::Copy(name_of("source"), name_of("target"), false) && read_file(folder / "target") == "target");
+  fs::create_hard_link(source, folder / "same");
   fs::create_symlink("source", folder / "link");
-  EXPECT_FALSE(YFile::Copy(name_of("source"), name_of("target"), false));
-  for (const char* same : {"source", "same", "link"}) {
-    EXPECT_FALSE(YFile::Copy(name_of("source"), name_of(same))) << same;
-    EXPECT_FALSE(YFile::Copy(name_of(same), name_of("source"))) << same;
-  }
-  EXPECT_EQ(read_file(folder / "source"), "source");
-  EXPECT_EQ(read_file(folder / "target"), "target");
+  for (const YString& same : {name_of("source"), name_of("same"), name_of("link")})
+    EXPECT_FALSE(YFile::Copy(name_of("source"), same) || YFile::Copy(same, name_of("source"))) << same.str();
+  EXPECT_TRUE(read_file(source) == content);
 }
 
-TEST(FileName, PartsOfAName) {
-  const std::array<std::string, 3> rows[] = {{"a\\b/", "c.tar", ".gz"}, {"a.b\\", "c", ""}, {"", "", ".x"},
-                                             {"", ".", "."},           {"TEMP:", "x", ""},  {"", "12:30", ".txt"}};
-  for (const auto& [folder, name, extension] : rows) {
-    const std::string path = folder + name + extension;
-    EXPECT_EQ(YFile::ExtractPath(path), folder) << path;
+TEST(FileName, IsPathNameAndExtension) {  // the fuzzer proves that the three make up the whole
+  for (const auto& [path, name] : {std::pair("a\\b/c.tar.gz", "c.tar"),
+                                   {"a.b\\c", "c"},
+                                   {".x", ""},
+                                   {"..", "."},
+                                   {"TEMP:x", "x"},
+                                   {"12:30.txt", "12:30"}})
     EXPECT_EQ(YFile::ExtractName(path), name) << path;
-    EXPECT_EQ(YFile::ExtractExtension(path), extension) << path;
-  }
 }
 
 }  // namespace
+}  // namespace yinet

@@ -1,124 +1,220 @@
-#include <gtest/gtest.h>
+// Records, and their forms in JSON and XML.
+
+#include "yinet/host/yobject.h"
+
+#include <gmock/gmock.h>
 
 #include <algorithm>
+#include <ctime>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "support/bytes.h"
+#include "yinet/host/settings.h"
 #include "yinet/host/text.h"
 #include "yinet/host/yjson.h"
-#include "yinet/host/yobject.h"
+#include "yinet/host/yxml.h"
 
 namespace {
 
-TEST(YObject, PointersOutliveWhatHappensToOtherEntries) {
-  YObject record;
-  auto* status = static_cast<YString*>(record.Set("pStatus", yinet::kTypeString, nullptr, 0));
-  auto* answer = static_cast<YObject*>(record.Set("pErg", yinet::kTypeObject, nullptr, 0));
-  for (int i = 0; i < 1000; ++i) record.Store<std::int32_t>("n" + std::to_string(i), i);
-  for (int i = 0; i < 1000; i += 2) record.Delete("n" + std::to_string(i));
-  const YString text("neu");
-  EXPECT_EQ(record.Set("PSTATUS", yinet::kTypeString, &text, 3), status);
-  EXPECT_EQ(record.Set("pErg", yinet::kTypeObject, &record, 0), answer) << "a copy of itself as it was";
-  YObject moved = std::move(record);
-  EXPECT_EQ(moved.Find<YString>("pStatus"), status);
-  EXPECT_EQ(*status, "neu");
-  EXPECT_EQ(moved.GetFlags("pStatus"), 3);
-  moved.StoreText(1, "eins", 1);
-  moved.StoreText("1", "name");
-  EXPECT_EQ(moved.GetString(1), "eins") << "integer keys stand beside the names";
-  EXPECT_EQ(moved.GetFlags("1"), 0);
-  EXPECT_TRUE(moved.Delete(1));
-  EXPECT_FALSE(moved.Exist(1) || moved.Delete(1));
-}
+using namespace std::string_literals;
+using testing::HasSubstr;
+using Pairs = std::pair<std::string, std::string>[];
 
-TEST(YObject, ReadersConvertAndPointersDoNot) {
-  YObject record;
-  record.StoreText("text", "-12x");
-  record.Store<std::int32_t>("zahl", 7);
-  record.Store<bool>("ja", true);
-  record.Store("puffer", YBuffer("99"));
-  record.Store("objekt", YObject());
-  const struct {
-    const char *key, *text;
-    int number;
-    bool truth;
-  } kRows[] = {{"text", "-12x", -12, true}, {"zahl", "7", 7, true},     {"ja", "1", 1, true},
-               {"puffer", "99", 99, true},   {"objekt", "", 0, false}, {"fehlt", "", 0, false}};
-  for (const auto& row : kRows) {
-    EXPECT_EQ(record.GetString(row.key), row.text) << row.key;
-    EXPECT_EQ(record.GetInteger(row.key), row.number) << row.key;
-    EXPECT_EQ(record.GetBool(row.key), row.truth) << row.key;
-  }
-  EXPECT_EQ(record._GetValuePtr("zahl", yinet::kTypeString), nullptr);
-  EXPECT_EQ(record.Set("neu", 77, nullptr, 0), nullptr);
-}
-
-// Additions, deletions and look-ups in a random order against a plain list.
+// Additions, deletions and look-ups in a random order against a plain list; values never move.
 TEST(YObject, BehavesLikeAListOfPairs) {
+  struct Entry {
+    std::string key;
+    int value;
+    std::int32_t* address;
+  };
   std::mt19937 random(7);
   for (int round = 0; round < 200; ++round) {
     YObject record;
-    std::vector<std::pair<std::string, int>> model;
+    std::vector<Entry> model;
     for (int step = 0; step < 300; ++step) {
       const std::string key = "\xC4" + std::to_string(random() % 40);
-      const auto found = std::ranges::find(model, key, &std::pair<std::string, int>::first);
+      const auto found = std::ranges::find(model, key, &Entry::key);
       if (random() % 4 == 0) {
         ASSERT_EQ(record.Delete(key), found != model.end());
         if (found != model.end()) model.erase(found);
       } else if (found == model.end()) {
         record.Store<std::int32_t>(key, step);
-        model.emplace_back(key, step);
+        model.push_back({key, step, record.Find<std::int32_t>(key)});
       } else {  // the first spelling stays
         record.Store<std::int32_t>(yinet::to_lower(key), step);
-        found->second = step;
+        found->value = step;
       }
     }
     const YObject copy = record;
-    for (const YObject* one : {static_cast<const YObject*>(&record), &copy}) {
-      ASSERT_EQ(one->GetStringKeyCount(), static_cast<int>(model.size()));
-      for (std::size_t i = 0; i < model.size(); ++i) {
-        ASSERT_EQ(one->GetStringKey(static_cast<int>(i)).str(), model[i].first);
-        ASSERT_EQ(one->GetInteger(model[i].first), model[i].second);
-      }
+    YObject moved = std::move(record);
+    ASSERT_EQ(copy.GetStringKeyCount(), static_cast<int>(model.size()));
+    for (std::size_t i = 0; i < model.size(); ++i) {
+      ASSERT_EQ(copy.GetStringKey(static_cast<int>(i)).str(), model[i].key);
+      ASSERT_EQ(moved.GetStringKey(static_cast<int>(i)).str(), model[i].key) << "holes of what was deleted";
+      ASSERT_EQ(copy.GetInteger(model[i].key), model[i].value);
+      ASSERT_EQ(moved.Find<std::int32_t>(model[i].key), model[i].address);
     }
   }
 }
 
-TEST(YJson, RecordsGoThereAndBack) {
-  const std::string json =
-      R"({"Z":"\u00e4\u20ac\u0001b\u0000","a":-5,"j":true,"leer":null,"b":{"$base64":"AP8="},)"
-      R"("o":{"x":{"y":""}},"l":[{"n":1},{}]})";
+TEST(YObject, TypedPointersStayReadersConvertAndIntegerKeysStandBeside) {
   YObject record;
-  ASSERT_FALSE(YJSON::Parse(json, record));
-  EXPECT_EQ(record.GetString("Z").str(), std::string("\xE4\x80\x01" "b\0", 5));
-  EXPECT_EQ(record.Find<YBuffer>("b")->view(), std::string_view("\0\xFF", 2));
-  EXPECT_EQ(YJSON::Write(record),
-            "{\"Z\":\"\xC3\xA4\xE2\x82\xAC\\u0001b\\u0000\",\"a\":-5,\"j\":true,\"leer\":null,"
-            "\"b\":{\"$base64\":\"AP8=\"},\"o\":{\"x\":{\"y\":\"\"}},\"l\":[{\"n\":1},{}]}");
-}
-
-TEST(YJson, WhatHasNoPlaceInARecordIsText) {
-  YObject record;
-  yinet::JsonNotes notes;
-  ASSERT_FALSE(YJSON::Parse(R"({"gross":3000000000,"bruch":1.50,"liste":["a",2],"x":{"fremd":"\u0416"}})", record, &notes));
-  EXPECT_EQ(record.GetString("gross"), "3000000000");
-  EXPECT_EQ(record.GetString("bruch"), "1.50");
-  EXPECT_EQ(record.GetString("liste"), "a\x01" "2");
-  EXPECT_EQ(record.Find<YObject>("x")->GetString("fremd"), "\xD0\x96");
-  EXPECT_EQ(notes.kept_as_utf8, std::vector<std::string>{"x/fremd"});
-}
-
-TEST(YJson, RefusesWhatItCannotTakeAndLeavesTheRecordAlone) {
-  const std::string deep = yinet::test::times(100000, "{\"a\":");
-  for (const std::string_view json : {std::string_view("[]"), std::string_view(R"({"a":[1,{}]})"),
-                                      std::string_view(R"({"a":[[1]]})"), std::string_view("{\"a\":\"\xE4\"}"),
-                                      std::string_view(R"({"a":1} x)"), std::string_view(), std::string_view(deep)}) {
-    YObject record;
-    EXPECT_TRUE(YJSON::Parse(json, record)) << json.substr(0, 20);
-    EXPECT_TRUE(record.IsEmpty());
+  auto* status = record.Set("pStatus", yinet::kTypeString, nullptr, 0);
+  auto* answer = record.Set("pErg", yinet::kTypeObject, nullptr, 0);
+  const YString text("-12x");
+  EXPECT_EQ(record.Set("PSTATUS", yinet::kTypeString, &text, 3), status);
+  EXPECT_EQ(record.Set("pErg", yinet::kTypeObject, &record, 0), answer) << "a copy of itself as it was";
+  EXPECT_TRUE(!record._GetValuePtr("pStatus", yinet::kTypeInteger) && !record.Set("neu", 77, nullptr, 0));
+  record.StoreText(1, "eins", 1);
+  record.StoreText("1", "name");
+  record.Store<bool>("ja", true);
+  record.Store("puffer", YBuffer("99"));
+  EXPECT_EQ(record.GetFlags("pStatus") + record.GetFlags(1) + record.GetFlags("1"), 3 + 1 + 0);
+  EXPECT_TRUE(record.Delete(1) && !record.Delete(1) && !record.Exist(1));
+  const std::tuple<const char*, const char*, int, bool> kRows[] = {
+      {"pStatus", "-12x", -12, true}, {"ja", "1", 1, true},    {"puffer", "99", 99, true},
+      {"pErg", "", 0, false},         {"1", "name", 0, false}, {"fehlt", "", 0, false}};
+  for (const auto& [key, as_text, number, truth] : kRows) {
+    EXPECT_EQ(record.GetString(key), as_text) << key;
+    EXPECT_EQ(record.GetInteger(key), number) << key;
+    EXPECT_EQ(record.GetBool(key), truth) << key;
   }
+}
+
+std::string repeated(std::string_view piece, int times) {
+  std::string all;
+  for (int i = 0; i < times; ++i) all += piece;
+  return all;
+}
+
+TEST(YJson, GoesThereAndBackAndWhatHasNoPlaceInARecordIsTextOrRefused) {
+  YObject record;
+  ASSERT_FALSE(YJSON::Parse(R"({"Z":"\u00e4\u20ac\u0001b\u0000","a":-5,"j":true,"leer":null,"b":{"$base64":"AP8="},)"
+                            R"("o":{"x":{"y":""}},"l":[{"n":1},{}],"zahl":3000000000,"bruch":1.50,"liste":["a",2]})",
+                            record));
+  EXPECT_EQ(
+      YJSON::Write(record),
+      "{\"Z\":\"\xC3\xA4\xE2\x82\xAC\\u0001b\\u0000\",\"a\":-5,\"j\":true,\"leer\":null,\"b\":{\"$base64\":\"AP8=\"},"
+      R"("o":{"x":{"y":""}},"l":[{"n":1},{}],"zahl":"3000000000","bruch":"1.50","liste":"a\u00012"})");
+  for (const std::string& bad : {"[]"s, R"({"a":[1,{}]})"s, R"({"a":[[1]]})"s, "{\"a\":\"\xE4\"}"s, R"({"a":1} x)"s,
+                                 ""s, repeated("{\"a\":", 100'000)}) {
+    YObject untouched;
+    EXPECT_TRUE(YJSON::Parse(bad, untouched) && untouched.IsEmpty()) << bad.substr(0, 20);
+  }
+}
+
+// What a document says, as JSON; "error: ..." with the position where it is refused.
+std::string read(std::string_view xml) {
+  YObject record;
+  record.StoreText("alt", "1");
+  const auto error = YXml::Parse(xml, record);
+  EXPECT_EQ(record.Exist("alt"), error.has_value()) << "a failure changes nothing";
+  return error ? "error: " + error->reason + " at " + std::to_string(error->position) : YJSON::Write(record, 0);
+}
+
+std::string written(std::string_view json) {
+  YObject record;
+  if (const auto error = YJSON::Parse(json, record)) return "bad test: " + error->reason;
+  std::string xml = "before";
+  const auto error = YXml::WriteElements(record, xml);
+  EXPECT_EQ(xml == "before", error.has_value()) << "a failure changes nothing";
+  return error ? "error: " + error->reason : xml;
+}
+
+TEST(Xml, ElementsAreRecordsTextsAndArraysInBothDirections) {
+  const Pairs kBoth = {
+      {R"(<a><b x="1" y="2">t</b><c/></a>)", R"({"a":{"b":"t","b@x":"1","b@y":"2","c":""}})"},
+      {R"(<r><i k="v">1</i><i><b>2</b></i><i/></r>)", R"({"r":{"i":[{"#text":"1","@k":"v"},{"b":"2"},{"#text":""}]}})"},
+      {R"(<s:a xmlns:s="urn:&quot;&lt;&amp;&gt;'"/>)", R"({"s:a":"","s:a@xmlns:s":"urn:\"<&>'"})"},
+      {"<\xC3\xA4>\xE2\x82\xAC &lt;&amp;&gt;&#13;\n</\xC3\xA4>", "{\"\xC3\xA4\":\"\xE2\x82\xAC <&>\\r\\n\"}"}};
+  for (const auto& [xml, json] : kBoth) {
+    EXPECT_EQ(read(xml), json);
+    EXPECT_EQ(written(json), xml);
+  }
+  const Pairs kRead = {
+      {"<?xml version='1.0'?>\n<!-- c --><a>\n <b>1</b>\n <Name>1</Name><name>2</name>\n</a>\n",
+       R"({"a":{"b":"1","Name":[{"#text":"1"},{"#text":"2"}]}})"},
+      {"<a b='x\r\n\ty&#10;'>1<![CDATA[<&amp;]]> 2\r\ny\rz</a>", R"({"a":"1<&amp; 2\ny\nz","a@b":"x  y\n"})"},
+      {"<r>one <b>&lt;&gt;&amp;lt;&quot;&apos;</b> &#65;&#x0000043;&#13;&#x20AC;&#x65E5;</r>",
+       "{\"r\":{\"b\":\"<>&lt;\\\"'\",\"#text\":\"one  AC\\r\xE2\x82\xAC?\"}}"},
+      {"<a>a & b &amp b &nbsp; &; &#; &#x; &#12a;</a>", R"({"a":"a & b &amp b &nbsp; &; &#; &#x; &#12a;"})"},
+      // The encoding is that of the mark, else the declared one unless it cannot be true, else UTF-8.
+      {"\xEF\xBB\xBF<a>\xC3\xA4</a>", "{\"a\":\"\xC3\xA4\"}"},
+      {"<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><a>\xE4\x80</a>", "{\"a\":\"\xC3\xA4\xE2\x82\xAC\"}"},
+      {"<?xml version=\"1.0\" encoding=\"ISO-8859-15\"?><a>\xA4</a>", "{\"a\":\"\xE2\x82\xAC\"}"},
+      {"<?xml version=\"1.0\" encoding=\"UTF-16\"?><a>\xC3\xA4</a>", "{\"a\":\"\xC3\xA4\"}"},
+      {"\xFF\xFE<\0a\0/\0>\0"s, R"({"a":""})"},
+      {"\xFE\xFF\0<\0a\0/\0>"s, R"({"a":""})"},
+      {"\0<\0a\0/\0>"s, R"({"a":""})"}};
+  for (const auto& [xml, json] : kRead) EXPECT_EQ(read(xml), json);
+  YObject record;
+  EXPECT_FALSE(YXml::Parse("<\xE6\x97\xA5 \xE6\x97\xA6='1'/>", record));
+  EXPECT_TRUE(record.Exist("\xE6\x97\xA5@\xE6\x97\xA6")) << "names keep what Windows-1252 lacks";
+  const Pairs kWritten = {{R"({"b":5,"c":true,"d":"","e":null,"f":{}})", "<b>5</b><c>1</c><d/><e/><f/>"},
+                          {R"({"x@k":"v","X":"1","s:a":{"@xmlns:s":"u"}})", "<X k=\"v\">1</X><s:a xmlns:s=\"u\"/>"},
+                          {R"({"a":{"#text":"t","b":{"$base64":"AP8="}}})", "<a>t<b>AP8=</b></a>"}};
+  for (const auto& [json, xml] : kWritten) EXPECT_EQ(written(json), xml);
+  EXPECT_EQ(YXml::Escape("a<b>&\"'\r\n\t\x01\xE4"), "a&lt;b&gt;&amp;&quot;&apos;&#13;&#10;&#9;?\xE4");
+}
+
+TEST(Xml, BrokenAndHostileDocumentsAreRefusedWithReasonAndPosition) {
+  const Pairs kCases = {
+      {"", "error: no root element"},
+      {"<a/>text", "error: text outside the root element at 4"},
+      {"<a/><b/>", "error: a second root element at 5"},
+      {"<a><b/><c></a>", "error: "},
+      {"<a>&#0;</a>", "error: a reference to a character that does not exist at 3"},
+      {"<!DOCTYPE a [<!ENTITY x SYSTEM 'file:///etc/passwd'>]><a>&x;</a>", "error: a DOCTYPE is not taken"},
+      {std::string("<a>\0</a>", 8), "error: a NUL character at 3"},
+      {"<a>\xE4\x80</a>", "error: not valid UTF-8 at 3"},
+      {"\xFF\xFE<", "error: the document is not in its encoding \"utf-16le\""},
+      {"<?xml version='1.0' encoding='iso-8859-1,swaplfnl'?><a/>", "error: unknown encoding"},
+      {std::string(33 * 1024 * 1024, ' ') + "<a/>", R"(error: the document is larger than "XML"/"GroessenLimit")"},
+      {repeated("<a>", 200) + repeated("</a>", 200), "{\"a\":{"},
+      {repeated("<a>", 100'000), "error: "}};
+  for (const auto& [xml, error] : kCases) EXPECT_THAT(read(xml), testing::StartsWith(error));
+  EXPECT_THAT(read(repeated("<a>", 201) + repeated("</a>", 201)), HasSubstr("TiefenLimit"));
+  yinet::set_setting("XML", "TiefenLimit", "2000000000");
+  EXPECT_THAT(read(repeated("<a>", 100'000) + repeated("</a>", 100'000)), HasSubstr("TiefenLimit")) << "never so deep";
+  yinet::set_setting("XML", "TiefenLimit", std::nullopt);
+  yinet::set_setting("XML", "ElementLimit", "3");
+  EXPECT_THAT(read("<a><b/><b/><b/></a>"), HasSubstr("ElementLimit"));
+  yinet::set_setting("XML", "ElementLimit", std::nullopt);
+  EXPECT_THAT(read("<a" + repeated(" b=''", 1'000'000) + "/>"), HasSubstr("ElementLimit"));
+  std::string attributes, elements;
+  for (int i = 0; i < 30'000; ++i) {
+    attributes += " a" + std::to_string(i) + "=''";
+    elements += "<e" + std::to_string(i) + "/><b/>&";
+  }
+  const std::clock_t start = std::clock();
+  EXPECT_THAT(read("<a" + attributes + "/>"), HasSubstr("a@a29999"));
+  EXPECT_THAT(read("<a>" + elements + "</a>"), HasSubstr("e29999"));
+  EXPECT_LT(std::clock() - start, 20 * CLOCKS_PER_SEC) << "cost is linear";
+}
+
+TEST(Xml, WhatXmlCannotHoldIsAnErrorAndNotWritten) {
+  const Pairs kCases = {{R"({"":"x"})", "\"\" is no XML name"},
+                        {R"({"r":{"a b":"x"}})", "\"a b\" is no XML name, at /r/a b"},
+                        {"{\"\xC2\xB5\":\"x\"}", "is no XML name"},
+                        {R"({"a":{"@x y":"v"}})", "is no XML name"},
+                        {R"({"a":"","a@b":"\u0000"})", "a control character in the text at /a@b"},
+                        {R"({"b":{},"b@x":"v"})", "there is no text for the attribute /b@x"},
+                        {R"({"#text":"v"})", "a text without an element"}};
+  for (const auto& [json, error] : kCases)
+    EXPECT_THAT(written(json), testing::AllOf(testing::StartsWith("error: "), HasSubstr(error)));
+  YObject record;
+  YObject* innermost = &record;
+  for (int i = 0; i < 300; ++i) innermost = &innermost->Ensure<YObject>("a");
+  std::string xml;
+  EXPECT_THAT(YXml::Write(record, xml).value_or(yinet::XmlError{}).reason, HasSubstr("TiefenLimit"));
+  for (const char* json : {"{}", R"({"a":"","b":""})", R"({"a":[{},{}]})", R"({"a":{"b":"1"}})"}) {
+    YObject document;
+    ASSERT_FALSE(YJSON::Parse(json, document));
+    const bool refused = YXml::Write(document, xml).has_value();
+    EXPECT_EQ(refused, xml.empty()) << json << ": not one root";
+  }
+  EXPECT_EQ(xml, R"(<?xml version="1.0" encoding="UTF-8"?><a><b>1</b></a>)");
 }
 
 }  // namespace
