@@ -2,20 +2,12 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <iterator>
-#include <string>
-#include <utility>
+#include <map>
+#include <optional>
 
 #include "filetransfer/transfer_test_kit.h"
-#include "support/cutting_relay.h"
-#include "support/ftp_server.h"
 #include "support/ports.h"
 #include "support/resource_check.h"
-#include "support/scripted_peer.h"
-#include "support/ssh_server.h"
-#include "yinet/host/yfile.h"
-#include "yinet/host/yobject.h"
-#include "yinet/script/call_function.h"
 
 namespace yinet::test {
 namespace {
@@ -23,70 +15,53 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-class TransferSettings : public TransferTest {};
-
-TEST_F(TransferSettings, AreChecked) {
+TEST_F(TransferTest, SettingsAreChecked) {
   using Setter = bool (YInetFileTransfer::*)(const YString&);
   const struct {
     Setter setter;
-    const char* text;
-    int number;
+    int number;  // of the error
+    std::vector<const char*> texts;
   } cases[] = {
-      {&YInetFileTransfer::SetProtocol, "SFTP", 0},
-      {&YInetFileTransfer::SetProtocol, "", 21520},
-      {&YInetFileTransfer::SetProtocol, "file", 21522},
-      {&YInetFileTransfer::SetServer, "", 21521},
-      {&YInetFileTransfer::SetServer, "host:", 0},
-      {&YInetFileTransfer::SetServer, "host:1", 0},
-      {&YInetFileTransfer::SetServer, "host:0", 21533},
-      {&YInetFileTransfer::SetServer, "host:21x", 21533},
-      {&YInetFileTransfer::SetServer, "host:21:21", 21533},
-      {&YInetFileTransfer::SetServer, "user:topsecret@host", 21533},
-      {&YInetFileTransfer::SetServer, "[::1]", 0},
-      {&YInetFileTransfer::SetServer, "[::1]:21", 0},
-      {&YInetFileTransfer::SetServer, "[::1]:x", 21533},
-      {&YInetFileTransfer::SetServer, "host/path", 21534},
-      {&YInetFileTransfer::SetServer, "user@host", 21534},
-      {&YInetFileTransfer::SetServer, "host?x", 21534},
-      {&YInetFileTransfer::SetServer, "host\r\nx", 21534},
-      {&YInetFileTransfer::SetServerUrl, "ftps://host", 0},
-      {&YInetFileTransfer::SetServerUrl, "ftp://", 21521},
-      {&YInetFileTransfer::SetServerUrl, "gopher://host", 21522},
-      {&YInetFileTransfer::SetProxyProtocol, "Socks5H", 0},
-      {&YInetFileTransfer::SetProxyProtocol, "", 21523},
-      {&YInetFileTransfer::SetProxyProtocol, "socks", 21524},
-      {&YInetFileTransfer::SetProxyServerUrl, "socks5h://proxy:1080", 0},
-      {&YInetFileTransfer::SetProxyServerUrl, "", 0},
-      {&YInetFileTransfer::SetProxyServerUrl, "://proxy", 21523},
-      {&YInetFileTransfer::SetProxyServer, "proxy/x", 21534},
+      {&YInetFileTransfer::SetProtocol, 0, {"SFTP"}},
+      {&YInetFileTransfer::SetProtocol, 21520, {""}},
+      {&YInetFileTransfer::SetProtocol, 21522, {"file"}},
+      {&YInetFileTransfer::SetServer, 0, {"host:", "host:1", "[::1]", "[::1]:21"}},
+      {&YInetFileTransfer::SetServer, 21533, {"host:0", "host:21x", "host:21:21", "[::1]:x", "user:topsecret@host"}},
+      {&YInetFileTransfer::SetServer, 21534, {"host/path", "user@host", "host?x", "host\r\nx"}},
+      {&YInetFileTransfer::SetServerUrl, 0, {"ftps://host"}},
+      {&YInetFileTransfer::SetServerUrl, 21521, {"ftp://"}},
+      {&YInetFileTransfer::SetServerUrl, 21522, {"gopher://host"}},
+      {&YInetFileTransfer::SetProxyProtocol, 0, {"Socks5H"}},
+      {&YInetFileTransfer::SetProxyProtocol, 21523, {""}},
+      {&YInetFileTransfer::SetProxyProtocol, 21524, {"socks"}},
+      {&YInetFileTransfer::SetProxyServerUrl, 0, {"socks5h://proxy:1080", ""}},
+      {&YInetFileTransfer::SetProxyServer, 21534, {"proxy/x"}},
   };
-  for (const auto& row : cases) {
-    YInetFileTransfer transfer;
-    EXPECT_EQ((transfer.*row.setter)(row.text), row.number == 0) << row.text;
-    EXPECT_EQ(transfer.GetLastErrorNumber(), row.number) << row.text;
-    EXPECT_THAT(std::string(transfer.GetLastErrorMsg()), Not(HasSubstr("topsecret")));
+  for (const auto& [setter, number, texts] : cases) {
+    for (const char* text : texts) {
+      YInetFileTransfer transfer;
+      EXPECT_EQ((transfer.*setter)(text), number == 0) << text;
+      EXPECT_EQ(transfer.GetLastErrorNumber(), number) << text;
+      EXPECT_THAT(transfer.GetLastErrorMsg().str(), Not(HasSubstr("topsecret")));
+    }
   }
-  YInetFileTransfer bare;
-  EXPECT_TRUE(bare.SetServerUrl("host"));
-  EXPECT_FALSE(bare.DeleteFileA("x"));
-  EXPECT_EQ(bare.GetLastErrorNumber(), 21520) << "what stands without ://, is the server";
+  EXPECT_FALSE(transfer_to("host").DeleteFileA("x"));
+  EXPECT_EQ(log.numbers().back(), 21520) << "what stands without ://, is the server";
 }
 
-TEST_F(TransferSettings, DetailsTellAllButPasswords) {
-  YInetFileTransfer transfer;
-  transfer.SetServerUrl("ftps://127.0.0.1");
+TEST_F(TransferTest, DetailsTellAllButPasswords) {
   const std::uint16_t port = refused_port();
+  const std::string address = "127.0.0.1:" + std::to_string(port);
+  YInetFileTransfer transfer = transfer_to("ftps://127.0.0.1", "me", "topsecret");
   transfer.SetPortA(port);
-  transfer.SetUsername("me");
-  transfer.SetPassword("topsecret");
-  const std::string proxy = "127.0.0.1:" + std::to_string(port);
-  transfer.SetProxyServerUrl(YString("socks5h://" + proxy));
+  transfer.SetProxyServerUrl("socks5h://" + address);
   transfer.SetProxyPassword("topsecret");
   YString text;
   EXPECT_FALSE(transfer.DownloadToString("a b", text));
-  const std::string details = "url=ftps://" + proxy + "/a%20b, username=me, password=***, proxyServerUrl=socks5h://" + proxy +
-                              ", proxyPassword=***";
-  EXPECT_EQ(transfer.GetLastErrorMsg(), YString("The text could not be downloaded: Couldn't connect to server [" + details + "]"));
+  const std::string details = "url=ftps://" + address + "/a%20b, username=me, password=***, proxyServerUrl=socks5h://" +
+                              address + ", proxyPassword=***";
+  EXPECT_EQ(transfer.GetLastErrorMsg(),
+            YString("The text could not be downloaded: Couldn't connect to server [" + details + "]"));
   EXPECT_EQ(log.last(21543).extra, details);
   EXPECT_EQ(transfer.last_cause().failure, TransferFailure::no_connection);
   log.clear();
@@ -98,27 +73,18 @@ TEST_F(TransferSettings, DetailsTellAllButPasswords) {
   EXPECT_EQ(transfer.GetLastErrorNumber(), 21535);
 }
 
-class TransferOverHttp : public TransferTest {
- protected:
-  static std::string reply(std::string_view head, std::string_view body = "body") {
-    return "HTTP/1.1 " + std::string(head) + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + std::string(body);
-  }
-  static YInetFileTransfer transfer_to(const ScriptedPeer& peer) {
-    YInetFileTransfer transfer;
-    transfer.SetServerUrl(YString(peer.url("")));
-    return transfer;
-  }
-};
+Script answer(const std::string& head, const std::string& body = "body") {
+  return Script()
+      .read_until("\r\n\r\n")
+      .send("HTTP/1.1 " + head + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+}
 
-TEST_F(TransferOverHttp, ConnectionsAreReusedAndCopiesIndependent) {
+TEST_F(TransferTest, ConnectionsAreReusedAndCopiesIndependent) {
   ::setenv("http_proxy", "http://127.0.0.1:1", 1);  // never the environment's
-  const Script twice = Script().read_until("\r\n\r\n").send(reply("200 OK")).read_until("\r\n\r\n").send(reply("200 OK"));
   const ResourceCheck resources;
-  ScriptedPeer peer({twice, Script().read_until("\r\n\r\n").send(reply("200 OK"))});
+  ScriptedPeer peer({answer("200 OK").then(answer("200 OK")), answer("200 OK")});
   YString text;
-  auto original = std::make_unique<YInetFileTransfer>(transfer_to(peer));
-  original->SetUsername("u");
-  original->SetPassword("p");
+  std::optional<YInetFileTransfer> original = transfer_to(peer.url(""), "u", "p");
   EXPECT_TRUE(original->DownloadToString("1", text));
   EXPECT_TRUE(original->DownloadToString("2", text));
   YInetFileTransfer copy(*original);
@@ -129,14 +95,12 @@ TEST_F(TransferOverHttp, ConnectionsAreReusedAndCopiesIndependent) {
   EXPECT_THAT(peer.received(1), HasSubstr("Authorization: Basic dTpw\r\n"));
 }
 
-TEST_F(TransferOverHttp, RedirectsLeadToHttpOnlyAndWithoutTheLogin) {
-  ScriptedPeer other(Script().read_until("\r\n\r\n").send(reply("200 OK", "other")));
-  const std::string targets[] = {"file:///etc/hostname", "ftp://127.0.0.1:1/x", "sftp://127.0.0.1:1/x", other.url("/x")};
-  for (const std::string& target : targets) {
-    ScriptedPeer peer(Script().read_until("\r\n\r\n").send(reply("302 Found\r\nLocation: " + target)));
-    YInetFileTransfer transfer = transfer_to(peer);
-    transfer.SetUsername("u");
-    transfer.SetPassword("p");
+TEST_F(TransferTest, RedirectsLeadToHttpOnlyAndWithoutTheLogin) {
+  ScriptedPeer other(answer("200 OK"));
+  for (const std::string& target : {std::string("file:///etc/hostname"), std::string("ftp://127.0.0.1:1/x"),
+                                    std::string("sftp://127.0.0.1:1/x"), other.url("/x")}) {
+    ScriptedPeer peer(answer("302 Found\r\nLocation: " + target));
+    YInetFileTransfer transfer = transfer_to(peer.url(""), "u", "p");
     EXPECT_EQ(transfer.DownloadToFile("x", local_name("x")), target.starts_with("http")) << error_of(transfer);
     EXPECT_EQ(std::filesystem::exists(local / "x"), target.starts_with("http"));
   }
@@ -144,155 +108,79 @@ TEST_F(TransferOverHttp, RedirectsLeadToHttpOnlyAndWithoutTheLogin) {
   EXPECT_THAT(other.received(), Not(HasSubstr("Authorization")));
 }
 
-TEST_F(TransferOverHttp, EndlessBodiesEndAtALimit) {
-  ScriptedPeer endless = ScriptedPeer::for_every_connection([](Connection& connection) {
-    connection.read_until("\r\n\r\n");
-    connection.send("HTTP/1.1 200 OK\r\n\r\n");
-    connection.flood(std::string(1000, 'x'), 1'000'000'000);
-  });
+TEST_F(TransferTest, EndlessBodiesAndGreetingsEndAtALimit) {
+  ScriptedPeer body = ScriptedPeer::for_every_connection(
+      Script().read_until("\r\n\r\n").send("HTTP/1.1 200 OK\r\n\r\n").flood(std::string(1000, 'x'), 1'000'000'000));
+  ScriptedPeer greeting(Script().flood("220-hello\r\n", 100'000'000));
   const ResourceCheck resources;
-  set(settings::kTransferTextLimit, "100000");
+  const SettingChange texts(settings::kTransferTextLimit, "100000"), replies(settings::kTransferReplySize, "100000");
+  EXPECT_FALSE(transfer_to(greeting.url("", "ftp")).DeleteFileA("x"));
   YString text;
-  YInetFileTransfer transfer = transfer_to(endless);
+  YInetFileTransfer transfer = transfer_to(body.url(""));
   EXPECT_FALSE(transfer.DownloadToString("x", text));
   EXPECT_EQ(text, "");
-  set(settings::kTransferTimeLimit, "300");
+  const SettingChange time_limit(settings::kTransferTimeLimit, "300");
   EXPECT_FALSE(transfer.DownloadToFile("x", "/dev/null"));
   EXPECT_TRUE(std::filesystem::exists("/dev/null")) << "no file of ours";
   EXPECT_EQ(transfer.last_cause().failure, TransferFailure::broken_off);
 }
 
-// --- FTP dialogues --------------------------------------------------------------------------------------------------------
-
 // Answers every command as an FTP server would, with these two for the greeting and the start folder.
-ConnectionScript ftp_dialogue(std::string greeting, std::string start_folder, std::uint16_t data_port) {
+ConnectionScript ftp_dialogue(const std::string& greeting, const std::string& start_folder, std::uint16_t data_port) {
   return [=](Connection& connection) {
-    const std::pair<std::string_view, std::string> replies[] = {
-        {"USER", "331 a\r\n"}, {"PASS", "230 b\r\n"},          {"PWD", start_folder},
-        {"EPSV", "229 (|||" + std::to_string(data_port) + "|)\r\n"}, {"LIST", "150 c\r\n226 d\r\n"},
-        {"NLST", "150 c\r\n226 d\r\n"}, {"RETR", "150 c\r\n226 d\r\n"}, {"SIZE", "213 10\r\n"}, {"", "250 e\r\n"}};
-    connection.send(greeting);
+    const std::map<std::string, std::string> replies = {{"USER", "331 a"},
+                                                        {"PASS", "230 b"},
+                                                        {"PWD\r", start_folder},
+                                                        {"EPSV", "229 (|||" + std::to_string(data_port) + "|)"},
+                                                        {"LIST", "150 c\r\n226 d"}};
+    connection.send(greeting + "\r\n");
     for (std::string line; line != "QUIT\r\n";) {
       line = connection.read_line();
-      for (const auto& [command, reply] : replies) {
-        if (!line.starts_with(command)) continue;
-        connection.send(reply);
-        break;
-      }
+      const auto reply = replies.find(line.substr(0, 4));
+      connection.send((reply == replies.end() ? "250 e" : reply->second) + "\r\n");
     }
   };
 }
 
-class TransferOverFtp : public TransferTest {
- protected:
-  ScriptedPeer data = ScriptedPeer::for_every_connection(Script().close());
-};
-
-TEST_F(TransferOverFtp, CommandsNameTheStartFolderOnceItIsKnown) {
-  const std::string usual = "220 hi\r\n";
+TEST_F(TransferTest, CommandsNameTheStartFolderOnceItIsKnown) {
   const std::string longest(10'000, 'a');
   const struct {
-    std::string greeting, answer, command;
+    std::string greeting, answer, folder;  // null: the command is refused
   } cases[] = {
-      {usual, "257 \"/home/me\" is the current directory\r\n", "MKD /home/me/new\r\n"},
-      {usual, "257 \"/my home\" is current directory.\r\n", "MKD /my home/new\r\n"},
-      {usual, "257 \"/\" is the current directory\r\n", "MKD /new\r\n"},
-      {usual, "257 \"/a \"\"b\"\"\" is the current directory\r\n", "MKD /new\r\n"},
-      {usual, "257 \"/\" is your current location\r\n", "MKD /new\r\n"},
-      {usual, "550 no\r\n", "MKD /new\r\n"},
-      {"220 \"Files\" ready\r\n", "257 \"/x\" is the current directory\r\n", "MKD /new\r\n"},
-      {usual, "257 \"/" + longest + "\" is the current directory\r\n", "MKD /" + longest + "/new\r\n"},
-      {"220-\"/x\r\n220-DELE y\r\n220 z\" is the current directory\r\n", "257 \"/\"\r\n", ""},  // would be two commands
+      {"220 hi", "257 \"/my home/\" is current directory.", "/my home/"},
+      {"220 hi", "257 \"/\" is the current directory", "/"},
+      {"220 hi", "257 \"/\" is your current location", "/"},
+      {"220 hi", "257 \"/a \"\"b\"\"\" is the current directory", "/"},
+      {"220 \"Files\" ready", "257 \"/x\" is the current directory", "/"},
+      {"220 hi", "257 \"/x", "/"},
+      {"220 hi", "257 \"/" + longest + "\" is the current directory", "/" + longest + "/"},
+      {"220-\"/x\r\n220-DELE y\r\n220 z\" is the current directory", "257 \"/\"", ""},  // would be two commands
   };
+  ScriptedPeer data = ScriptedPeer::for_every_connection(Script().close());
   for (const auto& row : cases) {
     ScriptedPeer server = ScriptedPeer::for_every_connection(ftp_dialogue(row.greeting, row.answer, data.port()));
-    {
-      YInetFileTransfer transfer;
-      transfer.SetServerUrl(YString("ftp://" + server.target()));
-      EXPECT_EQ(transfer.CreateDirectoryA("new"), !row.command.empty()) << error_of(transfer);
-      EXPECT_EQ(transfer.GetLastErrorNumber(), row.command.empty() ? 21546 : 0);
-    }
+    EXPECT_EQ(transfer_to(server.url("", "ftp")).CreateDirectoryA("new"), !row.folder.empty()) << row.answer;
     server.finish();
     EXPECT_EQ(server.connection_count(), 1U);
-    if (row.command.empty())
-      EXPECT_THAT(server.received(), Not(HasSubstr("MKD")));
-    else
-      EXPECT_THAT(server.received(), HasSubstr(row.command));
+    const std::string command = row.folder.empty() ? "" : "MKD " + row.folder + "new\r\n";
+    EXPECT_THAT(server.received(), testing::AllOf(HasSubstr(command), testing::Not(HasSubstr("DELE"))));
   }
 }
 
-TEST_F(TransferOverFtp, ALoginAsksForTheStartFolderAnew) {
-  ScriptedPeer server = ScriptedPeer::for_every_connection(
-      ftp_dialogue("220 hi\r\n", "257 \"/me\" is the current directory\r\n", data.port()));
-  {
-    YInetFileTransfer transfer;
-    transfer.SetServerUrl(YString("ftp://" + server.target()));
-    for (int i = 0; i < 2; ++i) {  // the same login: libcurl alone would go on with the connection that has told it
-      transfer.SetUsername("u");
-      EXPECT_TRUE(transfer.DeleteFileA("x") && transfer.DeleteFileA("y")) << error_of(transfer);
-    }
+TEST_F(TransferTest, ALoginAsksForTheStartFolderAnew) {
+  ScriptedPeer data = ScriptedPeer::for_every_connection(Script().close());
+  ScriptedPeer server =
+      ScriptedPeer::for_every_connection(ftp_dialogue("220 hi", "257 \"/me\" is the current directory", data.port()));
+  std::optional<YInetFileTransfer> transfer = transfer_to(server.url("", "ftp"));
+  for (int i = 0; i < 2; ++i) {  // the same login: libcurl alone would go on with the connection that has told it
+    transfer->SetUsername("u");
+    EXPECT_TRUE(transfer->DeleteFileA("x") && transfer->DeleteFileA("y")) << error_of(*transfer);
   }
+  transfer.reset();
   server.finish();
   EXPECT_EQ(server.connection_count(), 2U);
   for (const std::size_t index : {0U, 1U}) EXPECT_THAT(server.received(index), HasSubstr("PWD\r\n"));
   EXPECT_THAT(server.received(0) + server.received(1), Not(HasSubstr("DELE /x")));
-}
-
-TEST_F(TransferOverFtp, AServerThatNeverEndsItsGreetingIsLeft) {
-  ScriptedPeer server([](Connection& connection) { connection.flood("220-hello\r\n", 100'000'000); });
-  set(settings::kTransferReplySize, "100000");
-  YInetFileTransfer transfer;
-  transfer.SetServerUrl(YString("ftp://" + server.target()));
-  EXPECT_FALSE(transfer.DeleteFileA("x"));
-  EXPECT_EQ(transfer.GetLastErrorNumber(), 21544);
-}
-
-TEST_F(TransferOverFtp, NamesOfAListingAreData) {
-  ScriptedPeer names = ScriptedPeer::for_every_connection(Script().send("../x\r\n..\r\n").close());
-  ScriptedPeer server = ScriptedPeer::for_every_connection(ftp_dialogue("220 hi\r\n", "550 no\r\n", names.port()));
-  YObject parameters;
-  parameters.StoreText("pHOST", server.target());
-  parameters.StoreText("pDateiname", "*");
-  parameters.Store<YString>("pZielverzeichnis", YString(local.path().string()));
-  call_function("FTP_DOWNLOADDATEIEN", parameters);
-  EXPECT_EQ(parameters.GetString("pDateien"), "x");
-  EXPECT_THAT(log.numbers(), testing::ElementsAre(21550));
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(local.path()), {}), 1);
-}
-
-// --- Lost connections -----------------------------------------------------------------------------------------------------
-
-TEST_F(TransferTest, AConnectionMayEndAnywhere) {
-  YINET_SKIP_FOR(SshServer::missing());
-  YINET_SKIP_FOR(FtpServer::missing(FtpBrand::proftpd));
-  const SshServer ssh;
-  const FtpServer ftp({.brand = FtpBrand::proftpd, .tls = true});
-  const YString source = local_file("source", "content");
-  const YString target = local_name("target");
-  const struct {
-    std::string protocol, user, password;
-    std::uint16_t port;
-  } servers[] = {{"sftp", SshServer::user(), SshServer::password(), ssh.port()},
-                 {"ftps", ftp.user(), ftp.password(), ftp.port()}};
-  for (const auto& server : servers) {
-    const CuttingRelay relay(server.port, 400);
-    int rounds = 1;
-    for (bool done = false; !done; ++rounds) {
-      ASSERT_LT(rounds, 200) << server.protocol;
-      const ResourceCheck resources;
-      YInetFileTransfer transfer;
-      transfer.SetServerUrl(YString(server.protocol + "://127.0.0.1:" + std::to_string(relay.port())));
-      transfer.SetUsername(YString(server.user));
-      transfer.SetPassword(YString(server.password));
-      transfer.DeleteDirectory("d");  // of the round before
-      done = transfer.CreateDirectoryA("d") && transfer.UploadFile(source, "x") && transfer.ExistsDirectory("d") &&
-             transfer.DownloadToFile("x", target) && transfer.DeleteFileA("x") && transfer.DeleteDirectory("d");
-      EXPECT_EQ(transfer.GetLastErrorNumber() == 0, done) << error_of(transfer);
-      EXPECT_TRUE(!YFile::Exist(target) || read_file(local / "target") == "content");
-      YFile::Delete(target);
-    }
-    EXPECT_GT(rounds, 5) << server.protocol;
-  }
 }
 
 }  // namespace

@@ -1,11 +1,10 @@
 #pragma once
 
-// Vocabulary of the FTP tests.
+// Vocabulary of the tests of FTP, SFTP and file transfer.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -13,11 +12,10 @@
 
 #include "net/socket_test_kit.h"
 #include "support/bytes.h"
-#include "support/ftp_server.h"
 #include "support/requirements.h"
-#include "support/socks_server.h"
 #include "support/temp_dir.h"
 #include "yinet/ftp/ftps.h"
+#include "yinet/script/function_table.h"
 
 namespace yinet::test {
 
@@ -29,7 +27,6 @@ class OpenFtps : public ftps {
  public:
   using ftps::ftps;
   using ftps::set_last_mes;
-  using ftps::set_transfer_type;
   using ftps::StartNoopThread;
   using ftps::StopNOOPThread;
 };
@@ -41,7 +38,7 @@ inline Turns operator+(Turns a, const Turns& b) {
   a.insert(a.end(), b.begin(), b.end());
   return a;
 }
-inline const Turns kLogin = {{"", "220 hi"}, {"USER u", "331 go on"}, {"PASS p", "230 in"}};
+inline const Turns kLogin = {{"", "220 hi"}, {"USER u", "331 go on"}, {"PASS secret", "230 in"}};
 
 inline ConnectionScript dialogue(Turns turns, ConnectionScript then = Script().read_to_end()) {
   return [turns = std::move(turns), then = std::move(then)](Connection& connection) {
@@ -55,36 +52,57 @@ inline ConnectionScript dialogue(Turns turns, ConnectionScript then = Script().r
     then(connection);
   };
 }
+// The address in the answer to PASV.
 inline std::string passive(std::uint16_t port, const std::string& address = "127,0,0,1") {
   return "227 (" + address + "," + std::to_string(port / 256) + "," + std::to_string(port % 256) + ")";
 }
-inline YString target_of(const ScriptedPeer& server) { return YString(server.target()); }
 
 // A client that is logged in at a scripted server. "@" as an answer is the address of its data connections, and "@" with an
 // address "1,2,3,4" behind it names their port there.
 struct Dialogue {
   explicit Dialogue(Turns turns, ConnectionScript data_script = Script().read_to_end(),
                     ConnectionScript then = Script().read_to_end())
-      : data(ScriptedPeer::for_every_connection(std::move(data_script))), server(dialogue(kLogin + with_address(std::move(turns)), std::move(then))) {
+      : data(ScriptedPeer::for_every_connection(std::move(data_script))),
+        server(dialogue(kLogin + with_address(std::move(turns)), std::move(then))) {
     EXPECT_EQ(ftp.connect(), 0);
   }
   Turns with_address(Turns turns) const {
     for (auto& [command, reply] : turns)
-      if (reply.starts_with('@')) reply = reply.size() > 1 ? passive(data.port(), reply.substr(1)) : passive(data.port());
+      if (reply == "@")
+        reply = passive(data.port());
+      else if (reply.starts_with('@'))
+        reply = passive(data.port(), reply.substr(1));
     return turns;
   }
-  ftps* operator->() { return &ftp; }
+  OpenFtps* operator->() { return &ftp; }
+  // An operation's result and the message it left.
+  std::string after(int result) { return std::to_string(result) + " " + ftp.get_last_mes(0).str(); }
 
   ScriptedPeer data;
   ScriptedPeer server;
-  OpenFtps ftp{target_of(server), "u", "p", kPlainFtp, ""};
+  OpenFtps ftp{server.target(), "u", "secret", kPlainFtp, ""};
 };
 
 class FtpTest : public SocketTest {
  protected:
   // A local file with this content; gives its name.
-  YString local_file(std::string_view name, std::string_view content) { return YString(local.write(name, content).string()); }
-  YString local_name(std::string_view name) { return YString((local / name).string()); }
+  std::string local_file(std::string_view name, std::string_view content) {
+    return local.write(name, content).string();
+  }
+  std::string local_name(std::string_view name) { return (local / name).string(); }
+
+  // As a script does it, with "pUser=me|pPasswd=secret" for parameters, later ones for earlier ones; gives the record
+  // afterwards.
+  static YObject call(std::string_view name, std::string_view texts, const YObject& more = {}) {
+    YObject block;
+    YObject& parameters = block.Store<YObject>("PARAMETER", more);
+    YString list(texts);
+    list.ItemDelimiter("|");
+    for (const std::string_view text : list.Items())
+      parameters.StoreText(text.substr(0, text.find('=')), text.substr(text.find('=') + 1));
+    find_script_function(name)->entry(&block);
+    return parameters;
+  }
 
   TempDir local{"local"};
 };
