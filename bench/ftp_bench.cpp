@@ -25,8 +25,8 @@
 
 #include "side_by_side.h"
 #include "support/bytes.h"
-#include "support/ftp_server.h"
 #include "support/requirements.h"
+#include "support/servers.h"
 #include "support/temp_dir.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/host/setting_table.h"

@@ -22,7 +22,7 @@
 #include <vector>
 
 #include "bench_data.h"
-#include "support/memory.h"
+#include "support/resource_check.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/text.h"
 #include "yinet/host/ybase64.h"

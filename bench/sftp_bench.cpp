@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "side_by_side.h"
-#include "support/ssh_server.h"
+#include "support/servers.h"
 #include "support/temp_dir.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/ylog.h"

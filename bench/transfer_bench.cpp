@@ -20,9 +20,7 @@
 
 #include "side_by_side.h"
 #include "support/bytes.h"
-#include "support/ftp_server.h"
-#include "support/nginx_server.h"
-#include "support/ssh_server.h"
+#include "support/servers.h"
 #include "support/temp_dir.h"
 #include "yinet/filetransfer/yinet_file_transfer.h"
 

@@ -7,10 +7,10 @@
 
 #include "cli/program.h"
 #include "support/bytes.h"
-#include "support/nginx_server.h"
 #include "support/ports.h"
 #include "support/requirements.h"
 #include "support/scripted_peer.h"
+#include "support/servers.h"
 #include "support/temp_dir.h"
 
 namespace yinet::test {

@@ -5,14 +5,10 @@
 #include <algorithm>
 
 #include "cli/program.h"
-#include "support/ftp_server.h"
-#include "support/http_proxy.h"
-#include "support/nginx_server.h"
 #include "support/ports.h"
 #include "support/requirements.h"
 #include "support/scripted_peer.h"
-#include "support/socks_server.h"
-#include "support/ssh_server.h"
+#include "support/servers.h"
 
 namespace yinet::test {
 namespace {

@@ -3,8 +3,7 @@
 #include <filesystem>
 
 #include "filetransfer/transfer_test_kit.h"
-#include "support/ftp_server.h"
-#include "support/nginx_server.h"
+#include "support/servers.h"
 #include "yinet/host/yfile.h"
 
 namespace yinet::test {

@@ -6,8 +6,10 @@
 #include <optional>
 
 #include "filetransfer/transfer_test_kit.h"
+#include "support/cutting_relay.h"
 #include "support/ports.h"
 #include "support/resource_check.h"
+#include "support/servers.h"
 
 namespace yinet::test {
 namespace {
@@ -34,6 +36,7 @@ TEST_F(TransferTest, SettingsAreChecked) {
       {&YInetFileTransfer::SetProxyProtocol, 0, {"Socks5H"}},
       {&YInetFileTransfer::SetProxyProtocol, 21523, {""}},
       {&YInetFileTransfer::SetProxyProtocol, 21524, {"socks"}},
+      {&YInetFileTransfer::SetProxyServerUrl, 21523, {"://proxy"}},
       {&YInetFileTransfer::SetProxyServerUrl, 0, {"socks5h://proxy:1080", ""}},
       {&YInetFileTransfer::SetProxyServer, 21534, {"proxy/x"}},
   };
@@ -128,11 +131,11 @@ TEST_F(TransferTest, EndlessBodiesAndGreetingsEndAtALimit) {
 // Answers every command as an FTP server would, with these two for the greeting and the start folder.
 ConnectionScript ftp_dialogue(const std::string& greeting, const std::string& start_folder, std::uint16_t data_port) {
   return [=](Connection& connection) {
-    const std::map<std::string, std::string> replies = {{"USER", "331 a"},
-                                                        {"PASS", "230 b"},
-                                                        {"PWD\r", start_folder},
-                                                        {"EPSV", "229 (|||" + std::to_string(data_port) + "|)"},
-                                                        {"LIST", "150 c\r\n226 d"}};
+    const std::map<std::string, std::string> replies = {
+        {"USER", "331 a"},          {"PASS", "230 b"},
+        {"PWD\r", start_folder},    {"EPSV", "229 (|||" + std::to_string(data_port) + "|)"},
+        {"LIST", "150 c\r\n226 d"}, {"NLST", "150 c\r\n226 d"},
+        {"RETR", "150 c\r\n226 d"}, {"SIZE", "213 10"}};
     connection.send(greeting + "\r\n");
     for (std::string line; line != "QUIT\r\n";) {
       line = connection.read_line();
@@ -181,6 +184,40 @@ TEST_F(TransferTest, ALoginAsksForTheStartFolderAnew) {
   EXPECT_EQ(server.connection_count(), 2U);
   for (const std::size_t index : {0U, 1U}) EXPECT_THAT(server.received(index), HasSubstr("PWD\r\n"));
   EXPECT_THAT(server.received(0) + server.received(1), Not(HasSubstr("DELE /x")));
+}
+
+TEST_F(TransferTest, NamesOfAListingAreData) {
+  ScriptedPeer names = ScriptedPeer::for_every_connection(Script().send("../x\r\n..\r\n").close());
+  ScriptedPeer server = ScriptedPeer::for_every_connection(ftp_dialogue("220 hi", "550 no", names.port()));
+  const std::string given = "pHOST=" + server.target() + "|pDateiname=*|pZielverzeichnis=" + local.path().string();
+  EXPECT_EQ(call("FTP_DOWNLOADDATEIEN", given).GetString("pDateien"), "x");
+  EXPECT_THAT(log.numbers(), testing::ElementsAre(21550));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(local.path()), {}), 1);
+}
+
+TEST_F(TransferTest, AConnectionMayEndAnywhere) {
+  YINET_SKIP_FOR(SshServer::missing());
+  YINET_SKIP_FOR(FtpServer::missing(FtpBrand::proftpd));
+  const SshServer ssh;
+  const FtpServer ftp({.brand = FtpBrand::proftpd, .tls = true});
+  const std::string source = local_file("source", "content"), target = local_name("target");
+  for (const bool sftp : {true, false}) {
+    const CuttingRelay relay(sftp ? ssh.port() : ftp.port(), 400);
+    const std::string url = (sftp ? "sftp://127.0.0.1:" : "ftps://127.0.0.1:") + std::to_string(relay.port());
+    int rounds = 1;
+    for (bool done = false; !done; ++rounds) {
+      ASSERT_LT(rounds, 200) << url;
+      const ResourceCheck resources;
+      YInetFileTransfer transfer = transfer_to(url, ftp.user(), ftp.password());  // those of sshd too
+      transfer.DeleteDirectory("d");                                              // of the round before
+      done = transfer.CreateDirectoryA("d") && transfer.UploadFile(source, "x") && transfer.ExistsDirectory("d") &&
+             transfer.DownloadToFile("x", target) && transfer.DeleteFileA("x") && transfer.DeleteDirectory("d");
+      EXPECT_EQ(transfer.GetLastErrorNumber() == 0, done) << error_of(transfer);
+      EXPECT_TRUE(!std::filesystem::exists(target) || read_file(target) == "content");
+      std::filesystem::remove(target);
+    }
+    EXPECT_GT(rounds, 5) << url;
+  }
 }
 
 }  // namespace

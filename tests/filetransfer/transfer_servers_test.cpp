@@ -9,12 +9,8 @@
 #include <utility>
 
 #include "filetransfer/transfer_test_kit.h"
-#include "support/ftp_server.h"
-#include "support/http_proxy.h"
-#include "support/nginx_server.h"
 #include "support/resource_check.h"
-#include "support/socks_server.h"
-#include "support/ssh_server.h"
+#include "support/servers.h"
 
 namespace yinet::test {
 namespace {
@@ -145,7 +141,12 @@ TEST_P(TransferSites, TellWhatFailed) {
       {21545, 21526, [&] { return transfer.DeleteDirectory("none"); }},
       {21546, 21527, [&] { return transfer.CreateDirectoryA("dir"); }},
       {21546, 21527, [&] { return transfer.CreateDirectoryA("x\nDELE source"); }},
-      {21546, 21527, [&] { return transfer.CreateDirectoryA(YString("x\0y", 3)); }},
+      {21545, 21526, [&] { return transfer.DeleteDirectory("x\rDELE source"); }},
+      {21544, 21525, [&] { return transfer.DeleteFileA(YString("x\0y", 3)); }},
+      {21541, 21529, [&] { return transfer.UploadString("x", "x%0D%0ADELE source"); }},
+      {21540, 21528, [&] { return transfer.UploadFile(source, YString("x\0y", 3)); }},
+      {21542, 21548, [&] { return transfer.DownloadToFile("x%00y", local_name("none")); }},
+      {21547, 21530, [&] { return transfer.ExistsDirectory("dir\n"); }},
       {0, 21530, [&] { return transfer.ExistsDirectory("none"); }},  // an answer, not an error
   };
   for (const auto& c : cases) {

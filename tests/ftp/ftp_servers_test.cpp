@@ -5,9 +5,8 @@
 #include <ostream>
 
 #include "ftp/ftp_test_kit.h"
-#include "support/ftp_server.h"
 #include "support/resource_check.h"
-#include "support/socks_server.h"
+#include "support/servers.h"
 #include "yinet/net/partner_info.h"
 
 namespace yinet::test {

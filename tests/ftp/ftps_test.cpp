@@ -3,7 +3,7 @@
 
 #include "ftp/ftp_test_kit.h"
 #include "support/ports.h"
-#include "support/socks_server.h"
+#include "support/servers.h"
 
 namespace yinet::test {
 namespace {

@@ -6,7 +6,7 @@
 #include <ctime>
 
 #include "mime/mail_fixture.h"
-#include "support/memory.h"
+#include "support/resource_check.h"
 
 namespace yinet::test {
 namespace {

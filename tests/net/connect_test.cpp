@@ -1,21 +1,18 @@
-// Connecting: what fails and how it is reported, which way a connection takes, and what it leaves behind.
+// Connecting: what fails and how it is reported, which way a connection takes, and whom it leads to.
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/socket.h>
 
 #include "net/socket_test_kit.h"
-#include "support/ports.h"
-#include "support/requirements.h"
-#include "support/resource_check.h"
+#include "yinet/net/host_address.h"
+#include "yinet/net/partner_info.h"
 
 namespace yinet::test {
 namespace {
 
-class Connect : public SocketTest {};
+class Connect : public NetTest {};
 
 TEST_F(Connect, AFailureIsOneEntryWithTargetAndCause) {
-  const std::uint16_t refused = refused_port();
   const struct {
     std::string host;
     unsigned port;
@@ -46,7 +43,6 @@ TEST_F(Connect, AFailureIsOneEntryWithTargetAndCause) {
       EXPECT_EQ(socket.Connect(one.host, one.port, one.proxy, one.proxy_port, is_blocking(mode), "", ""), -1);
       EXPECT_EQ(log.numbers().back(), number);
       EXPECT_TRUE(log.numbers().size() == 1 || one.cause.ends_with("IPv4 address"));
-      EXPECT_EQ(log.last(number).level, 6);
       EXPECT_THAT(log.last(number).text, testing::HasSubstr(one.target));
       EXPECT_THAT(log.last(number).extra, testing::HasSubstr(one.cause));
       EXPECT_EQ(socket.Reconnect(), -1) << "the refusal must hold for the stored target too";
@@ -69,52 +65,54 @@ TEST_F(Connect, ThePauseFollowsTheConnectAndSmallWritesGoOutAtOnce) {
   EXPECT_GE(time_of([&] { EXPECT_EQ(connect_to(socket, peer), 0); }), milliseconds(60));
   int on = 0;
   socklen_t size = sizeof(on);
-  ASSERT_EQ(getsockopt(socket.GetScoketDescriptor(), IPPROTO_TCP, TCP_NODELAY, &on, &size), 0);
+  EXPECT_EQ(getsockopt(socket.GetScoketDescriptor(), IPPROTO_TCP, TCP_NODELAY, &on, &size), 0);
   EXPECT_NE(on, 0);
-  socket.Close();
-  EXPECT_EQ(socket.GetScoketDescriptor(), -1);
 }
 
-TEST_F(Connect, BothAddressFamiliesAreTried) {
-  YINET_REQUIRE_IPV6();
-  auto peer6 = ScriptedPeer::for_every_connection(Script().read_to_end(), {.address = "::1"});
-  auto peer4 = ScriptedPeer::for_every_connection(Script().read_to_end());
-  for (const Mode mode : kBothModes) {
-    SecureSocket socket;
-    for (const char* const host : {"::1", "[::1]"}) EXPECT_EQ(connect_to(socket, peer6, mode, host), 0);
-    EXPECT_EQ(connect_to(socket, peer4, mode, "localhost"), 0) << "after the refusal on ::1";
-  }
-  EXPECT_THAT(log.numbers(), testing::IsEmpty());
-}
-
-TEST_F(Connect, ANewConnectionEndsTheOldOneAndReconnectRepeatsTheLast) {
-  auto peer = ScriptedPeer::for_every_connection(Script().expect_end());
+TEST_F(Connect, ANewConnectionEndsTheOldOneAndHasANewPartner) {
+  auto plain = ScriptedPeer::for_every_connection(Script().expect_end());
+  auto tls = ScriptedPeer::for_every_connection(Script().start_tls().read_to_end());
   SecureSocket socket;
   EXPECT_EQ(socket.Reconnect(), -1) << "never connected";
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(connect_to(socket, peer), 0);
+  EXPECT_FALSE(socket.Send(YBuffer("x")) || socket.Send(YString("x")) || !socket.GetPartnerInfo(true).IsEmpty());
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(connect_to(socket, plain), 0);
   EXPECT_EQ(socket.Reconnect(), 0);
   socket.Close();
+  EXPECT_EQ(socket.GetScoketDescriptor(), -1);
   EXPECT_EQ(socket.Reconnect(), 0);
-  EXPECT_TRUE(peer.wait_for_connections(4));
-  socket.Close();
+  EXPECT_TRUE(eventually([&] { return plain.connection_count() == 4; }));
+  const YObject partner = socket.GetPartnerInfo(false);
+  EXPECT_EQ(partner.GetString(partner::kAddress), "127.0.0.1");
+  EXPECT_EQ(partner.GetInteger(partner::kPort), plain.port());
+  EXPECT_FALSE(partner.Exist(partner::kProtocol));
+  ASSERT_TRUE(socket.InitSSLClientContext("", false, true));
+  EXPECT_EQ(connect_to(socket, tls), 0);
+  EXPECT_EQ(socket.GetPartnerInfo(false).GetInteger(partner::kPort), tls.port());
+  EXPECT_EQ(socket.GetPartnerInfo(false).GetString(partner::kProtocol), "TLSv1.3");
   EXPECT_THAT(log.numbers(), testing::IsEmpty());
 }
 
-TEST_F(Connect, NoDescriptorIsLeftBehind) {
-  const std::uint16_t refused = refused_port();
-  const ResourceCheck check;
-  auto tls = ScriptedPeer::for_every_connection(Script().start_tls().read_to_end());
-  auto rude = ScriptedPeer::for_every_connection(Script().send("no TLS here, sorry").read_to_end());
-  for (const Mode mode : kBothModes) {
-    SecureSocket socket;
-    EXPECT_EQ(socket.Connect("127.0.0.1", refused, is_blocking(mode)), -1);
-    EXPECT_EQ(connect_to(socket, rude, mode), 0);
-    EXPECT_TRUE(socket.InitSSLClientContext("", false, true));
-    EXPECT_EQ(connect_to(socket, tls, mode), 0);
-    EXPECT_TRUE(socket.Send(YString("x")));
-    EXPECT_EQ(connect_to(socket, rude, mode), -1);
-    EXPECT_TRUE(socket.InitSSLClientContext("", false, false));
-    EXPECT_EQ(connect_to(socket, tls, mode), -2);
+TEST_F(Connect, AHostIsWrittenAsEachPlaceWantsIt) {
+  constexpr std::string_view kHidden("127.0.0.1\0", 10);
+  const struct {
+    std::string_view host, in_target, in_certificate;
+    int family;
+  } kCases[] = {
+      {"example.com.", "example.com.", "example.com", 0},
+      {"10.0.0.1", "10.0.0.1", "10.0.0.1", 4},
+      {"127.1", "127.1", "127.1", 0},
+      {"[::1]", "[::1]", "::1", 6},
+      {"fe80::1%eth0", "[fe80::1%eth0]", "fe80::1", 6},
+      {"::ffff:10.0.0.1", "[::ffff:10.0.0.1]", "::ffff:10.0.0.1", 6},
+      {"a:b", "a:b", "a:b", 0},  // no address: left for the resolver to refuse
+      {".", ".", ".", 0},
+      {kHidden, kHidden, kHidden, 0},
+  };
+  for (const auto& one : kCases) {
+    EXPECT_EQ(host_in_target(one.host), one.in_target) << one.host;
+    EXPECT_EQ(host_in_certificate(one.host), one.in_certificate) << one.host;
+    EXPECT_EQ(is_ipv4_address(one.host), one.family == 4) << one.host;
+    EXPECT_EQ(is_ipv6_address(one.host), one.family == 6) << one.host;
   }
 }
 

@@ -7,18 +7,12 @@
 
 #include <array>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <thread>
 
 #include "net/socket_test_kit.h"
-#include "support/certificates.h"
-#include "support/child_process.h"
-#include "support/ports.h"
 #include "support/requirements.h"
-#include "support/resource_check.h"
-#include "support/socket_address.h"
-#include "support/tls_server.h"
+#include "support/servers.h"
 #include "yinet/net/partner_info.h"
 
 namespace yinet::test {
@@ -28,85 +22,55 @@ using Accepted = std::unique_ptr<SecureSocket>;
 
 const Certificates& certificates() { return Certificates::shared(); }
 
-bool set_up_server(SecureSocket& socket) {
-  return socket.InitSSLSeverContext(certificates().good().both.string(), "", "", "", false);
-}
+std::uint16_t port_of(SecureSocket& socket) { return local_port(socket.GetScoketDescriptor()); }
 
-std::uint16_t port_of(SecureSocket& socket) { return SocketAddress::local_of(socket.GetScoketDescriptor()).port(); }
+void listen(SecureSocket& socket, Mode mode, bool tls = false) {
+  const std::string pem = certificates().good().both;
+  EXPECT_TRUE((!tls || socket.InitSSLSeverContext(pem, "", "", "", false)) &&
+              socket.PrepareForAccepting(0, is_blocking(mode), ""));
+}
 
 Accepted accept_one(SecureSocket& listener, Mode mode) {
   if (is_blocking(mode)) return Accepted(listener.Accept());
-  SecureSocket* connection = nullptr;
+  SecureSocket* connection = &listener;
   EXPECT_TRUE(listener.wait_for_input(static_cast<int>(kPatience.count())));
   EXPECT_TRUE(listener.Accept(&connection));
   return Accepted(connection);
 }
 
-TlsContext verifying_client() {
-  TlsClientOptions options;
-  options.ca_file = certificates().ca_file();
-  return TlsContext::client(options);
-}
-
 // A listener, with or without TLS, and one scripted client that it has accepted.
 struct Guest {
   Guest(Mode mode, const ConnectionScript& script, bool tls = false) {
-    EXPECT_TRUE(!tls || set_up_server(listener));
-    EXPECT_TRUE(listener.PrepareForAccepting(0, is_blocking(mode), ""));
-    SecureSocket* nobody = &listener;
-    EXPECT_TRUE(is_blocking(mode) || (listener.Accept(&nobody) && nobody == nullptr));
+    listen(listener, mode, tls);
     client.emplace(port_of(listener), script);
     socket = accept_one(listener, mode);
+    const int descriptor = socket->GetScoketDescriptor();
+    EXPECT_EQ(fcntl(descriptor, F_GETFL) & O_NONBLOCK, is_blocking(mode) ? 0 : O_NONBLOCK);
+    EXPECT_NE(fcntl(descriptor, F_GETFD) & fcntl(listener.GetScoketDescriptor(), F_GETFD) & FD_CLOEXEC, 0);
   }
   SecureSocket listener;
   std::optional<ScriptedClient> client;
   Accepted socket;
 };
 
-class Listen : public SocketTest {};
-
-// --- Accepting ----------------------------------------------------------------------------------------------------------
-
-TEST_F(Listen, AcceptedConnectionsTalkAndKnowTheirPeer) {
-  for (const Mode mode : kBothModes) {
-    for (const bool tls : {false, true}) {
-      SCOPED_TRACE(name_of(mode) + (tls ? ", TLS" : ", plain"));
-      Script talk;
-      if (tls) talk.start_tls(verifying_client());
-      Guest guest(mode, talk.send("ping").read_until("pong").expect_end(), tls);
-      SecureSocket* const accepted = guest.socket.get();
-      ASSERT_NE(accepted, nullptr);
-      const int descriptor = accepted->GetScoketDescriptor();
-      EXPECT_EQ(fcntl(descriptor, F_GETFL) & O_NONBLOCK, is_blocking(mode) ? 0 : O_NONBLOCK);
-      EXPECT_NE(fcntl(descriptor, F_GETFD) & fcntl(guest.listener.GetScoketDescriptor(), F_GETFD) & FD_CLOEXEC, 0);
-      const YObject before = accepted->GetPartnerInfo(true);
-      EXPECT_EQ(before.GetString(partner::kAddress), "127.0.0.1");
-      EXPECT_EQ(receive_exactly(*accepted, 4), "ping");
-      EXPECT_FALSE(accepted->GetPartnerInfo(false).Exist(partner::kProtocol)) << "what was known before";
-      const YObject now = accepted->GetPartnerInfo(true);
-      EXPECT_EQ(now.GetString(partner::kProtocol), tls ? "TLSv1.3" : "");
-      EXPECT_THAT(now.GetString(partner::kCipher).str(), testing::StartsWith(tls ? "TLS_" : ""));
-      EXPECT_TRUE(accepted->Send(YString("pong")));
-      guest.socket.reset();
-    }
-  }
-  EXPECT_THAT(log.numbers(), testing::IsEmpty());
-}
+class Listen : public NetTest {};
 
 TEST_F(Listen, ARealClientTalksTlsToIt) {
   YINET_REQUIRE_PROGRAM("openssl");
   SecureSocket listener;
-  ASSERT_TRUE(set_up_server(listener));
-  ASSERT_TRUE(listener.PrepareForAccepting(0, true, ""));
-  for (const char* const version : {"-tls1_2", "-tls1_3"}) {
+  listen(listener, Mode::blocking, true);
+  for (const std::string version : {"-tls1_2", "-tls1_3"}) {
     ChildProcess client(
-        {.argv = {"openssl", "s_client", "-quiet", version, "-verify_return_error", "-CAfile",
-                  certificates().ca_file().string(), "-connect", "127.0.0.1:" + std::to_string(port_of(listener))},
+        {.argv = {"openssl", "s_client", "-quiet", version, "-verify_return_error", "-CAfile", certificates().ca_file(),
+                  "-connect", "127.0.0.1:" + std::to_string(port_of(listener))},
          .environment = {},
          .standard_input = "hello\n"});
     Accepted accepted = accept_one(listener, Mode::blocking);
-    ASSERT_NE(accepted, nullptr);
+    EXPECT_EQ(accepted->GetPartnerInfo(true).GetString(partner::kAddress), "127.0.0.1");
     EXPECT_EQ(receive_exactly(*accepted, 6), "hello\n");
+    EXPECT_FALSE(accepted->GetPartnerInfo(false).Exist(partner::kProtocol)) << "what was known before";
+    EXPECT_EQ(accepted->GetPartnerInfo(true).GetString(partner::kProtocol),
+              version == "-tls1_3" ? "TLSv1.3" : "TLSv1.2");
     EXPECT_TRUE(accepted->Send(YString("world\n")));
     accepted.reset();
     EXPECT_EQ(client.wait(), 0) << client.errors();
@@ -115,14 +79,11 @@ TEST_F(Listen, ARealClientTalksTlsToIt) {
 }
 
 TEST_F(Listen, WrongUseIsRefused) {
-  SecureSocket unprepared;
+  SecureSocket unprepared, polling, client;
   SecureSocket* connection = nullptr;
-  EXPECT_EQ(unprepared.Accept(), nullptr);
-  EXPECT_FALSE(unprepared.Accept(&connection));
-  SecureSocket polling;
-  ASSERT_TRUE(polling.PrepareForAccepting(0, false, ""));
+  EXPECT_TRUE(unprepared.Accept() == nullptr && !unprepared.Accept(&connection));
+  listen(polling, Mode::polling);
   EXPECT_EQ(polling.Accept(), nullptr);
-  SecureSocket client;
   ASSERT_EQ(client.Connect("127.0.0.1", port_of(polling), false), 0);
   connection = &client;
   EXPECT_FALSE(client.Accept(&connection)) << "a connection must not hand itself out";
@@ -132,8 +93,6 @@ TEST_F(Listen, WrongUseIsRefused) {
   EXPECT_THAT(log.numbers(), testing::ElementsAre(message::kAcceptBlockingNotListening,
                                                   message::kAcceptNeedsNonBlocking, message::kAcceptNeedsBlocking,
                                                   message::kAcceptNotListening, message::kAcceptNotListening));
-  EXPECT_EQ(log.last(message::kAcceptBlockingNotListening).level, 2);
-  EXPECT_EQ(log.last(message::kAcceptNeedsBlocking).level, 8);
 }
 
 #ifndef __SANITIZE_ADDRESS__  // its companion for undefined behaviour needs descriptors of its own
@@ -143,7 +102,7 @@ TEST_F(Listen, WithoutDescriptorsAcceptFailsOnceAndLaterGoesOn) {
   for (const Mode mode : kBothModes) {
     log.clear();
     SecureSocket listener;
-    ASSERT_TRUE(listener.PrepareForAccepting(0, is_blocking(mode), ""));
+    listen(listener, mode);
     const ScriptedClient client(port_of(listener), Script().read_to_end());
     ASSERT_TRUE(listener.wait_for_input(static_cast<int>(kPatience.count())));
     const rlimit none{.rlim_cur = 3, .rlim_max = before.rlim_max};
@@ -152,34 +111,30 @@ TEST_F(Listen, WithoutDescriptorsAcceptFailsOnceAndLaterGoesOn) {
     const bool failed = is_blocking(mode) ? listener.Accept() == nullptr : !listener.Accept(&connection);
     setrlimit(RLIMIT_NOFILE, &before);
     EXPECT_TRUE(failed);
-    const int number = is_blocking(mode) ? message::kAcceptBlockingFailed : message::kAcceptFailed;
-    EXPECT_THAT(log.numbers(), testing::ElementsAre(number));
-    EXPECT_THAT(log.last(number).extra, testing::HasSubstr("Too many open files"));
+    EXPECT_THAT(log.numbers(),
+                testing::ElementsAre(is_blocking(mode) ? message::kAcceptBlockingFailed : message::kAcceptFailed));
     EXPECT_NE(accept_one(listener, mode), nullptr);
   }
 }
 #endif
 
-// --- Binding ------------------------------------------------------------------------------------------------------------
-
 TEST_F(Listen, AFailedBindNamesThePortTheServiceAndWhoHoldsThePort) {
-  YINET_REQUIRE_PROGRAM("openssl");
+  YINET_REQUIRE_PROGRAM("nginx");
   SecureSocket own;
-  ASSERT_TRUE(own.PrepareForAccepting(0, true, ""));
-  const TlsServer other({});
+  listen(own, Mode::blocking);
+  const NginxServer other;
   const unsigned own_port = port_of(own);
   const std::string self = std::filesystem::read_symlink("/proc/self/exe");
-  const std::string program = std::filesystem::canonical(*find_program("openssl"));
+  const std::string program = std::filesystem::canonical(*find_program("nginx"));
   const struct {
     unsigned port;
     const char *address, *description;
     std::string holder, cause;
   } kCases[] = {{other.port(), "", "Mail gate", program, "Address already in use"},
                 {own_port, "127.0.0.1", "", self, "Address already in use"},
-                {refused_port(), "192.0.2.77", "Mail gate", "", "Cannot assign requested address"},
+                {refused, "192.0.2.77", "Mail gate", "", "Cannot assign requested address"},
                 {65536U + own_port, "", "Mail gate", "", "not in 0 to 65535"}};
   for (const auto& one : kCases) {
-    SCOPED_TRACE(one.cause);
     const SettingChange address(settings::kDefaultAddress, one.address);
     log.clear();
     OpenSocket socket;
@@ -187,26 +142,17 @@ TEST_F(Listen, AFailedBindNamesThePortTheServiceAndWhoHoldsThePort) {
     EXPECT_EQ(socket.bio, nullptr);
     ASSERT_THAT(log.numbers(), testing::ElementsAre(message::kListenFailed));
     const LogRecord entry = log.last(message::kListenFailed);
-    EXPECT_EQ(entry.level, 6);
     const std::string number = std::to_string(one.port);
     const std::string name = *one.description == '\0' ? "A service" : one.description;
     EXPECT_EQ(entry.text, name + " cannot accept connections on port " + number + "." +
                               (one.holder.empty() ? "" : " The port is held by \"" + one.holder + "\"."));
-    EXPECT_THAT(entry.extra, testing::AllOf(testing::StartsWith("nPort: " + number + "\r\nprocessFile: " + one.holder +
-                                                                "\r\nError: "),
-                                            testing::HasSubstr(one.cause)));
+    EXPECT_THAT(entry.extra,
+                testing::StartsWith("nPort: " + number + "\r\nprocessFile: " + one.holder + "\r\nError: "));
+    EXPECT_THAT(entry.extra, testing::HasSubstr(one.cause));
   }
   SecureSocket client;
   ASSERT_EQ(client.Connect("127.0.0.1", own_port, false), 0);
   EXPECT_EQ(SecureSocket::GetProcessByPort(port_of(client)), self.c_str()) << "held by a connection";
-}
-
-TEST_F(Listen, AnAddressThatIsNoneFailsBeforeBinding) {
-  const SettingChange address(settings::kDefaultAddress, "a:b");
-  SecureSocket plain, tls;
-  ASSERT_TRUE(set_up_server(tls));
-  EXPECT_FALSE(plain.PrepareForAccepting(0, true, "") || tls.PrepareForAccepting(0, true, ""));
-  EXPECT_THAT(log.numbers(), testing::ElementsAre(message::kListenAddressFailed, message::kListenTlsAddressFailed));
 }
 
 TEST_F(Listen, TheSettingsChooseAddressAndFamilies) {
@@ -219,24 +165,27 @@ TEST_F(Listen, TheSettingsChooseAddressAndFamilies) {
                 {"::1", "0", {false, false, true}},
                 {"", "1", {true, true, true}}};
   for (const auto& one : kCases) {
-    SCOPED_TRACE(std::string(one.address) + " " + one.both);
-    const SettingChange address(settings::kDefaultAddress, one.address);
-    const SettingChange both(settings::kListenBothFamilies, one.both);
+    const SettingChange address(settings::kDefaultAddress, one.address), both(settings::kListenBothFamilies, one.both);
     SecureSocket listener;
-    ASSERT_TRUE(listener.PrepareForAccepting(0, true, ""));
+    listen(listener, Mode::blocking);
     const char* const addresses[] = {"127.0.0.1", "127.0.0.2", "::1"};
     for (std::size_t i = 0; i < 3; ++i) {
-      EXPECT_EQ(port_is_open(port_of(listener), addresses[i]), one.open[i]) << addresses[i];
+      EXPECT_EQ(port_is_open(port_of(listener), addresses[i]), one.open[i]) << one.address << one.both << addresses[i];
       if (!one.open[i]) continue;
       const YObject peer = accept_one(listener, Mode::blocking)->GetPartnerInfo(false);
       EXPECT_EQ(peer.GetString(partner::kAddress), i == 2 ? "::1" : "127.0.0.1") << "and not ::ffff:127.0.0.1";
     }
   }
+  const SettingChange address(settings::kDefaultAddress, "a:b");
+  SecureSocket plain, tls;
+  ASSERT_TRUE(tls.InitSSLSeverContext(certificates().good().both.string(), "", "", "", false));
+  EXPECT_FALSE(plain.PrepareForAccepting(0, true, "") || tls.PrepareForAccepting(0, true, ""));
+  EXPECT_THAT(log.numbers(), testing::ElementsAre(message::kListenAddressFailed, message::kListenTlsAddressFailed));
 }
 
 TEST_F(Listen, ARestartGetsThePortAtOnce) {
   SecureSocket listener, client, again;
-  ASSERT_TRUE(listener.PrepareForAccepting(0, true, ""));
+  listen(listener, Mode::blocking);
   const unsigned port = port_of(listener);
   ASSERT_EQ(client.Connect("127.0.0.1", port, true), 0);
   Accepted accepted = accept_one(listener, Mode::blocking);
@@ -246,49 +195,36 @@ TEST_F(Listen, ARestartGetsThePortAtOnce) {
   client.Close();
   EXPECT_FALSE(again.PrepareForAccepting(port, true, ""));
   listener.Close();
-  EXPECT_TRUE(again.PrepareForAccepting(port, true, ""));
-  EXPECT_TRUE(again.PrepareForAccepting(port, true, "")) << "a listener may begin anew";
+  for (int i = 0; i < 2; ++i) EXPECT_TRUE(again.PrepareForAccepting(port, true, "")) << "a listener may begin anew";
 }
-
-// --- Many peers, and hostile ones -----------------------------------------------------------------------------------------
 
 // Gives everybody back what he sends, all in one thread, which never waits for one of them.
 class EchoServer {
  public:
   explicit EchoServer(bool tls) {
-    EXPECT_TRUE(!tls || set_up_server(listener_));
-    EXPECT_TRUE(listener_.PrepareForAccepting(0, false, "echo"));
-    port_ = port_of(listener_);
+    listen(listener_, Mode::polling, tls);
+    port = port_of(listener_);
     thread_ = std::thread([this] { run(); });
   }
-  EchoServer(const EchoServer&) = delete;
-  EchoServer& operator=(const EchoServer&) = delete;
   ~EchoServer() { finish(); }
-
-  [[nodiscard]] std::uint16_t port() const { return port_; }
   int finish() {  // gives the number of all connections
     stop_.set();
     if (thread_.joinable()) thread_.join();
     return accepted_;
   }
+  std::uint16_t port = 0;
 
  private:
   void run() {
-    while (!stop_.is_set()) {
+    for (bool going = true; going;) {
       std::vector<pollfd> waits = {{stop_.descriptor(), POLLIN, 0}, {listener_.GetScoketDescriptor(), POLLIN, 0}};
       for (const Accepted& each : connections_) waits.push_back({each->GetScoketDescriptor(), POLLIN, 0});
       ::poll(waits.data(), waits.size(), -1);
-      for (std::size_t i = connections_.size(); i-- > 0;) {
-        if (waits[i + 2].revents == 0 || serve(*connections_[i])) continue;
-        connections_.erase(connections_.begin() + static_cast<std::ptrdiff_t>(i));
-      }
-      take_in();
+      going = !stop_.is_set();
+      std::erase_if(connections_, [](const Accepted& each) { return !serve(*each); });
+      SecureSocket* connection = nullptr;
+      for (; listener_.Accept(&connection) && connection; ++accepted_) connections_.emplace_back(connection);
     }
-    take_in();  // who came last
-  }
-  void take_in() {
-    SecureSocket* connection = nullptr;
-    for (; listener_.Accept(&connection) && connection != nullptr; ++accepted_) connections_.emplace_back(connection);
   }
   static bool serve(SecureSocket& connection) {
     YString bytes;
@@ -304,67 +240,47 @@ class EchoServer {
   Signal stop_;
   std::vector<Accepted> connections_;
   int accepted_ = 0;
-  std::uint16_t port_ = 0;
   std::thread thread_;
 };
 
 #ifdef NDEBUG
-constexpr bool kOptimised = true;
+constexpr int kOneAfterAnother = 10000;
+constexpr std::size_t kMostGrowthKib = 2048;
 #else
-constexpr bool kOptimised = false;  // and perhaps with sanitizers, whose memory says nothing
+constexpr int kOneAfterAnother = 1000;  // and perhaps with sanitizers, whose memory says nothing
+constexpr std::size_t kMostGrowthKib = 1 << 30;
 #endif
-constexpr int kOneAfterAnother = kOptimised ? 10000 : 1000;
 constexpr int kAtOnce = 500;
 
-long resident_pages() {
-  long all = 0, resident = 0;
-  std::ifstream("/proc/self/statm") >> all >> resident;
-  return resident;
-}
-
 TEST_F(Listen, ThousandsOfConnectionsLoseAndLeakNothing) {
-  for (const bool tls : {false, true}) {
-    const ResourceCheck check;
-    EchoServer server(tls);
-    SecureSocket client;
-    ASSERT_TRUE(!tls || client.InitSSLClientContext(certificates().ca_folder().string(), false, false));
-    long pages = 0;
-    for (int i = 0; i < kOneAfterAnother; ++i) {
-      ASSERT_EQ(client.Connect("127.0.0.1", server.port(), false), 0) << i;
-      ASSERT_TRUE(client.Send(YString("x"))) << i;
-      ASSERT_EQ(receive_exactly(client, 1), "x") << i;
-      if (i == kOneAfterAnother / 2) pages = resident_pages();
-    }
-    client.Close();
-    EXPECT_EQ(server.finish(), kOneAfterAnother);
-    if (kOptimised) {
-      EXPECT_LT(resident_pages(), pages + 512);
-    }
-  }
-  EXPECT_THAT(log.numbers(), testing::IsEmpty());
-}
-
-TEST_F(Listen, HundredsOfConnectionsAtOnceAreAllServed) {
   rlimit files{};
   getrlimit(RLIMIT_NOFILE, &files);
   files.rlim_cur = std::min<rlim_t>(files.rlim_max, 3 * kAtOnce);
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &files), 0);
   for (const bool tls : {false, true}) {
-    const ResourceCheck check;
     EchoServer server(tls);
-    SecureSocket context;
-    ASSERT_TRUE(context.InitSSLClientContext("", false, true));
+    SecureSocket one;
+    ASSERT_TRUE(!tls || one.InitSSLClientContext(certificates().ca_folder().string(), false, false));
+    std::size_t before = 0;
+    for (int i = 0; i < kOneAfterAnother; ++i) {
+      ASSERT_EQ(one.Connect("127.0.0.1", server.port, false), 0) << i;
+      ASSERT_TRUE(one.Send(YString("x"))) << i;
+      ASSERT_EQ(receive_exactly(one, 1), "x") << i;
+      if (i == kOneAfterAnother / 2) before = memory_kib("VmRSS:");
+    }
+    EXPECT_LT(memory_kib("VmRSS:"), before + kMostGrowthKib);
     std::array<SecureSocket, kAtOnce> clients;
     for (SecureSocket& client : clients) {
       client.SetDataChannel(true);  // the handshakes of all begin before one of them goes on
-      ASSERT_EQ(client.Connect("127.0.0.1", server.port(), false), 0);
-      ASSERT_TRUE(!tls || client.STARTTLS("", false, true, context.GetSSLContext()) == 0);
+      ASSERT_EQ(client.Connect("127.0.0.1", server.port, false), 0);
+      ASSERT_TRUE(!tls || client.STARTTLS("", false, true, one.GetSSLContext()) == 0);
       YBuffer nothing;
       ASSERT_EQ(client.Receive(nothing, 1, false), 0);
     }
     for (SecureSocket& client : clients) EXPECT_TRUE(client.Send(YString("x")));
     for (SecureSocket& client : clients) EXPECT_EQ(receive_exactly(client, 1), "x");
-    EXPECT_EQ(server.finish(), kAtOnce);
+    one.Close();
+    EXPECT_EQ(server.finish(), kOneAfterAnother + kAtOnce);
   }
   EXPECT_THAT(log.numbers(), testing::IsEmpty());
 }
@@ -376,13 +292,12 @@ TEST_F(Listen, HostilePeersHoldUpNobodyButThemselves) {
                             Script().close(),
                             Script().reset(),
                             Script().start_tls(TlsContext::client()).reset()};
-  const ResourceCheck check;
+  const TlsContext verifying = TlsContext::client(certificates().ca_file());
   EchoServer server(true);
   std::vector<std::unique_ptr<ScriptedClient>> peers;
   for (int i = 0; i < 20; ++i) {
-    for (const Script& script : rubbish) peers.push_back(std::make_unique<ScriptedClient>(server.port(), script));
-    ScriptedClient good(server.port(), Script().start_tls(verifying_client()).send("good").read_until("good"));
-    good.finish();
+    for (const Script& script : rubbish) peers.push_back(std::make_unique<ScriptedClient>(server.port, script));
+    ScriptedClient(server.port, Script().start_tls(verifying).send("good").read_until("good")).finish();
   }
   for (const auto& peer : peers) static_cast<void>(peer->take_failures());
   EXPECT_EQ(server.finish(), 20 * 7);
@@ -390,42 +305,32 @@ TEST_F(Listen, HostilePeersHoldUpNobodyButThemselves) {
   EXPECT_THAT(log.last(message::kReceiveTextFailed).extra, testing::HasSubstr("http request"));
 }
 
-// --- TLS on what was accepted ---------------------------------------------------------------------------------------------
-
-PemPair locked_pair() {
-  CertificateWish wish;
-  wish.key_password = "geheim";
-  return certificates().make("locked", wish);
-}
+PemPair locked_pair() { return certificates().make("locked", {.key_password = "geheim"}); }
 
 TEST_F(Listen, TlsCanBeginLater) {
   const std::string file = certificates().good().both, ca = certificates().ca_file();
-  const PemPair locked = locked_pair();
+  const std::string locked = locked_pair().certificate, key = locked_pair().key;
   for (const Mode mode : kBothModes) {
-    const Guest guest(mode, Script().start_tls(verifying_client()).send("ping").read_until("pong").expect_end());
-    EXPECT_TRUE(is_blocking(mode)
-                    ? guest.socket->STARTTLS(file, "", "", "")
-                    : guest.socket->STARTTLS(locked.certificate.string(), locked.key.string(), "geheim", ""));
+    const Guest guest(mode, Script().start_tls(TlsContext::client(ca)).send("ping").read_until("pong").expect_end());
+    EXPECT_TRUE(is_blocking(mode) ? guest.socket->STARTTLS(file, "", "", "")
+                                  : guest.socket->STARTTLS(locked, key, "geheim", ""));
     EXPECT_EQ(receive_exactly(*guest.socket, 4), "ping");
     EXPECT_TRUE(guest.socket->Send(YString("pong")));
     guest.socket->Close();
   }
   EXPECT_THAT(log.numbers(), testing::IsEmpty());
-  for (const bool has_certificate : {true, false}) {  // where one is asked for
-    TlsClientOptions options;
-    options.version = TlsVersion::tls12;  // the refusal falls into the handshake
-    if (has_certificate) options.certificate = certificates().client();
-    const Guest guest(Mode::polling,
-                      [&](Connection& c) { EXPECT_EQ(c.try_tls(TlsContext::client(options)), has_certificate); });
-    EXPECT_EQ(guest.socket->STARTTLS(file, "", "", ca), has_certificate);
+  for (const bool shown : {true, false}) {  // where a certificate is asked for
+    const PemPair own = shown ? certificates().client() : PemPair();
+    const TlsContext context = TlsContext::client({}, TlsVersion::tls12, own);  // the refusal falls into the handshake
+    const Guest guest(Mode::polling, [&](Connection& connection) { EXPECT_EQ(connection.try_tls(context), shown); });
+    EXPECT_EQ(guest.socket->STARTTLS(file, "", "", ca), shown);
   }
 }
 
 TEST_F(Listen, AHandshakeIsFinishedOnDemandOrTheConnectionFallsBackToPlain) {
   for (const Mode mode : kBothModes) {
-    SCOPED_TRACE(name_of(mode));
     log.clear();
-    const Guest good(mode, Script().start_tls(verifying_client()).read_to_end(), true);
+    const Guest good(mode, Script().start_tls(TlsContext::client()).read_to_end(), true);
     EXPECT_TRUE(good.socket->doSSLHandShake());
     EXPECT_TRUE(good.socket->GetPartnerInfo(true).Exist(partner::kProtocol));
     EXPECT_THAT(log.numbers(), testing::IsEmpty());
@@ -435,7 +340,6 @@ TEST_F(Listen, AHandshakeIsFinishedOnDemandOrTheConnectionFallsBackToPlain) {
     const int descriptor = rude.socket->GetScoketDescriptor();
     EXPECT_FALSE(rude.socket->doSSLHandShake());
     EXPECT_THAT(log.numbers(), testing::ElementsAre(message::kHandshakeStepFailed));
-    EXPECT_THAT(log.last(message::kHandshakeStepFailed).extra, testing::HasSubstr("http request"));
     EXPECT_EQ(rude.socket->GetScoketDescriptor(), descriptor);
     failed.set();
     std::string all;

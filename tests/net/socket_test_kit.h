@@ -5,14 +5,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "support/log_capture.h"
+#include "support/ports.h"
+#include "support/resource_check.h"
 #include "support/scripted_peer.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/setting_table.h"
@@ -28,13 +30,11 @@ class OpenSocket : public SecureSocket {
 
   using SecureSocket::bio;
   using SecureSocket::blocking;
-  using SecureSocket::connectTarget;
   using SecureSocket::GetBinaryFromReceive;
   using SecureSocket::keyText;
   using SecureSocket::openSSL_Lock;
   using SecureSocket::password_cb;
   using SecureSocket::socksTargetAddress;
-  using SecureSocket::socksTargetPort;
   using SecureSocket::tlsActive;
 };
 
@@ -64,6 +64,13 @@ class SocketTest : public testing::Test {
   SettingChange no_pause{settings::kConnectPause, "0"};
 };
 
+// And those of this folder leave no descriptor behind.
+class NetTest : public SocketTest {
+ protected:
+  const std::uint16_t refused = refused_port();
+  const ResourceCheck resources;
+};
+
 inline int connect_to(SecureSocket& socket, const ScriptedPeer& peer, Mode mode = Mode::polling,
                       const char* host = "127.0.0.1") {
   return socket.Connect(host, peer.port(), is_blocking(mode));
@@ -72,32 +79,21 @@ inline int connect_to(SecureSocket& socket, const ScriptedPeer& peer, Mode mode 
 // The next piece that arrives, at most `size` bytes; "" when the connection has ended.
 inline std::string receive_piece(SecureSocket& socket, int size = 4096) {
   YBuffer target;
-  for (;;) {
-    const int count = socket.Receive(target, size, true);
-    if (count < 0) return {};
-    if (count > 0) return std::string(target.view().substr(0, static_cast<std::size_t>(count)));
-    if (!socket.wait_for_input(static_cast<int>(kPatience.count()))) {
-      ADD_FAILURE() << "nothing came";
-      return {};
-    }
-  }
+  int count = 0;
+  while ((count = socket.Receive(target, size, true)) == 0)
+    if (!socket.wait_for_input(static_cast<int>(kPatience.count()))) throw std::runtime_error("nothing came");
+  return std::string(target.view().substr(0, static_cast<std::size_t>(std::max(count, 0))));
 }
 
+// So many bytes, fewer only when the connection has ended.
 inline std::string receive_exactly(SecureSocket& socket, std::size_t size) {
-  std::string all;
-  while (all.size() < size) {
-    const std::string piece = receive_piece(socket, static_cast<int>(size - all.size()));
-    if (piece.empty()) break;
-    all += piece;
-  }
+  std::string all, piece;
+  do {
+    all += piece = receive_piece(socket, static_cast<int>(std::min<std::size_t>(size - all.size(), 4096)));
+  } while (!piece.empty() && all.size() < size);
   return all;
 }
-
-inline std::string receive_all(SecureSocket& socket) {
-  std::string all;
-  for (std::string piece = receive_piece(socket); !piece.empty(); piece = receive_piece(socket)) all += piece;
-  return all;
-}
+inline std::string receive_all(SecureSocket& socket) { return receive_exactly(socket, std::string::npos); }
 
 inline std::chrono::milliseconds time_of(const std::function<void()>& work) {
   const auto start = std::chrono::steady_clock::now();

@@ -2,8 +2,6 @@
 
 #include "net/socket_test_kit.h"
 #include "support/bytes.h"
-#include "yinet/host/text.h"
-#include "yinet/net/partner_info.h"
 #include "yinet/net/socks_messages.h"
 
 namespace yinet::test {
@@ -17,16 +15,14 @@ int connect_through(OpenSocket& socket, const ScriptedPeer& proxy, const char* u
   return socket.Connect(kTarget, kTargetPort, "127.0.0.1", proxy.port(), blocking, user, kPassword);
 }
 
-class SocksTest : public SocketTest {};
+class SocksTest : public NetTest {};
 
-TEST_F(SocksTest, TargetsAreDottedAddressesOtherThanZero) {
+TEST_F(SocksTest, TargetsAreDottedAddressesAndLongCredentialsKeepTheLowBitsOfTheirLength) {
   EXPECT_EQ(socks_target("1.2.3.255"), (Ipv4Bytes{1, 2, 3, 255}));
-  for (const char* bad : {"", "0.0.0.0", "1.2.3", "1.2.3.256", "::1", "host", "1.2.3.4 "}) EXPECT_FALSE(socks_target(bad)) << bad;
-}
-
-TEST_F(SocksTest, LongCredentialsKeepTheLowBitsOfTheirLength) {
-  const std::string message = socks5_credentials(std::string(300, 'u'), std::string(255, 'p'));
-  EXPECT_EQ(message, from_hex("01 2C") + std::string(300, 'u') + from_hex("FF") + std::string(255, 'p'));
+  for (const char* bad : {"", "0.0.0.0", "1.2.3", "1.2.3.256", "::1", "1.2.3.4 "})
+    EXPECT_FALSE(socks_target(bad)) << bad;
+  EXPECT_EQ(socks5_credentials(std::string(300, 'u'), std::string(255, 'p')),
+            from_hex("01 2C") + std::string(300, 'u') + from_hex("FF") + std::string(255, 'p'));
 }
 
 // One dialogue in hexadecimal: what the proxy reads and answers in turn (nothing: it closes), the result, the messages.
@@ -81,33 +77,26 @@ const Dialogue kDialogues[] = {
 
 TEST_F(SocksTest, DialoguesGoAsTheProtocolSays) {
   for (const Dialogue& dialogue : kDialogues) {
+    const auto& [last_request, last_answer] = dialogue.turns.back();
+    const bool tunnel = dialogue.result == 0 && !last_answer.empty();
+    Script script;
+    for (const auto& [expected, answer] : dialogue.turns) {
+      const bool slow = dialogue.strict && tunnel;
+      script.expect(from_hex(expected)).send_slowly(from_hex(slow ? answer : "")).send(from_hex(slow ? "" : answer));
+    }
+    script.send(tunnel ? "through the tunnel" : "").close();
     for (const bool blocking : {true, false}) {
-      SCOPED_TRACE(dialogue.turns.back().first + " -> " + dialogue.turns.back().second + (dialogue.strict ? ", strict" : ""));
+      SCOPED_TRACE(last_request + " -> " + last_answer + (dialogue.strict ? ", strict" : ""));
       log.clear();
       const SettingChange strict(settings::kSocksStrict, dialogue.strict ? "1" : "0");
-      ScriptedPeer proxy([&](Connection& connection) {
-        for (const auto& [expected, answer] : dialogue.turns) {
-          connection.expect(from_hex(expected));
-          if (answer.empty()) return connection.close();
-          if (dialogue.strict && dialogue.result == 0) connection.send_slowly(from_hex(answer));
-          else connection.send(from_hex(answer));
-        }
-        if (dialogue.result == 0) connection.send("through the tunnel");
-        connection.close();
-      });
+      ScriptedPeer proxy(script);
       OpenSocket socket;
       ASSERT_EQ(connect_through(socket, proxy, dialogue.user, blocking), 0);
       EXPECT_EQ(socket.SocksConnect(dialogue.version), dialogue.result);
       EXPECT_EQ(log.numbers(), dialogue.messages);
-      for (const LogRecord& record : log.records()) {
+      for (const LogRecord& record : log.records())
         EXPECT_EQ((record.text + record.extra).find(kPassword), std::string::npos);
-        if (record.number == kSocks5CredentialsRejected || record.number == kSocks5AuthenticationFailed) {
-          EXPECT_EQ(record.text, "127.0.0.1") << "the proxy is named";
-        }
-      }
-      const bool tunnel = dialogue.result == 0 && !dialogue.turns.back().second.empty();
       EXPECT_EQ(tunnel ? receive_all(socket) : "", tunnel ? "through the tunnel" : "");
-      socket.Close();
     }
   }
 }
@@ -121,49 +110,23 @@ TEST_F(SocksTest, AProxyThatFallsSilentIsGivenUp) {
       OpenSocket socket;
       ASSERT_EQ(connect_through(socket, proxy), 0);
       EXPECT_EQ(socket.SocksConnect(5), -4);
-      EXPECT_EQ(log.last(message::kSocks5MethodNotRead).text, formatted("The SOCKS 5 proxy 127.0.0.1:$1$ named no method of authentication.", std::to_string(proxy.port())));
-      socket.Close();
+      EXPECT_THAT(log.last(message::kSocks5MethodNotRead).text, testing::HasSubstr(proxy.target()));
     }
   }
 }
 
 TEST_F(SocksTest, NothingIsSentWithoutATargetOrForOtherVersions) {
   ScriptedPeer proxy(Script().expect_end());
-  OpenSocket socket;
+  OpenSocket socket, unconnected;
   EXPECT_EQ(socket.SocksConnect(5), -1);
   ASSERT_EQ(connect_through(socket, proxy), 0);
   for (const unsigned version : {0U, 3U, 6U}) EXPECT_EQ(socket.SocksConnect(version), -1) << version;
   socket.socksTargetAddress = "0.0.0.0";
   for (const unsigned version : {4U, 5U}) EXPECT_EQ(socket.SocksConnect(version), -1) << version;
-  socket.Close();
   EXPECT_THAT(log.numbers(), testing::IsEmpty());
-  OpenSocket unconnected;
   unconnected.socksTargetAddress = kTarget;
-  EXPECT_EQ(unconnected.SocksConnect(5), -3);
-  EXPECT_EQ(unconnected.SocksConnect(4), -3);
+  for (const unsigned version : {5U, 4U}) EXPECT_EQ(unconnected.SocksConnect(version), -3);
   EXPECT_THAT(log.numbers(), testing::ElementsAre(message::kSocks5GreetingNotSent, message::kSocks4RequestNotSent));
-}
-
-TEST_F(SocksTest, PartnersAreDescribed) {
-  ScriptedPeer plain(Script().expect_end());
-  OpenSocket socket;
-  EXPECT_TRUE(socket.GetPartnerInfo(true).IsEmpty());
-  ASSERT_EQ(connect_to(socket, plain), 0);
-  YObject partner = socket.GetPartnerInfo(false);
-  EXPECT_EQ(partner.GetString(partner::kAddress), "127.0.0.1");
-  EXPECT_EQ(partner.GetInteger(partner::kPort), plain.port());
-  EXPECT_FALSE(partner.Exist(partner::kProtocol));
-  socket.Close();
-  EXPECT_TRUE(socket.GetPartnerInfo(true).IsEmpty());
-
-  ScriptedPeer tls(Script().start_tls().read_to_end());
-  ASSERT_TRUE(socket.InitSSLClientContext("", false, true));
-  ASSERT_EQ(connect_to(socket, tls), 0);
-  partner = socket.GetPartnerInfo(false);
-  EXPECT_EQ(partner.GetInteger(partner::kPort), tls.port()) << "a new connection has a new partner";
-  EXPECT_EQ(partner.GetString(partner::kProtocol), "TLSv1.3");
-  EXPECT_THAT(std::string(partner.GetString(partner::kCipher)), testing::StartsWith("TLS_"));
-  socket.Close();
 }
 
 }  // namespace

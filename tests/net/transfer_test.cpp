@@ -7,33 +7,20 @@
 
 #include "net/socket_test_kit.h"
 #include "support/bytes.h"
-#include "support/ports.h"
 
 namespace yinet::test {
 namespace {
 
-constexpr std::size_t kMegabyte = 1 << 20;
-
-struct Way {
-  TlsVersion tls;  // any: none at all
-  Mode mode = Mode::polling;
-};
 constexpr TlsVersion kPlain = TlsVersion::any;
-
-std::vector<Way> every_way() {
-  std::vector<Way> ways;
-  for (const TlsVersion version : {kPlain, TlsVersion::tls12, TlsVersion::tls13})
-    for (const Mode mode : kBothModes) ways.push_back({version, mode});
-  return ways;
-}
+constexpr TlsVersion kLayers[] = {kPlain, TlsVersion::tls12, TlsVersion::tls13};
 
 // A scripted peer, and a socket that is connected to it.
 struct Talk {
-  Talk(Way way, const Script& script, const ScriptedPeer::Options& options = {})
-      : trace(__FILE__, __LINE__, std::to_string(static_cast<int>(way.tls)) + ", " + name_of(way.mode)),
-        peer(with_tls(way.tls, script), options) {
-    EXPECT_TRUE(way.tls == kPlain || socket.InitSSLClientContext("", false, true));
-    EXPECT_EQ(connect_to(socket, peer, way.mode), 0);
+  Talk(TlsVersion tls, Mode mode, const Script& script, int receive_buffer = 0)
+      : trace(__FILE__, __LINE__, std::to_string(static_cast<int>(tls)) + ", " + name_of(mode)),
+        peer(with_tls(tls, script), receive_buffer) {
+    EXPECT_TRUE(tls == kPlain || socket.InitSSLClientContext("", false, true));
+    EXPECT_EQ(connect_to(socket, peer, mode), 0);
   }
   static Script with_tls(TlsVersion version, const Script& script) {
     if (version == kPlain) return script;
@@ -49,7 +36,6 @@ struct Talk {
     socket.Close();
     peer.finish();
     EXPECT_TRUE(peer.received() == content) << peer.received().size() << " bytes arrived";
-    EXPECT_EQ(peer.client_ending(), Ending::closed);
   }
 
   testing::ScopedTrace trace;
@@ -57,29 +43,21 @@ struct Talk {
   OpenSocket socket;
 };
 
-class Transfer : public SocketTest {};
-
-TEST_F(Transfer, WithoutAConnectionThereIsNothingToDo) {
-  OpenSocket socket;
-  YBuffer bytes;
-  YString text("old");
-  EXPECT_FALSE(socket.Send(YBuffer("x")) || socket.Send(YString("x")) || socket.GetBinaryFromReceive(bytes, 2));
-  EXPECT_EQ(socket.Receive(bytes, 8, false) + socket.Receive(text, 8, false), 0);
-  EXPECT_EQ(bytes.view(), std::string(8, '\0'));
-  EXPECT_EQ(text.str(), std::string(8, '\0'));
-  EXPECT_EQ(socket.Receive(bytes, -5, false), 0);
-  EXPECT_THAT(log.numbers(), testing::IsEmpty());
+void in_every_way(const std::function<void(TlsVersion, Mode)>& test) {
+  for (const TlsVersion tls : kLayers)
+    for (const Mode mode : kBothModes) test(tls, mode);
 }
 
+class Transfer : public NetTest {};
+
 TEST_F(Transfer, ReceiveLeavesTheSizeAskedForAndAnEndIsNoEntryHoweverItComes) {
-  const Script endings[] = {Script().close(), Script().close_without_notify(), Script().reset()};
-  for (const Way way : every_way()) {
-    for (const Script& end : endings) {
-      Talk talk(way, Script().send("0123456789").expect("go").send("abc").expect("on").then(end));
+  for (const Script& end : {Script().close(), Script().close_without_notify(), Script().reset()}) {
+    in_every_way([&](TlsVersion tls, Mode mode) {
+      Talk talk(tls, mode, Script().send("0123456789").expect("go").send("abc").expect("on").then(end));
       YBuffer bytes(std::string(5000, 'o'));
       EXPECT_EQ(talk.receive_something(bytes, 4096), 10);
       EXPECT_EQ(bytes.view(), "0123456789" + std::string(4086, '\0'));
-      EXPECT_TRUE(is_blocking(way.mode) || talk.socket.Receive(bytes, 4096, false) == 0) << "nothing there: at once";
+      EXPECT_TRUE(is_blocking(mode) || talk.socket.Receive(bytes, 4096, false) == 0) << "nothing there: at once";
       EXPECT_FALSE(talk.socket.Send(YString())) << "empty";
       EXPECT_TRUE(talk.socket.Send(YString("go")));
       YString text("old content");
@@ -90,16 +68,17 @@ TEST_F(Transfer, ReceiveLeavesTheSizeAskedForAndAnEndIsNoEntryHoweverItComes) {
       EXPECT_EQ(talk.receive_something(bytes, 16), -1000);
       EXPECT_EQ(talk.socket.Receive(text, 16, false), -1000);
       EXPECT_EQ(bytes.view(), std::string(16, '\0'));
-    }
+    });
   }
   EXPECT_THAT(log.numbers(), testing::IsEmpty());
 }
 
 // The peer never answers the handshake, which counts as done where nothing is verified. What it says then is no TLS.
 TEST_F(Transfer, AFailedReadIsOneEntryUnlessQuiet) {
+  using namespace message;
   const SettingChange attempts(settings::kTlsAttempts, "1");
-  for (const int number : {message::kReceiveBufferFailed, message::kReceiveTextFailed,
-                           message::kReceiveBufferBlockingFailed, message::kReceiveTextBlockingFailed, 0}) {
+  for (const int number :
+       {kReceiveBufferFailed, kReceiveTextFailed, kReceiveBufferBlockingFailed, kReceiveTextBlockingFailed, 0}) {
     log.clear();
     Signal speak;
     ScriptedPeer peer(Script().wait_for(speak).send("220 this is no TLS at all\r\n").read_to_end());
@@ -108,49 +87,43 @@ TEST_F(Transfer, AFailedReadIsOneEntryUnlessQuiet) {
     ASSERT_EQ(connect_to(socket, peer), 0);
     speak.set();
     ASSERT_TRUE(socket.wait_for_input(static_cast<int>(kPatience.count())));
-    socket.blocking = number == message::kReceiveBufferBlockingFailed || number == message::kReceiveTextBlockingFailed;
-    const bool text = number == message::kReceiveTextFailed || number == message::kReceiveTextBlockingFailed;
+    socket.blocking = number == kReceiveBufferBlockingFailed || number == kReceiveTextBlockingFailed;
+    const bool text = number == kReceiveTextFailed || number == kReceiveTextBlockingFailed;
     YBuffer bytes;
     YString characters;
     EXPECT_EQ(text ? socket.Receive(characters, 9, false) : socket.Receive(bytes, 9, number == 0), -1000);
     EXPECT_EQ(log.numbers(), number == 0 ? std::vector<int>() : std::vector<int>{number});
-    EXPECT_THAT(log.last(number).extra, testing::HasSubstr(number == 0 ? "" : "wrong version number"));
   }
 }
 
-// --- Large contents -----------------------------------------------------------------------------------------------------
-
-TEST_F(Transfer, ALargeSendArrivesWholeAndOnceThoughClosedAtOnce) {
-  const std::string content = pattern_bytes(32 * kMegabyte);
-  const milliseconds pause(30);
-  const Script in_fits =
-      Script().skip(100).pause(pause).skip(3 * kMegabyte).pause(pause).skip(29 * kMegabyte - 100).expect_end();
-  for (const Way way : every_way()) {
-    Talk talk(way, in_fits, {.receive_buffer = 64 * 1024});
-    EXPECT_TRUE(is_blocking(way.mode) ? talk.socket.Send(YString(content)) : talk.socket.Send(YBuffer(content)));
-    EXPECT_EQ(talk.socket.bytes_sent(), content.size());
-    talk.expect_arrived(content);
-  }
-  EXPECT_THAT(log.numbers(), testing::IsEmpty());
-}
-
-TEST_F(Transfer, AStandstillEndsTheSendAndTheRestCanFollow) {
-  const std::string content = pattern_bytes(16 * kMegabyte);
-  for (const TlsVersion version : {kPlain, TlsVersion::tls12, TlsVersion::tls13}) {
+TEST_F(Transfer, AStandstillEndsTheSendAndTheRestArrivesThoughClosedAtOnce) {
+  const std::string content = pattern_bytes(1 << 24);
+  for (const TlsVersion tls : kLayers) {
     log.clear();
     Signal read;
-    Talk talk({version}, Script().wait_for(read).read_to_end(), {.receive_buffer = 64 * 1024});
+    const Script in_fits = Script().wait_for(read).skip(content.size()).expect_end();
+    Talk talk(tls, Mode::polling, in_fits, 64 * 1024);
     {
       const SettingChange limit(settings::kIdleLimit, "100");
       EXPECT_FALSE(talk.socket.Send(YBuffer(content)));
     }
     EXPECT_THAT(log.numbers(), testing::ElementsAre(message::kSendBufferFailed));
     EXPECT_THAT(log.last(message::kSendBufferFailed).extra, testing::HasSubstr("within 100 ms"));
-    EXPECT_GT(talk.socket.bytes_sent(), 0U);
-    EXPECT_LT(talk.socket.bytes_sent(), content.size());
-    EXPECT_TRUE(version == kPlain || !talk.socket.Send(YString("x"))) << "it would be taken for the half-sent record";
+    EXPECT_TRUE(talk.socket.bytes_sent() > 0 && talk.socket.bytes_sent() < content.size());
+    EXPECT_TRUE(tls == kPlain || !talk.socket.Send(YString("x"))) << "it would be taken for the half-sent record";
     read.set();
     EXPECT_TRUE(talk.socket.send_rest(YBuffer(content)));
+    talk.expect_arrived(content);
+  }
+}
+
+TEST_F(Transfer, ABlockingSendArrivesWholeThoughThePeerIsSlowAndTheSocketClosedAtOnce) {
+  const std::string content = pattern_bytes(1 << 24);
+  for (const TlsVersion tls : kLayers) {
+    const Script slow = Script().skip(100).pause(milliseconds(30)).skip(content.size() - 100).expect_end();
+    Talk talk(tls, Mode::blocking, slow, 64 * 1024);
+    EXPECT_TRUE(talk.socket.Send(YString(content)));
+    EXPECT_EQ(talk.socket.bytes_sent(), content.size());
     talk.expect_arrived(content);
   }
 }
@@ -158,23 +131,21 @@ TEST_F(Transfer, AStandstillEndsTheSendAndTheRestCanFollow) {
 // SIGPIPE has its default action here: one that got through would end the test program.
 TEST_F(Transfer, APeerThatResetsInTheMiddleOfASendIsAFailureAndNoSignal) {
   ASSERT_EQ(std::signal(SIGPIPE, SIG_DFL), SIG_DFL);
-  const std::string content = pattern_bytes(8 * kMegabyte);
-  for (const Way way : every_way()) {
+  const std::string content = pattern_bytes(1 << 23);
+  in_every_way([&](TlsVersion tls, Mode mode) {
+    using namespace message;
     log.clear();
-    Talk talk(way, Script().skip(1000).reset());
+    Talk talk(tls, mode, Script().skip(1000).reset());
     EXPECT_FALSE(talk.socket.Send(YBuffer(content)));
     EXPECT_TRUE(talk.socket.is_broken());
     EXPECT_FALSE(talk.socket.Send(YString(content)));  // EPIPE now
-    const bool blocks = is_blocking(way.mode);
-    const int text_failed = blocks ? message::kSendTextBlockingFailed : message::kSendTextFailed;
-    EXPECT_THAT(
-        log.numbers(),
-        testing::ElementsAre(blocks ? message::kSendBufferBlockingFailed : message::kSendBufferFailed, text_failed));
+    const int text_failed = is_blocking(mode) ? kSendTextBlockingFailed : kSendTextFailed;
+    EXPECT_THAT(log.numbers(),
+                testing::ElementsAre(is_blocking(mode) ? kSendBufferBlockingFailed : kSendBufferFailed, text_failed));
     EXPECT_THAT(log.last(text_failed).extra, testing::Not(testing::IsEmpty()));
-    EXPECT_EQ(log.last(text_failed).level, 2);
     talk.socket.Close();  // TLS says goodbye to nobody
     static_cast<void>(talk.peer.take_failures());
-  }
+  });
 }
 
 // A connection whose connect never comes about, as a caller may get it from elsewhere.
@@ -188,7 +159,6 @@ TEST_F(Transfer, ASendOnAConnectingSocketGivesUpWithTheWaitAfterTheLast) {
   EXPECT_GE(time_of([&] { EXPECT_FALSE(socket.Send(YBuffer("x"))); }), milliseconds(51 * 4));
   EXPECT_FALSE(socket.Send(YString("x")));
   EXPECT_THAT(log.numbers(), testing::ElementsAre(message::kSendBufferGaveUp, message::kSendTextGaveUp));
-  EXPECT_THAT(log.last(message::kSendBufferGaveUp).extra, testing::HasSubstr("51 waits"));
   YBuffer bytes;
   EXPECT_EQ(socket.Receive(bytes, 4, false), 0);
 }
@@ -197,7 +167,7 @@ TEST_F(Transfer, AnOrderlyEndWaitsForAStubbornPeerUpToItsLimitAndOnlyAfterAWrite
   for (const bool answers : {false, true}) {
     const SettingChange limit(settings::kTlsCloseLimit, answers ? std::to_string(2 * kPatience.count()) : "80");
     Signal go;
-    Talk talk({TlsVersion::tls13}, Script().expect("ping").send(answers ? "pong" : "").wait_for(go));
+    Talk talk(TlsVersion::tls13, Mode::polling, Script().expect("ping").send(answers ? "pong" : "").wait_for(go));
     ASSERT_TRUE(talk.socket.Send(YString("ping")));
     EXPECT_TRUE(!answers || receive_exactly(talk.socket, 4) == "pong");
     const auto time = time_of([&] { talk.socket.Close(); });
@@ -208,12 +178,10 @@ TEST_F(Transfer, AnOrderlyEndWaitsForAStubbornPeerUpToItsLimitAndOnlyAfterAWrite
   }
 }
 
-// --- Pieces of fixed size, and reading ahead ------------------------------------------------------------------------------
-
 TEST_F(Transfer, BinaryRepliesEndWithOneReadOfTheWholeCountSilenceOrTheEnd) {
   const SettingChange limit(settings::kIdleLimit, "60");
   Signal rest;
-  Talk talk({kPlain}, Script().send("a").wait_for(rest).send("bcde").close());
+  Talk talk(kPlain, Mode::polling, Script().send("a").wait_for(rest).send("bcde").close());
   YBuffer target;
   EXPECT_FALSE(talk.socket.GetBinaryFromReceive(target, 2)) << "one byte, then silence";
   rest.set();
@@ -222,14 +190,15 @@ TEST_F(Transfer, BinaryRepliesEndWithOneReadOfTheWholeCountSilenceOrTheEnd) {
   EXPECT_EQ(target.view(), std::string_view("a\0bcde", 6));
 }
 
-std::vector<int> counts_of_reads(Way way, bool ahead, const std::vector<int>& sizes) {
+// The counts of all reads of a content that came in pieces of many sizes.
+std::vector<int> counts_of_reads(TlsVersion tls, Mode mode, bool ahead, const std::vector<int>& sizes) {
   std::string content, all;
   Script script;
   for (const unsigned size : {1U, 1500U, 16384U, 100U, 20000U, 3U}) {
     content += pattern_bytes(size, size);
     script.send(pattern_bytes(size, size));
   }
-  Talk talk(way, script.half_close().read_to_end());
+  Talk talk(tls, mode, script.half_close().read_to_end());
   // Everything must be there before the first read, or the counts would be the network's.
   pollfd all_arrived{talk.socket.GetScoketDescriptor(), POLLRDHUP, 0};
   EXPECT_EQ(poll(&all_arrived, 1, static_cast<int>(kPatience.count())), 1);
@@ -246,9 +215,10 @@ std::vector<int> counts_of_reads(Way way, bool ahead, const std::vector<int>& si
 
 TEST_F(Transfer, ReadAheadCannotBeSeen) {
   const SettingChange capacity(settings::kReadAhead, "3000");  // small, so that it is filled many times
-  for (const Way way : every_way())
+  in_every_way([](TlsVersion tls, Mode mode) {
     for (const std::vector<int>& sizes : {std::vector<int>{1024}, {1, 7, 100}, {16384}, {2000, 65536, 1}})
-      EXPECT_EQ(counts_of_reads(way, true, sizes), counts_of_reads(way, false, sizes)) << sizes[0];
+      EXPECT_EQ(counts_of_reads(tls, mode, true, sizes), counts_of_reads(tls, mode, false, sizes)) << sizes[0];
+  });
 }
 
 }  // namespace

@@ -5,42 +5,26 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <stdexcept>
 
 namespace yinet::test {
 
 std::string printable(std::string_view bytes, std::size_t limit) {
   std::string text;
   for (const char byte : bytes.substr(0, limit)) {
-    switch (byte) {
-      case '\r': text += "\\r"; break;
-      case '\n': text += "\\n"; break;
-      case '\t': text += "\\t"; break;
-      case '\\': text += "\\\\"; break;
-      default:
-        std::array<char, 8> escape{};
-        const bool plain = byte >= 0x20 && byte <= 0x7E;
-        std::snprintf(escape.data(), escape.size(), plain ? "%c" : "\\x%02x", static_cast<unsigned char>(byte));
-        text += escape.data();
-    }
+    std::array<char, 8> escape{};
+    const bool plain = byte >= 0x20 && byte <= 0x7E && byte != '\\';
+    std::snprintf(escape.data(), escape.size(), plain ? "%c" : "\\x%02x", static_cast<unsigned char>(byte));
+    text += byte == '\r' ? "\\r" : byte == '\n' ? "\\n" : escape.data();
   }
   if (bytes.size() > limit) text += "... (" + std::to_string(bytes.size()) + " bytes)";
   return text;
 }
 
 std::string from_hex(std::string_view digits) {
-  std::string bytes;
-  std::string pair;
-  for (const char digit : digits) {
-    if (digit == ' ') continue;
-    pair += digit;
-    if (pair.size() < 2) continue;
-    std::size_t read = 0;
-    bytes += static_cast<char>(std::stoi(pair, &read, 16));
-    if (read != 2) throw std::invalid_argument("not hexadecimal: " + pair);
-    pair.clear();
-  }
-  if (!pair.empty()) throw std::invalid_argument("half a byte at the end of the hexadecimal digits");
+  std::string all(digits), bytes;
+  std::erase(all, ' ');
+  for (std::size_t at = 0; at < all.size(); at += 2)
+    bytes += static_cast<char>(std::stoi(all.substr(at, 2), nullptr, 16));
   return bytes;
 }
 
@@ -55,12 +39,6 @@ std::string pattern_bytes(std::size_t count, unsigned seed) {
     std::memcpy(bytes.data() + at, &state, std::min(count - at, sizeof(state)));
   }
   return bytes;
-}
-
-std::string times(int count, std::string_view piece) {
-  std::string text;
-  for (int i = 0; i < count; ++i) text += piece;
-  return text;
 }
 
 }  // namespace yinet::test

@@ -1,31 +1,31 @@
-// Certificates made in the test process, as PEM files. Keys are on the curve P-256, so a certificate
-// costs about a millisecond.
+// Certificates made in the test process, as PEM files, and TLS contexts that use them. Keys are on the curve P-256, so a
+// certificate costs about a millisecond. What fails in OpenSSL throws std::runtime_error.
 #pragma once
+
+#include <openssl/types.h>
 
 #include <chrono>
 #include <filesystem>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
+
+#include "support/temp_dir.h"
 
 namespace yinet::test {
 
 struct PemPair {
-  std::filesystem::path certificate;
-  std::filesystem::path key;
-  std::filesystem::path both;  // key and certificate in one file
+  std::filesystem::path certificate, key, both;  // the last: key and certificate in one file
 };
 
 // What a certificate is to say. The defaults make one that every client accepts for this machine.
 struct CertificateWish {
-  std::string common_name = "localhost";  // any bytes; those above 127 count as Latin-1
-  std::string organization = {};          // left out when empty; any bytes as well
-  std::string names = "DNS:localhost,IP:127.0.0.1,IP:::1";   // left out when empty
-  std::chrono::hours valid_from = std::chrono::hours(-1);  // both counted from now
-  std::chrono::hours valid_until = std::chrono::hours(24);
+  std::string common_name = "localhost";                    // any bytes; those above 127 count as Latin-1
+  std::string names = "DNS:localhost,IP:127.0.0.1,IP:::1";  // left out when empty
+  std::chrono::hours valid_from{-1}, valid_until{24};       // counted from now
   std::string usage = "serverAuth";
-  bool self_signed = false;
-  bool authority = false;
-  bool rsa = false;               // a key of 2048 bits, about 0.1 s: for servers that take nothing else
+  bool self_signed = false, authority = false;
   std::string key_password = {};  // encrypts the key file
 };
 
@@ -34,30 +34,54 @@ struct CertificateWish {
 class Certificates {
  public:
   static const Certificates& shared();
-  Certificates(const Certificates&) = delete;
-  Certificates& operator=(const Certificates&) = delete;
-  ~Certificates();
 
-  [[nodiscard]] std::filesystem::path ca_file() const;
+  [[nodiscard]] std::filesystem::path ca_file() const { return folder_ / "ca.pem"; }
   // The authority's certificate as OpenSSL looks it up, under the name of its subject's hash.
-  [[nodiscard]] std::filesystem::path ca_folder() const;
+  [[nodiscard]] std::filesystem::path ca_folder() const { return folder_ / "ca"; }
 
   [[nodiscard]] PemPair good() const { return make("good", {}); }
   [[nodiscard]] PemPair self_signed() const { return make("self-signed", {.self_signed = true}); }
-  [[nodiscard]] PemPair wrong_name() const;     // other.example and 127.0.0.99
-  [[nodiscard]] PemPair expired() const;        // since an hour
-  [[nodiscard]] PemPair not_yet_valid() const;  // only from tomorrow on
-  [[nodiscard]] PemPair client() const;         // CN=Test Client
-  // Self-signed; CR, LF, NUL, escape sequences and 8-bit bytes in common name and organisation.
-  [[nodiscard]] PemPair hostile_subject() const;
-
+  [[nodiscard]] PemPair client() const {
+    return make("client", {.common_name = "Test Client", .names = {}, .usage = "clientAuth"});
+  }
   // Files named `name`.pem and so on; a name is made only once.
   [[nodiscard]] PemPair make(const std::string& name, const CertificateWish& wish) const;
 
  private:
   Certificates();
-  struct Authority;
-  std::unique_ptr<Authority> authority_;
+  PemPair store(const std::string& name, const CertificateWish& wish) const;
+
+  TempDir folder_{"certificates"};
+  // Of the authority; none before the first certificate, which is its own.
+  mutable std::shared_ptr<EVP_PKEY> key_;
+  mutable std::shared_ptr<X509> certificate_;
+  mutable std::mutex mutex_;  // guards made_
+  mutable std::map<std::string, PemPair> made_;
 };
+
+enum class TlsVersion { any, tls11, tls12, tls13 };  // tls11 lowers the security level to 0
+
+struct TlsServerOptions {
+  TlsVersion version = TlsVersion::any;
+  std::filesystem::path client_ca = {};  // not empty: a client without a certificate signed by it is refused
+};
+
+// Copies share one context, and connections made with one context can resume each other's sessions. Thread-safe.
+class TlsContext {
+ public:
+  static TlsContext server() { return server(Certificates::shared().good()); }
+  static TlsContext server(const PemPair& certificate, const TlsServerOptions& options = {});
+  // Verifies the server with `ca_file`, and shows `own`, unless they are empty.
+  static TlsContext client(const std::filesystem::path& ca_file = {}, TlsVersion version = TlsVersion::any,
+                           const PemPair& own = {});
+
+  [[nodiscard]] std::shared_ptr<SSL> new_session() const;
+
+ private:
+  TlsContext(SSL_CTX* context, TlsVersion version, const PemPair& own, const std::filesystem::path& ca_file);
+  std::shared_ptr<SSL_CTX> context_;
+};
+
+std::string take_openssl_error();  // of this thread's last failure
 
 }  // namespace yinet::test

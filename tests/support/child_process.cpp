@@ -1,9 +1,8 @@
 #include "support/child_process.h"
 
 #include <fcntl.h>
-#include <linux/close_range.h>
 #include <signal.h>
-#include <sys/prctl.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,58 +10,18 @@
 #include <sstream>
 #include <stdexcept>
 
-extern char** environ;  // POSIX leaves its declaration to the program
-
 namespace yinet::test {
 namespace fs = std::filesystem;
 
-namespace {
-
-std::vector<std::string> child_environment(const ChildOptions& options) {
-  std::vector<std::string> result;
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    const std::string text(*entry);
-    if (!options.environment.contains(text.substr(0, text.find('=')))) result.push_back(text);
-  }
-  for (const auto& [name, value] : options.environment) result.push_back(name + "=" + value);
-  return result;
-}
-
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  for (std::string& text : texts) result.push_back(text.data());
-  result.push_back(nullptr);
-  return result;
-}
-
-FileDescriptor open_file(const fs::path& file, int flags) {
-  FileDescriptor opened(::open(file.c_str(), flags | O_CLOEXEC, 0600));
-  if (!opened.valid()) throw std::runtime_error("cannot open " + file.string());
-  return opened;
-}
-
-// After the fork, where memory must not be allocated.
-[[noreturn]] void run_child(const char* program, char* const* argv, char* const* environment, const int* standard,
-                            pid_t parent) {
-  ::setsid();
-  ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-  sigset_t none;
-  sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
-  ::signal(SIGPIPE, SIG_DFL);
-  for (int i = 0; i < 3; ++i) ::dup2(standard[i], i);
-  ::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
-  if (::getppid() == parent) ::execve(program, argv, environment);  // else it died before the bond was made
-  ::_exit(127);
-}
-
-}  // namespace
+fs::path servers_folder() { return YINET_TEST_SERVERS; }
 
 std::optional<fs::path> find_program(std::string_view name) {
   const char* path = std::getenv("PATH");
-  std::istringstream folders(std::string(path != nullptr ? path : "/usr/bin:/bin") + ":/usr/local/sbin:/usr/sbin:/sbin");
+  const std::string unpacked = servers_folder().string();
+  std::istringstream folders(unpacked + "/usr/sbin:" + unpacked + "/usr/bin:" +
+                             (path != nullptr ? path : "/usr/bin:/bin") + ":/usr/local/sbin:/usr/sbin:/sbin");
   for (std::string folder; std::getline(folders, folder, ':');) {
-    const fs::path candidate = name.find('/') == std::string_view::npos ? fs::path(folder) / name : fs::path(name);
+    const fs::path candidate = fs::path(folder) / name;  // `name` alone when it is a whole path
     std::error_code ignored;
     if (fs::is_regular_file(candidate, ignored) && ::access(candidate.c_str(), X_OK) == 0) return candidate;
   }
@@ -70,30 +29,37 @@ std::optional<fs::path> find_program(std::string_view name) {
 }
 
 ChildProcess::ChildProcess(const ChildOptions& options) {
-  for (const std::string& word : options.argv) command_line_ += (command_line_.empty() ? "" : " ") + word;
   const auto program = find_program(options.argv.at(0));
-  if (!program) throw std::runtime_error("no such program: " + command_line_);
-  std::vector<std::string> argument_texts = options.argv;
-  std::vector<std::string> environment_texts = child_environment(options);
-  const std::vector<char*> argv = pointers(argument_texts);
-  const std::vector<char*> environment = pointers(environment_texts);
-  const FileDescriptor input = open_file(
-      options.standard_input ? folder_.write("in", *options.standard_input) : fs::path("/dev/null"), O_RDONLY);
-  const FileDescriptor output = open_file(folder_ / "out", O_WRONLY | O_CREAT | O_APPEND);
-  const FileDescriptor errors = open_file(folder_ / "err", O_WRONLY | O_CREAT | O_APPEND);
-  const int standard[] = {input.get(), output.get(), errors.get()};
-  int gate[2];
-  if (::pipe2(gate, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-  const FileDescriptor started(gate[0]);
-  FileDescriptor starting(gate[1]);
-  const pid_t parent = ::getpid();
-  pid_ = ::fork();
-  if (pid_ < 0) throw std::runtime_error("cannot fork");
-  if (pid_ == 0) run_child(program->c_str(), argv.data(), environment.data(), standard, parent);
-  // Until the exec has closed its copy: before, there is no group of its own to send signals to.
-  starting.close();
-  char nothing = 0;
-  static_cast<void>(!::read(started.get(), &nothing, 1));
+  if (!program) throw std::runtime_error("no such program: " + options.argv[0]);
+  // env and setpriv put themselves in the program's place; the kernel forgets the bond only when a program gains rights.
+  std::vector<std::string> words = {"env"};
+  for (const auto& [name, value] : options.environment) words.push_back(name + "=" + value);
+  words.insert(words.end(), {"setpriv", "--pdeathsig", "TERM", "--", program->string()});
+  words.insert(words.end(), options.argv.begin() + 1, options.argv.end());
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  const fs::path input = options.standard_input ? folder_.write("in", *options.standard_input) : fs::path("/dev/null");
+
+  posix_spawn_file_actions_t files;
+  posix_spawn_file_actions_init(&files);
+  posix_spawn_file_actions_addopen(&files, 0, input.c_str(), O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&files, 1, folder_.write("out", "").c_str(), O_WRONLY | O_APPEND, 0);
+  posix_spawn_file_actions_addopen(&files, 2, folder_.write("err", "").c_str(), O_WRONLY | O_APPEND, 0);
+  posix_spawn_file_actions_addclosefrom_np(&files, 3);
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  sigset_t none, pipe;
+  sigemptyset(&none);
+  sigemptyset(&pipe);
+  sigaddset(&pipe, SIGPIPE);
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setsigdefault(&attributes, &pipe);
+  const int error = posix_spawnp(&pid_, "env", &files, &attributes, argv.data(), environ);
+  posix_spawnattr_destroy(&attributes);
+  posix_spawn_file_actions_destroy(&files);
+  if (error != 0) throw std::runtime_error("cannot start " + program->string());
 }
 
 bool ChildProcess::running() {
@@ -101,8 +67,7 @@ bool ChildProcess::running() {
   siginfo_t ended{};
   ::waitid(P_PID, static_cast<id_t>(pid_), &ended, WEXITED | WNOHANG | WNOWAIT);
   if (ended.si_pid == 0) return true;
-  // Session processes may outlive their daemon. Only as long as it hasn't been waited for, its number
-  // can't belong to somebody else's group.
+  // Only as long as it hasn't been waited for, its number can't belong to somebody else's group.
   ::kill(-pid_, SIGKILL);
   int status = 0;
   ::waitpid(pid_, &status, 0);
@@ -127,11 +92,7 @@ int ChildProcess::stop() {
 CommandResult run_command(const ChildOptions& options) {
   ChildProcess child(options);
   const std::optional<int> code = child.wait();
-  CommandResult result;
-  result.exit_code = code ? *code : child.stop();
-  result.output = child.output();
-  result.errors = child.errors();
-  return result;
+  return {code ? *code : child.stop(), child.output(), child.errors()};
 }
 
 CommandResult run_command(std::vector<std::string> argv, std::string standard_input) {

@@ -11,47 +11,37 @@
 #include <vector>
 
 #include "support/deadline.h"
-#include "support/file_descriptor.h"
 #include "support/temp_dir.h"
 
 namespace yinet::test {
 
 struct ChildOptions {
-  std::vector<std::string> argv;                   // argv[0] is looked for along $PATH and the folders for daemons
+  std::vector<std::string> argv;                   // argv[0] is looked for by find_program()
   std::map<std::string, std::string> environment;  // on top of the test's own
   std::optional<std::string> standard_input;       // absent: /dev/null
 };
 
-// A running program in a session and process group of its own, so that stop() reaches the processes
-// it forks as well; whatever it leaves behind there is killed when it ends. Standard output and error go to two files
-// of a private folder.
-//
-// The destructor stops it. Should the test process die before, the kernel sends the program SIGTERM;
-// that bond is to the thread that made this object, so make it in one that lives as long as the child.
-// The child inherits no descriptors but 0 to 2, starts with no signal blocked and SIGPIPE at its default.
-// Not thread-safe.
+// A running program in a session and process group of its own, so that stop() reaches what it forks as well; whatever it
+// leaves behind there is killed when it ends. It inherits descriptors 0 to 2 only, no blocked signal, and SIGPIPE at its
+// default. The destructor stops it. Should the test process die before, the kernel sends it SIGTERM; that bond is to the
+// thread that made this object, so make it in one that lives as long. Not thread-safe.
 class ChildProcess {
  public:
-  explicit ChildProcess(const ChildOptions& options);  // throws std::runtime_error when the program is missing
+  explicit ChildProcess(const ChildOptions& options);  // throws std::runtime_error when it can't be started
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
   ~ChildProcess() { stop(); }
 
   [[nodiscard]] bool running();
-
   // Exit code, or 128 + signal number; empty while it is still running.
   [[nodiscard]] std::optional<int> wait(milliseconds patience = kPatience);
-
-  // SIGTERM to the whole group, SIGKILL to what is left after a while. Returns the exit code as wait() does.
-  int stop();
+  int stop();  // SIGTERM, and SIGKILL after a while, to the whole group; returns the exit code as wait() does
 
   [[nodiscard]] std::string output() const { return read_file(folder_ / "out"); }  // so far
   [[nodiscard]] std::string errors() const { return read_file(folder_ / "err"); }
-  [[nodiscard]] const std::string& command_line() const { return command_line_; }
 
  private:
   TempDir folder_{"child"};
-  std::string command_line_;
   pid_t pid_ = -1;
   std::optional<int> exit_code_;
 };
@@ -66,8 +56,9 @@ struct CommandResult {
 CommandResult run_command(const ChildOptions& options);
 CommandResult run_command(std::vector<std::string> argv, std::string standard_input = {});
 
-// Where a program is: a path with "/" as it is, a name along $PATH, then in the folders for daemons,
-// which the path of an ordinary user lacks. Empty when it isn't there.
+// A path with "/" as it is; a name in the folder of unpacked servers, along $PATH, then in the folders for daemons, which
+// the path of an ordinary user lacks. Empty when it isn't there.
 std::optional<std::filesystem::path> find_program(std::string_view name);
+std::filesystem::path servers_folder();  // where scripts/unpack_servers.sh has put some
 
 }  // namespace yinet::test

@@ -5,14 +5,16 @@
 #include <cstdint>
 #include <string>
 
-#include "support/server_process.h"
+#include "support/servers.h"
 
 namespace yinet::test {
 
-class CuttingRelay {
+class CuttingRelay : public ServerProcess {
  public:
-  CuttingRelay(std::uint16_t server, unsigned step) : server_(setup(server, step)) {}
-  [[nodiscard]] std::uint16_t port() const { return server_.port(); }
+  CuttingRelay(std::uint16_t server, unsigned step) : ServerProcess("relay") {
+    start({.command = "python3 {CONFIG} {PORT} " + std::to_string(server) + " " + std::to_string(step),
+           .configuration = kProgram});
+  }
 
  private:
   static constexpr const char* kProgram = R"(
@@ -36,15 +38,6 @@ while True:
     for source, target, most in ((*ends, 1 << 60), (*reversed(ends), left)):
         threading.Thread(target=pump, args=(source, target, most), daemon=True).start()
 )";
-  static ServerSetup setup(std::uint16_t server, unsigned step) {
-    ServerSetup setup;
-    setup.name = "relay";
-    setup.prepare = [=](const ReservedPorts& ports) {
-      return ChildOptions{.argv = {"python3", "-c", kProgram, std::to_string(ports[0]), std::to_string(server), std::to_string(step)}};
-    };
-    return setup;
-  }
-  ServerProcess server_;
 };
 
 }  // namespace yinet::test

@@ -1,71 +1,107 @@
 #include "support/dns_server.h"
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
 
 #include <array>
+#include <sstream>
 #include <system_error>
 
 #include "support/bytes.h"
-#include "support/socket_address.h"
 
 namespace yinet::test {
 namespace {
 
-std::string configuration(std::uint16_t port, const std::string& folder, const std::vector<DnsZone>& zones) {
-  std::string text = "server:\n  listen: 127.0.0.1@" + std::to_string(port) + "\n  rundir: \"" + folder +
-                     "\"\n  udp-workers: 1\n  tcp-workers: 1\n  background-workers: 1\n"
-                     "log:\n- target: stderr\n  any: info\n"
-                     "database:\n  storage: \"" +
-                     folder + "\"\ntemplate:\n- id: default\n  storage: \"" + folder +
-                     "\"\n  file: \"%s.zone\"\n  zonefile-sync: -1\n  journal-content: none\nzone:\n";
-  for (const DnsZone& zone : zones) text += "- domain: " + zone.domain + "\n";
-  return text;
+std::string two_bytes(unsigned number) {
+  return {static_cast<char>(number >> 8 & 0xFF), static_cast<char>(number & 0xFF)};
+}
+const std::string kInternet = two_bytes(1);
+
+unsigned byte_at(std::string_view bytes, std::size_t at) { return static_cast<unsigned char>(bytes.at(at)); }
+
+// Throws std::out_of_range when the bytes are no query with a readable question.
+DnsQuery parse(std::string_view bytes) {
+  const auto number_at = [&](std::size_t at) {
+    return static_cast<std::uint16_t>(byte_at(bytes, at) << 8 | byte_at(bytes, at + 1));
+  };
+  DnsQuery query{.id = number_at(0)};
+  std::size_t at = 12;  // behind the header
+  for (std::size_t length = 0; (length = byte_at(bytes, at)) != 0; at += 1 + length)
+    query.name.append(query.name.empty() ? "" : ".").append(bytes.substr(at + 1, length));
+  query.type = number_at(at + 1);
+  return query;
 }
 
-// The response code to one query over UDP; empty when there is no answer within 0.2 s.
-std::optional<int> ask(std::uint16_t port, const std::string& domain) {
-  const SocketAddress server("127.0.0.1", port);
-  const FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  const std::string message = DnsMessage::query({.id = 1, .name = domain, .type = kDnsSoa}).bytes();
-  if (::connect(socket.get(), server.get(), server.size()) != 0) return {};
-  if (::send(socket.get(), message.data(), message.size(), MSG_NOSIGNAL) < 0) return {};
-  pollfd answered{socket.get(), POLLIN, 0};
-  std::array<char, 4> start{};
-  if (::poll(&answered, 1, 200) != 1 || ::recv(socket.get(), start.data(), start.size(), 0) != 4) return {};
-  return start[3] & 15;
+// "mail.x.test" or "mail.x.test." as labels with their lengths.
+std::string labels(std::string_view dotted) {
+  std::string result;
+  std::istringstream names{std::string(dotted)};
+  for (std::string label; std::getline(names, label, '.');) result += static_cast<char>(label.size()) + label;
+  return result + '\0';
 }
 
 }  // namespace
 
-KnotServer::KnotServer(const std::vector<DnsZone>& zones) {
-  for (const DnsZone& zone : zones)
+DnsMessage::DnsMessage(const DnsQuery& query)
+    : bytes_(two_bytes(query.id) + two_bytes(0x8180) + two_bytes(1) + std::string(6, '\0') + labels(query.name) +
+             two_bytes(query.type) + kInternet) {}
+
+DnsMessage& DnsMessage::flag(std::size_t byte, unsigned bits) {
+  bytes_[byte] = static_cast<char>(byte_at(bytes_, byte) | bits);
+  return *this;
+}
+
+DnsMessage& DnsMessage::a(std::string_view name, const std::string& address) {
+  const in_addr number{::inet_addr(address.c_str())};
+  return record(name, kDnsA, {reinterpret_cast<const char*>(&number), sizeof(number)});
+}
+
+DnsMessage& DnsMessage::cname(std::string_view name, std::string_view target) {
+  constexpr std::uint16_t kCname = 5;
+  return record(name, kCname, labels(target));
+}
+
+DnsMessage& DnsMessage::mx(std::string_view name, std::uint16_t preference, std::string_view exchange) {
+  return record(name, kDnsMx, two_bytes(preference) + labels(exchange));
+}
+
+DnsMessage& DnsMessage::record(std::string_view name, std::uint16_t type, const std::string& data) {
+  constexpr unsigned kSecondsToLive = 60;
+  bytes_ += labels(name) + two_bytes(type) + kInternet + two_bytes(0) + two_bytes(kSecondsToLive) +
+            two_bytes(static_cast<unsigned>(data.size())) + data;
+  ++bytes_[7];  // the number of answers; more than a byte holds nobody needs
+  return *this;
+}
+
+KnotServer::KnotServer(const std::vector<DnsZone>& zones) : ServerProcess("knot") {
+  std::string domains;
+  for (const DnsZone& zone : zones) {
+    domains += "- domain: " + zone.domain + "\n";
     if (zone.records)
-      folder_.write(zone.domain + ".zone", "$ORIGIN " + zone.domain + ".\n$TTL 60\n@ SOA ns hostmaster 1 3600 900 86400 60\n"
-                                           "@ NS ns\nns A 127.0.0.1\n" + *zone.records);
-  ServerSetup setup;
-  setup.name = "knotd";
-  setup.prepare = [&](const ReservedPorts& ports) {
-    const std::string text = configuration(ports.first(), folder_.path().string(), zones);
-    return ChildOptions{.argv = {"knotd", "-c", folder_.write("knot.conf", text).string()}};
-  };
-  // Every zone that has a file must have been loaded; until then they answer "server failure".
-  setup.ready = [&](ChildProcess&, const ReservedPorts& ports) {
-    return std::all_of(zones.begin(), zones.end(), [&](const DnsZone& zone) {
-      const std::optional<int> code = ask(ports.first(), zone.domain);
-      return code && (!zone.records || *code == 0);
-    });
-  };
-  server_.emplace(setup);
+      folder_.write(zone.domain + ".zone", "$ORIGIN " + zone.domain +
+                                               ".\n$TTL 60\n@ SOA ns hostmaster 1 3600 900 86400 60\n"
+                                               "@ NS ns\nns A 127.0.0.1\n" +
+                                               *zone.records);
+  }
+  // It starts to answer when all zones are loaded or have failed.
+  start({.command = "knotd -c {CONFIG}",
+         .configuration =
+             "server:\n  listen: 127.0.0.1@{PORT}\n  rundir: \"{DIR}\"\n  udp-workers: 1\n  tcp-workers: 1\n"
+             "  background-workers: 1\nlog:\n- target: stderr\n  any: info\ndatabase:\n  storage: \"{DIR}\"\n"
+             "template:\n- id: default\n  storage: \"{DIR}\"\n  file: \"%s.zone\"\n  zonefile-sync: -1\n"
+             "  journal-content: none\nzone:\n" +
+             domains,
+         .ready = [](std::uint16_t, const std::string& said) {
+           return said.find("server started") != std::string::npos;
+         }});
 }
 
 ScriptedDnsServer::ScriptedDnsServer(DnsHandler handler)
     : handler_(std::move(handler)), socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
   const SocketAddress any("127.0.0.1", 0);
-  if (::bind(socket_.get(), any.get(), any.size()) != 0) throw std::system_error(errno, std::generic_category(), "bind");
-  target_ = SocketAddress::local_of(socket_.get()).text();
+  if (::bind(socket_.get(), any.get(), any.size()) != 0)
+    throw std::system_error(errno, std::generic_category(), "bind");
   thread_ = std::thread([this] {
     block_all_signals();
     serve();
@@ -88,14 +124,14 @@ void ScriptedDnsServer::serve() {
     ::poll(watched.data(), watched.size(), -1);  // ends with the object
     if (watched[1].revents != 0) return;
     std::array<char, 65536> buffer;
-    sockaddr_in from{};
+    sockaddr_storage from{};
     socklen_t size = sizeof(from);
     auto* const sender = reinterpret_cast<sockaddr*>(&from);
     const ssize_t count = ::recvfrom(socket_.get(), buffer.data(), buffer.size(), 0, sender, &size);
     if (count < 0) continue;  // what an earlier reply has met
     const std::string_view bytes(buffer.data(), static_cast<std::size_t>(count));
     try {
-      const DnsQuery query = parse_dns_query(bytes);
+      const DnsQuery query = parse(bytes);
       {
         const std::lock_guard lock(mutex_);
         queries_.push_back(query);

@@ -1,4 +1,5 @@
-// DNS servers on loopback: a real one with zones of the test's own, and one that answers as a test says.
+// DNS on loopback: a real server with zones of the test's own, and one that answers as a test says, with messages byte by
+// byte (RFC 1035).
 #pragma once
 
 #include <cstdint>
@@ -6,14 +7,43 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
-#include "support/dns_message.h"
-#include "support/server_process.h"
-#include "support/temp_dir.h"
+#include "support/servers.h"
 
 namespace yinet::test {
+
+inline constexpr std::uint16_t kDnsA = 1;
+inline constexpr std::uint16_t kDnsMx = 15;
+
+// A query as a server sees it.
+struct DnsQuery {
+  std::uint16_t id = 0;
+  std::string name = {};  // of the first question, with dots between the labels and none at the end
+  std::uint16_t type = 0;
+};
+
+// A reply under construction; every function changes it and returns it. Names go out uncompressed, nothing is checked.
+class DnsMessage {
+ public:
+  // Same id and question, marked as an answer without errors.
+  static DnsMessage reply_to(const DnsQuery& query) { return DnsMessage(query); }
+
+  DnsMessage& code(unsigned response_code) { return flag(3, response_code); }  // 2 server failure, 3 no such name ...
+  DnsMessage& truncated() { return flag(2, 2); }                               // nothing is cut
+  DnsMessage& a(std::string_view name, const std::string& address);
+  DnsMessage& cname(std::string_view name, std::string_view target);
+  DnsMessage& mx(std::string_view name, std::uint16_t preference, std::string_view exchange);
+  [[nodiscard]] std::string bytes() const { return bytes_; }
+
+ private:
+  explicit DnsMessage(const DnsQuery& query);
+  DnsMessage& flag(std::size_t byte, unsigned bits);
+  DnsMessage& record(std::string_view name, std::uint16_t type, const std::string& data);
+  std::string bytes_;
+};
 
 struct DnsZone {
   std::string domain;                  // "x.test"
@@ -21,17 +51,11 @@ struct DnsZone {
 };
 
 // Knot DNS, authoritative for the given zones and nothing else: other names are refused. UDP and TCP.
-// Tests need YINET_REQUIRE_PROGRAM("knotd").
 //   KnotServer dns({{"x.test", "www A 192.0.2.1\n@ MX 10 mail\n"}});
-class KnotServer {
+class KnotServer : public ServerProcess {
  public:
   explicit KnotServer(const std::vector<DnsZone>& zones);
-
-  [[nodiscard]] std::string target() const { return "127.0.0.1:" + std::to_string(server_->port()); }
-
- private:
-  TempDir folder_{"knot"};
-  std::optional<ServerProcess> server_;
+  [[nodiscard]] std::string target() const { return address(); }
 };
 
 // The bytes of the reply, or none at all for silence. Called on the server's thread, for one query at a time.
@@ -46,14 +70,13 @@ class ScriptedDnsServer {
   ScriptedDnsServer& operator=(const ScriptedDnsServer&) = delete;
   ~ScriptedDnsServer();
 
-  [[nodiscard]] std::string target() const { return target_; }
+  [[nodiscard]] std::string target() const { return "127.0.0.1:" + std::to_string(local_port(socket_.get())); }
   [[nodiscard]] std::vector<DnsQuery> queries() const;  // so far, in the order of their arrival
 
  private:
   void serve();
   const DnsHandler handler_;
   FileDescriptor socket_;
-  std::string target_;
   Signal ending_;
   mutable std::mutex mutex_;
   std::vector<DnsQuery> queries_;  // guarded by the mutex

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -37,10 +36,10 @@ class LogCapture {
   }
   // The last record with this number; an empty one (number 0) when there is none.
   [[nodiscard]] yinet::LogRecord last(int number) const {
-    const auto all = records();
-    const auto found =
-        std::find_if(all.rbegin(), all.rend(), [&](const auto& record) { return record.number == number; });
-    return found == all.rend() ? yinet::LogRecord{} : *found;
+    yinet::LogRecord last;
+    for (const yinet::LogRecord& record : records())
+      if (record.number == number) last = record;
+    return last;
   }
   void clear() {
     const std::lock_guard guard(mutex_);

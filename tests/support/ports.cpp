@@ -1,26 +1,78 @@
 #include "support/ports.h"
 
+#include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
+#include <signal.h>
+#include <sys/eventfd.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstddef>
+#include <cstring>
 #include <mutex>
 #include <stdexcept>
-
-#include "support/socket_address.h"
+#include <system_error>
 
 namespace yinet::test {
+
+void FileDescriptor::close() {
+  if (number_ >= 0) ::close(std::exchange(number_, -1));
+}
+
+Signal::Signal() : event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (!event_.valid()) throw std::system_error(errno, std::generic_category(), "eventfd");
+}
+
+void Signal::set() { ::eventfd_write(event_.get(), 1); }
+
+bool Signal::is_set() const {
+  pollfd event{event_.get(), POLLIN, 0};
+  return ::poll(&event, 1, 0) == 1;
+}
+
+SocketAddress::SocketAddress(const std::string& address, std::uint16_t port) {
+  addrinfo hints{};
+  hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+  addrinfo* found = nullptr;
+  if (::getaddrinfo(address.c_str(), std::to_string(port).c_str(), &hints, &found) != 0)
+    throw std::invalid_argument("not a numeric address: " + address);
+  size_ = found->ai_addrlen;
+  std::memcpy(&storage_, found->ai_addr, size_);
+  ::freeaddrinfo(found);
+}
+
+std::uint16_t local_port(int socket) {
+  sockaddr_in6 address{};  // for IPv4 the port lies at the same place
+  socklen_t size = sizeof(address);
+  ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size);
+  return ntohs(address.sin6_port);
+}
+
+FileDescriptor listen_on(const std::string& address, std::uint16_t port, int backlog, int receive_buffer) {
+  const SocketAddress target(address, port);
+  FileDescriptor listener(::socket(target.get()->sa_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const int on = 1;
+  ::setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
+  if (receive_buffer > 0)  // must come before listen() to reach the accepted sockets
+    ::setsockopt(listener.get(), SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof(receive_buffer));
+  if (::bind(listener.get(), target.get(), target.size()) != 0 || ::listen(listener.get(), backlog) != 0)
+    throw std::system_error(errno, std::generic_category(), "listen on " + address);
+  return listener;
+}
+
+void block_all_signals() {
+  sigset_t all;
+  sigfillset(&all);
+  ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
+}
+
 namespace {
 
 constexpr unsigned kLowestPort = 15000;
 constexpr unsigned kHighestPort = 32000;  // the kernel's own range begins at 32768
 
-// An address in the abstract namespace is a lock that the kernel takes back with the process and that
-// leaves no file behind. All users of the machine share it.
+// An address in the abstract namespace is a lock that the kernel takes back with the process and that leaves no file
+// behind. All users of the machine share it.
 FileDescriptor claim(unsigned port) {
   const std::string name = "yinet-test-port-" + std::to_string(port);
   sockaddr_un address{};
@@ -32,13 +84,6 @@ FileDescriptor claim(unsigned port) {
   return lock;
 }
 
-// Any result but "in use" counts as free: IPv6 may be switched off.
-bool nobody_listens(unsigned port, const char* host) {
-  const SocketAddress address(host, static_cast<std::uint16_t>(port));
-  const FileDescriptor probe(::socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC, 0));
-  return ::bind(probe.get(), address.get(), address.size()) == 0 || errno != EADDRINUSE;
-}
-
 }  // namespace
 
 ReservedPorts::ReservedPorts(std::size_t count) {
@@ -48,10 +93,10 @@ ReservedPorts::ReservedPorts(std::size_t count) {
   for (unsigned step = 0; step < span && claims_.size() < count; ++step) {
     const unsigned port = kLowestPort + (start + step) % span;
     FileDescriptor lock = claim(port);
-    const bool is_free = lock.valid() && nobody_listens(port, "127.0.0.1") && nobody_listens(port, "::1");
+    const bool is_free = lock.valid() && !port_is_open(static_cast<std::uint16_t>(port));
     if (!is_free || port == kLowestPort) claims_.clear();  // a row doesn't go round the end
     if (!is_free) continue;
-    if (claims_.empty()) first_ = static_cast<std::uint16_t>(port);
+    if (claims_.empty()) first_ = port;
     claims_.push_back(std::move(lock));
   }
   if (claims_.size() < count) throw std::runtime_error("no " + std::to_string(count) + " free ports in a row");
@@ -61,19 +106,17 @@ std::uint16_t refused_port() {
   static std::mutex mutex;
   static std::vector<ReservedPorts> kept;
   const std::lock_guard lock(mutex);
-  return kept.emplace_back().first();
+  return kept.emplace_back()[0];
 }
 
 bool port_is_open(std::uint16_t port, const std::string& address) {
   const SocketAddress target(address, port);
-  const FileDescriptor probe(::socket(target.family(), SOCK_STREAM | SOCK_CLOEXEC, 0));
-  return probe.valid() && ::connect(probe.get(), target.get(), target.size()) == 0;
+  const FileDescriptor probe(::socket(target.get()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  return ::connect(probe.get(), target.get(), target.size()) == 0;
 }
 
-FullListener::FullListener() {
-  listener_ = listen_on("127.0.0.1", 0, 0);
-  const SocketAddress address = SocketAddress::local_of(listener_.get());
-  port_ = address.port();
+FullListener::FullListener() : listener_(listen_on("127.0.0.1", 0, 0)) {
+  const SocketAddress address("127.0.0.1", port());
   // A queue of length 0 still takes a connection or two; the first one that stays pending fills it.
   for (int i = 0; i < 8; ++i) {
     FileDescriptor& client = waiting_.emplace_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));

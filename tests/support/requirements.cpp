@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "support/child_process.h"
-#include "support/socket_address.h"
+#include "support/ports.h"
 
 namespace yinet::test {
 
@@ -16,17 +16,14 @@ std::string missing_program(std::string_view name) {
   return "the program " + std::string(name) + " is not installed";
 }
 
-std::string missing_root() {
-  return ::geteuid() == 0 ? std::string() : "only root can start this server with logins of its own";
-}
+std::string missing_root() { return ::geteuid() == 0 ? "" : "only root can start this server with logins of its own"; }
 
 std::string missing_network_namespaces() {
-  static const std::string reason = []() -> std::string {
+  static const std::string reason = [] {
     for (const char* program : {"unshare", "ip", "mount"})
       if (!find_program(program)) return missing_program(program);
     const CommandResult probe = run_command(in_network_namespace({"true"}));
-    if (probe.exit_code == 0) return {};
-    return "this machine lets no user make a network namespace: " + probe.errors;
+    return probe.exit_code == 0 ? "" : "this machine lets no user make a network namespace: " + probe.errors;
   }();
   return reason;
 }
@@ -40,15 +37,14 @@ std::string missing_ipv6() {
   }
 }
 
-std::vector<std::string> in_network_namespace(const std::vector<std::string>& argv,
-                                              const std::filesystem::path& resolver) {
-  std::string script = "PATH=$PATH:/usr/sbin:/sbin; ip link set lo up && ";  // ordinary users lack the folder of ip
-  if (!resolver.empty()) script += "mount --bind \"$0\" /etc/resolv.conf && ";
+std::vector<std::string> in_network_namespace(std::vector<std::string> argv, const std::string& resolver) {
+  constexpr const char* kScript =  // ordinary users lack the folder of ip
+      "PATH=$PATH:/usr/sbin:/sbin; ip link set lo up && { [ -z \"$0\" ] || mount --bind \"$0\" /etc/resolv.conf; } && "
+      "exec \"$@\"";
   // Root needs no user namespace, which some machines and every changed root directory refuse.
-  const char* namespaces = ::geteuid() == 0 ? "-mn" : "-rmn";
-  std::vector<std::string> command{"unshare", namespaces, "sh", "-c", script + "exec \"$@\"", resolver.string()};
-  command.insert(command.end(), argv.begin(), argv.end());
-  return command;
+  const char* const namespaces = ::geteuid() == 0 ? "-mn" : "-rmn";
+  argv.insert(argv.begin(), {"unshare", namespaces, "sh", "-c", kScript, resolver});
+  return argv;
 }
 
 void enter_mount_namespace() {

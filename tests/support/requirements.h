@@ -1,10 +1,9 @@
-// What a test needs from the machine. Each macro skips the running test, with a reason that says how to
-// make it run, and so belongs into a test's or fixture's own body.
+// What a test needs from the machine. Each macro skips the running test with a reason, and so belongs into a test's or
+// fixture's own body.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,11 +16,10 @@ std::string missing_root();
 std::string missing_network_namespaces();
 std::string missing_ipv6();
 
-// The command line `argv` in a network (and mount) namespace of its own, for any user: no interface but
-// an own loopback, and so all ports free, those below 1024 included. A file given as
-// `resolver` takes the place of /etc/resolv.conf there. Needs YINET_REQUIRE_NETWORK_NAMESPACES().
-std::vector<std::string> in_network_namespace(const std::vector<std::string>& argv,
-                                              const std::filesystem::path& resolver = {});
+// The command line `argv` in a network (and mount) namespace of its own, for any user: no interface but an own loopback,
+// and so all ports free, those below 1024 included. The file `resolver` takes the place of /etc/resolv.conf there.
+// Needs YINET_REQUIRE_NETWORK_NAMESPACES().
+std::vector<std::string> in_network_namespace(std::vector<std::string> argv, const std::string& resolver = {});
 
 // For good, and with the processes and threads it starts later, the calling thread gets mounts, or a network that is only a
 // loopback, of its own. For root, and under the same need.

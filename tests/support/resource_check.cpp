@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "support/deadline.h"
@@ -23,9 +24,8 @@ std::set<std::string> open_descriptors() {
   std::set<std::string> result;
   for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
     std::error_code gone;  // the iterator's own descriptor leads to the folder itself
-    const fs::path target = fs::read_symlink(entry.path(), gone);
-    if (!gone && !target.string().ends_with("/fd"))
-      result.insert(entry.path().filename().string() + " " + target.string());
+    const std::string target = fs::read_symlink(entry.path(), gone);
+    if (!gone && !target.ends_with("/fd")) result.insert(entry.path().filename().string() + " " + target);
   }
   return result;
 }
@@ -39,6 +39,19 @@ ResourceCheck::~ResourceCheck() {
   EXPECT_TRUE(eventually([&] { return thread_count() <= threads_; }, milliseconds(1000)))
       << thread_count() - threads_ << " threads more than before";
   EXPECT_EQ(open_descriptors(), descriptors_);
+}
+
+std::size_t memory_kib(std::string_view line) {
+  std::ifstream status("/proc/self/status");
+  std::size_t kib = 0;
+  for (std::string word; status >> word;)
+    if (word == line) status >> kib;
+  return kib;
+}
+
+bool reset_peak_memory() {
+  std::ofstream file("/proc/self/clear_refs");
+  return !(file << "5" << std::flush).fail();
 }
 
 }  // namespace yinet::test

@@ -1,152 +1,313 @@
 #include "support/scripted_peer.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
+#include <climits>
+#include <stdexcept>
 #include <system_error>
 
-#include "support/scripted_connection.h"
-#include "support/socket_address.h"
+#include "support/bytes.h"
 
 namespace yinet::test {
-
-void ScriptRun::start(FileDescriptor connected, const ConnectionScript& script) {
-  const int on = 1;
-  ::setsockopt(connected.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-  const std::lock_guard lock(mutex);
-  const std::size_t index = records.size();
-  workers.emplace_back(
-      [this, script, index, &record = records.emplace_back(), socket = std::move(connected)]() mutable {
-        block_all_signals();
-        Connection(*this, record, std::move(socket), index).run(script);
-      });
-}
-
-void ScriptRun::accept_from(FileDescriptor listener, const std::function<ConnectionScript(std::size_t)>& choice) {
-  acceptor = std::thread([this, choice, listener = std::move(listener)] {
-    block_all_signals();
-    for (;;) {
-      std::array<pollfd, 2> watched{{{listener.get(), POLLIN, 0}, {finishing.descriptor(), POLLIN, 0}}};
-      ::poll(watched.data(), watched.size(), -1);  // ends with the peer
-      // A client that has come and gone before the test finished counts, so look before leaving.
-      FileDescriptor socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-      if (!socket.valid() && watched[1].revents != 0) return;
-      if (!socket.valid()) continue;
-      ConnectionScript script = choice(records.size());
-      if (!script) {
-        ++unexpected;
-        script = [](Connection& connection) { connection.reset(); };
-      }
-      start(std::move(socket), script);
-    }
-  });
-}
-
-void ScriptRun::finish() {
-  finishing.set();
-  if (acceptor.joinable()) acceptor.join();
-  for (std::thread& worker : workers) worker.join();
-  workers.clear();
-  finished = true;
-}
-
-std::string ScriptRun::failures() {
-  std::string text;
-  for (std::size_t i = 0; i < records.size(); ++i)
-    if (!records[i].failure.empty())
-      text += name + ", connection " + std::to_string(i + 1) + ", " + records[i].failure + "\n" + records[i].transcript;
-  if (records.size() < needed || unexpected > 0)
-    text += name + ": " + std::to_string(records.size()) + " connections came, not " + std::to_string(needed) + "\n";
-  return text;
-}
-
-// --- ScriptedEnd ---
-
-ScriptedEnd::ScriptedEnd() : run_(std::make_unique<ScriptRun>()) {}
-ScriptedEnd::~ScriptedEnd() { finish(); }
-
 namespace {
 
-template <class Member>
-Member look(const ScriptRun& run, std::size_t index, Member ConnectionRecord::* member) {
-  const std::lock_guard lock(run.mutex);
-  return index < run.records.size() ? run.records[index].*member : Member();
+std::string counted(std::string_view bytes) {
+  return std::to_string(bytes.size()) + " bytes \"" + printable(bytes, 200) + "\"";
 }
 
 }  // namespace
 
-std::string ScriptedEnd::received(std::size_t index) const { return look(*run_, index, &ConnectionRecord::received); }
-TlsInfo ScriptedEnd::tls(std::size_t index) const { return look(*run_, index, &ConnectionRecord::tls); }
-Ending ScriptedEnd::client_ending(std::size_t index) const {
-  return look(*run_, index, &ConnectionRecord::client_ending);
+void Connection::run(const ConnectionScript& script) {
+  bool followed = false;
+  try {
+    script(*this);
+    followed = true;
+    if (socket_.valid()) close();
+  } catch (const std::exception& error) {
+    socket_.close();  // nothing useful can follow, and the client shall notice at once
+    const std::lock_guard lock(end_.mutex_);
+    if (!followed) record_.failure = error.what();  // an ending that no script has asked for is nobody's failure
+  }
 }
 
-bool ScriptedEnd::wait_for_received(std::string_view text, std::size_t index) const {
-  return eventually([&] { return received(index).find(text) != std::string::npos; });
+void Connection::fail(const std::string& reason) const { throw std::runtime_error(reason); }
+
+// Until the descriptor has one of `events` or the test finishes the peer, at most so long; returns what it has.
+short Connection::look(int descriptor, short events, milliseconds time) const {
+  std::array<pollfd, 2> watched{{{descriptor, events, 0}, {end_.finishing_.descriptor(), POLLIN, 0}}};
+  ::poll(watched.data(), watched.size(), static_cast<int>(time.count()));
+  return watched[0].revents;
+}
+
+// Returns what has happened on the socket, or 0 when the test finishes the peer and the step doesn't insist.
+short Connection::wait(short events, bool insist) {
+  if (const short ready = look(socket_.get(), events, kStepPatience); ready != 0) return ready;
+  const bool finishing = end_.finishing_.is_set();
+  pollfd last{socket_.get(), events, 0};
+  if (finishing) ::poll(&last, 1, insist ? static_cast<int>(kGrace.count()) : 0);
+  if (last.revents == 0 && (insist || !finishing)) fail("waited in vain for the client");
+  return last.revents;
+}
+
+void Connection::wait_for(const Signal& gate) {
+  look(gate.descriptor(), POLLIN, kStepPatience);
+  if (!gate.is_set()) fail("the test's signal was never given");
+}
+
+void Connection::stay_silent() { look(socket_.get(), POLLRDHUP, milliseconds(-1)); }  // ends with the peer
+
+// After a read or write without result: whether it only has to be done again once the socket is ready.
+bool Connection::must_retry(long result, bool tls) const {
+  if (!tls) return errno == EAGAIN || errno == EINTR;
+  const int error = SSL_get_error(tls_.get(), static_cast<int>(result));
+  return error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE;
+}
+
+// Takes one piece of what has come, without waiting: a client that never stops sending mustn't keep a step from its end.
+void Connection::pump() {
+  std::array<char, 64 * 1024> buffer;  // a TLS record leaves nothing behind, where poll() would not see it
+  ERR_clear_error();
+  const bool decrypt = tls_up_ && !ended_;
+  const long count = decrypt ? SSL_read(tls_.get(), buffer.data(), buffer.size())
+                             : ::recv(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+  if (count > 0) {
+    if (ended_ || (tls_ && !tls_up_)) return;  // what follows a close_notify or a failed handshake
+    const std::string_view bytes(buffer.data(), static_cast<std::size_t>(count));
+    inbox_ += bytes;
+    const std::lock_guard lock(end_.mutex_);
+    record_.received += bytes;
+    return;
+  }
+  if (count < 0 && must_retry(count, decrypt)) return;
+  const bool orderly =
+      decrypt ? SSL_get_error(tls_.get(), static_cast<int>(count)) == SSL_ERROR_ZERO_RETURN : count == 0;
+  gone_ = !decrypt || !orderly;
+  if (!std::exchange(ended_, true)) rude_ = !orderly;
+}
+
+// More bytes in the inbox; false when the client has ended its side.
+bool Connection::more() {
+  for (const std::size_t before = inbox_.size(); inbox_.size() == before; pump()) {
+    if (ended_) return false;
+    wait(POLLIN);
+  }
+  return true;
+}
+
+void Connection::expect(std::string_view bytes) {
+  while (inbox_.size() < bytes.size() && bytes.starts_with(inbox_)) need_more();
+  if (!inbox_.starts_with(bytes)) fail("expected " + counted(bytes) + ", came " + counted(inbox_));
+  inbox_.erase(0, bytes.size());
+}
+
+std::string Connection::read_until(std::string_view delimiter) {
+  std::size_t found = 0;
+  while ((found = inbox_.find(delimiter)) == std::string::npos) need_more();
+  const std::string result = inbox_.substr(0, found + delimiter.size());
+  inbox_.erase(0, result.size());
+  return result;
+}
+
+void Connection::skip(std::size_t count) {
+  for (; count > inbox_.size(); need_more()) {
+    count -= inbox_.size();
+    inbox_.clear();
+  }
+  inbox_.erase(0, count);
+}
+
+std::string Connection::read_to_end() {
+  while (more()) {
+  }
+  return std::exchange(inbox_, {});
+}
+
+void Connection::expect_end() {
+  if (!inbox_.empty() || more()) fail("expected the end, came " + counted(inbox_));
+  if (rude_) fail("the client has ended without close_notify or reset the connection");
+}
+
+// False when the client is gone, or takes nothing while the test finishes the peer and the step doesn't insist.
+bool Connection::push(std::string_view bytes, bool insist) {
+  while (!bytes.empty()) {
+    ERR_clear_error();
+    const auto most = static_cast<int>(std::min<std::size_t>(bytes.size(), INT_MAX));
+    const long count = tls_up_ ? SSL_write(tls_.get(), bytes.data(), most)
+                               : ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (count > 0) {
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+    } else if (must_retry(count, tls_up_)) {
+      // A client that sends while it should read must not block both sides for ever.
+      const short ready = wait(ended_ ? POLLOUT : POLLIN | POLLOUT, insist);
+      if (ready == 0) return false;
+      if ((ready & POLLIN) != 0) pump();
+    } else {
+      gone_ = ended_ = rude_ = true;
+      return false;
+    }
+  }
+  return true;
+}
+
+void Connection::send(std::string_view bytes) {
+  if (!push(bytes, true)) fail("the client has ended before it took " + counted(bytes));
+}
+
+void Connection::send_slowly(std::string_view bytes, milliseconds pause_between) {
+  for (const char byte : bytes) {
+    send({&byte, 1});
+    pause(pause_between);
+  }
+}
+
+void Connection::flood(std::string_view bytes, std::size_t most) {
+  for (std::size_t sent = 0; sent < most && !ended_ && !end_.finishing_.is_set(); sent += bytes.size())
+    if (!push(bytes, false)) return;
+}
+
+void Connection::start_tls(const TlsContext& context) {
+  if (!try_tls(context)) fail("TLS handshake: " + take_openssl_error());
+}
+
+bool Connection::try_tls(const TlsContext& context) {
+  if (!inbox_.empty()) fail("before TLS came " + counted(inbox_));
+  tls_ = context.new_session();
+  SSL_set_fd(tls_.get(), socket_.get());
+  for (;;) {
+    ERR_clear_error();
+    const int result = SSL_is_server(tls_.get()) ? SSL_accept(tls_.get()) : SSL_connect(tls_.get());
+    if (result == 1) break;
+    const int error = SSL_get_error(tls_.get(), result);
+    if (error != SSL_ERROR_WANT_READ && error != SSL_ERROR_WANT_WRITE) return false;
+    wait(error == SSL_ERROR_WANT_READ ? POLLIN : POLLOUT);
+  }
+  tls_up_ = true;
+  TlsInfo info;
+  if (const char* name = SSL_get_servername(tls_.get(), TLSEXT_NAMETYPE_host_name)) info.server_name = name;
+  info.session_reused = SSL_session_reused(tls_.get()) == 1;
+  std::array<char, 256> subject{};
+  if (const X509* certificate = SSL_get0_peer_certificate(tls_.get()))
+    info.peer_subject = X509_NAME_oneline(X509_get_subject_name(certificate), subject.data(), subject.size());
+  const std::lock_guard lock(end_.mutex_);
+  record_.tls = info;
+  return true;
+}
+
+void Connection::half_close() {
+  if (std::exchange(sending_ended_, true)) return;
+  while (tls_up_ && !gone_ && SSL_shutdown(tls_.get()) < 0 && must_retry(-1, true) && wait(POLLOUT, false) != 0) {
+  }
+  close_without_notify();
+}
+
+void Connection::close_without_notify() {
+  sending_ended_ = true;
+  ::shutdown(socket_.get(), SHUT_WR);
+}
+
+void Connection::close() {
+  half_close();
+  // Without reading up to the client's FIN, our close would answer the bytes on their way with a reset.
+  for (; !gone_ && wait(POLLIN, false) != 0; inbox_.clear()) pump();
+  socket_.close();
+}
+
+void Connection::reset() {
+  const linger at_once{1, 0};
+  ::setsockopt(socket_.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof(at_once));
+  socket_.close();
+}
+
+// --- ScriptedEnd ---
+
+void ScriptedEnd::start(FileDescriptor connected, const ConnectionScript& script) {
+  const int on = 1;
+  ::setsockopt(connected.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+  ::fcntl(connected.get(), F_SETFL, O_NONBLOCK);
+  const std::lock_guard lock(mutex_);
+  const std::size_t index = records_.size();
+  ConnectionRecord& record = records_.emplace_back();
+  workers_.emplace_back([this, script, index, &record, socket = std::move(connected)]() mutable {
+    block_all_signals();  // the one for a broken pipe included
+    Connection(*this, record, std::move(socket), index).run(script);
+  });
+}
+
+ConnectionRecord ScriptedEnd::look(std::size_t index) const {
+  const std::lock_guard lock(mutex_);
+  return index < records_.size() ? records_[index] : ConnectionRecord();
+}
+
+std::size_t ScriptedEnd::connection_count() const {
+  const std::lock_guard lock(mutex_);
+  return records_.size();
 }
 
 void ScriptedEnd::finish() {
-  if (run_->finished) return;
+  if (finished_) return;
   const std::string failures = take_failures();
   if (!failures.empty()) ADD_FAILURE() << failures;
 }
 
 std::string ScriptedEnd::take_failures() {
-  run_->finish();
-  return run_->failures();
+  finishing_.set();
+  if (acceptor_.joinable()) acceptor_.join();
+  for (std::thread& worker : workers_) worker.join();
+  workers_.clear();
+  finished_ = true;
+  std::string text;
+  for (const ConnectionRecord& record : records_)
+    if (!record.failure.empty())
+      text += name_ + ": " + record.failure + "\nafter " + printable(record.received, 2000) + "\n";
+  if (records_.size() < needed_ || unexpected_ > 0)
+    text += name_ + ": " + std::to_string(records_.size()) + " connections came, not " + std::to_string(needed_) + "\n";
+  return text;
 }
 
-// --- ScriptedPeer ---
+// --- ScriptedPeer, ScriptedClient ---
 
-ScriptedPeer::ScriptedPeer(std::vector<ConnectionScript> in_order, const Options& options) {
-  run_->needed = in_order.size();
-  listen(options, [in_order](std::size_t index) {
-    return index < in_order.size() ? in_order[index] : ConnectionScript();
+ScriptedPeer::ScriptedPeer(std::vector<ConnectionScript> scripts, int receive_buffer, bool repeat) {
+  FileDescriptor listener = listen_on("127.0.0.1", 0, 128, receive_buffer);
+  port_ = local_port(listener.get());
+  name_ = "127.0.0.1:" + std::to_string(port_);
+  needed_ = repeat ? 0 : scripts.size();
+  acceptor_ = std::thread([this, scripts, repeat, listener = std::move(listener)] {
+    block_all_signals();
+    for (bool last = false; !last;) {
+      std::array<pollfd, 2> watched{{{listener.get(), POLLIN, 0}, {finishing_.descriptor(), POLLIN, 0}}};
+      ::poll(watched.data(), watched.size(), -1);  // ends with the peer
+      // A client that has come and gone before the test finished counts, so look before leaving.
+      FileDescriptor socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+      last = !socket.valid() && watched[1].revents != 0;
+      if (!socket.valid()) continue;
+      const std::size_t index = repeat ? 0 : connection_count();
+      if (index < scripts.size() && scripts[index]) {
+        start(std::move(socket), scripts[index]);
+      } else {
+        ++unexpected_;
+        start(std::move(socket), &Connection::reset);
+      }
+    }
   });
 }
 
-ScriptedPeer::ScriptedPeer(Every, ConnectionScript script, const Options& options) {
-  listen(options, [script](std::size_t) { return script; });
-}
-
-void ScriptedPeer::listen(const Options& options, std::function<ConnectionScript(std::size_t)> choice) {
-  FileDescriptor listener = listen_on(options.address, 0, 128, options.receive_buffer);
-  const SocketAddress own = SocketAddress::local_of(listener.get());
-  port_ = own.port();
-  run_->name = own.text();
-  run_->accept_from(std::move(listener), choice);
-}
-
-std::string ScriptedPeer::target() const { return run_->name; }
-
-std::string ScriptedPeer::url(std::string_view path, std::string_view scheme) const {
-  return std::string(scheme) + "://" + target() + std::string(path);
-}
-
-std::size_t ScriptedPeer::connection_count() const {
-  const std::lock_guard lock(run_->mutex);
-  return run_->records.size();
-}
-
-bool ScriptedPeer::wait_for_connections(std::size_t count) const {
-  return eventually([&] { return connection_count() >= count; });
-}
-
-// --- ScriptedClient ---
-
 ScriptedClient::ScriptedClient(std::uint16_t port, const ConnectionScript& script) {
   const SocketAddress server("127.0.0.1", port);
-  run_->name = "client of " + server.text();
-  run_->needed = 1;
+  name_ = "client of port " + std::to_string(port);
   FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!socket.valid() || ::connect(socket.get(), server.get(), server.size()) != 0)
-    throw std::system_error(errno, std::generic_category(), "connect to " + server.text());
-  run_->start(std::move(socket), script);
+    throw std::system_error(errno, std::generic_category(), name_);
+  start(std::move(socket), script);
 }
 
 }  // namespace yinet::test

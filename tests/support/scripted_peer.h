@@ -1,33 +1,42 @@
-// Peers whose every byte a test writes down: what they expect, what they send, in which pieces, and how
-// they end. For what real servers will not do.
+// Peers whose every byte a test writes down: what they expect, what they send, in which pieces, and how they end. For what
+// real servers will not do.
 //
 //   ScriptedPeer peer(Script().read_until("\r\n\r\n").send("HTTP/1.1 200 OK\r\n\r\n").reset());
 //   ... a client talks to peer.port() ...
 //   EXPECT_EQ(peer.received(), "GET / HTTP/1.1\r\n...");
 //
-// A script that can't be followed (other bytes than expected, a client that closes too early, silence
-// where bytes should come) becomes a failure of the running test, with a transcript of the connection.
+// A script that can't be followed (other bytes than expected, a client that closes too early, silence where bytes should
+// come) becomes a failure of the running test.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
+#include "support/certificates.h"
 #include "support/deadline.h"
-#include "support/file_descriptor.h"
-#include "support/tls_context.h"
+#include "support/ports.h"
 
 namespace yinet::test {
 
-// How the other side has ended the connection, as far as was read.
-enum class Ending { none, closed, closed_without_notify, reset };
+// What a finished handshake has settled.
+struct TlsInfo {
+  std::string server_name;  // SNI as the client sent it, or empty
+  bool session_reused = false;
+  std::string peer_subject;  // of the other side's certificate, one line; empty without one
+};
 
-struct ConnectionRecord;  // what the test may look at
-struct ScriptRun;         // the threads and records of one peer
+struct ConnectionRecord {
+  std::string received, failure;
+  TlsInfo tls;
+};
+
+class ScriptedEnd;
 
 // One connection, as a script sees it. No step waits longer than kStepPatience for the client, or kGrace once the test
 // finishes the peer; a step that fails throws, which ends the script and is reported. "The client" is the other side.
@@ -37,14 +46,13 @@ class Connection {
   static constexpr milliseconds kStepPatience{20000};
   static constexpr milliseconds kGrace{5000};
 
-  Connection(ScriptRun& run, ConnectionRecord& record, FileDescriptor socket, std::size_t index);
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
+  Connection(ScriptedEnd& end, ConnectionRecord& record, FileDescriptor socket, std::size_t index)
+      : end_(end), record_(record), socket_(std::move(socket)), index_(index) {}
   void run(const std::function<void(Connection&)>& script);  // and the ending that it leaves open; never throws
 
   [[nodiscard]] std::size_t index() const { return index_; }  // 0 for the first connection of its peer
 
-  // --- receiving: bytes that came beyond what a step needs stay for the next one ---
+  // Bytes that came beyond what a step needs stay for the next one.
   void expect(std::string_view bytes);                 // exactly these; fails at the first other byte
   std::string read_until(std::string_view delimiter);  // up to the delimiter and with it
   std::string read_line() { return read_until("\n"); }
@@ -52,71 +60,56 @@ class Connection {
   std::string read_to_end();  // the rest, until the client ends its side, however it does that
   void expect_end();          // no further byte, and an end in order: with TLS a close_notify first
 
-  // --- sending ---
   void send(std::string_view bytes);
-  void send_pieces(const std::vector<std::string>& pieces, milliseconds pause = milliseconds(5));
   void send_slowly(std::string_view bytes, milliseconds pause = milliseconds(1));  // byte by byte
   // Sends `bytes` over and over until the client closes, the test finishes the peer or `most` bytes are out.
   void flood(std::string_view bytes, std::size_t most);
 
-  // --- waiting ---
-  void pause(milliseconds time);      // cut short when the test finishes the peer
-  void wait_for(const Signal& gate);  // until the test sets it
-  // Neither sends nor reads until the client closes or the test finishes the peer: a client that sends
-  // much will get stuck.
-  void stay_silent();
+  void pause(milliseconds time) { look(-1, 0, time); }  // cut short when the test finishes the peer
+  void wait_for(const Signal& gate);                    // until the test sets it
+  void stay_silent();  // neither sends nor reads until the client closes or the test finishes the peer
 
-  // --- TLS; the context says whether the script's side is the server or the client ---
-  void start_tls(const TlsContext& context);
-  bool try_tls(const TlsContext& context);  // false, and no failure, when the handshake fails
+  void start_tls(const TlsContext& context);  // which says whether the script's side is the server or the client
+  bool try_tls(const TlsContext& context);    // false, and no failure, when the handshake fails
 
-  // --- ending; a script that has none of these ends with close() ---
+  // A script that has none of these ends with close().
   void close();                 // TLS: close_notify; end of sending; reads on until the client ends too
-  void close_without_notify();  // the same without close_notify
+  void close_without_notify();  // the end of sending alone
   void half_close();            // end of sending (with close_notify), the script goes on reading
   void reset();                 // RST, whatever is still under way is lost
 
  private:
-  void begin(std::string step);
   [[noreturn]] void fail(const std::string& reason) const;
-  void note(const std::string& event);
-
-  short wait(short events, const char* for_what, bool insist = true);
+  short look(int descriptor, short events, milliseconds time) const;
+  short wait(short events, bool insist = true);
+  bool must_retry(long result, bool tls) const;
   void pump();
-  void take(std::string_view from_wire);
-  void store(std::string_view bytes);
-  void end_input(Ending ending);
   bool more();
-  void need_more();
-  bool push(std::string_view bytes, bool insist = true);
-  bool push_wire(std::string_view bytes, bool insist);
-  void end_sending();
-  void drain();
+  void need_more() {
+    if (!more()) fail("the client has ended, and too early");
+  }
+  bool push(std::string_view bytes, bool insist);
 
-  ScriptRun& run_;
+  ScriptedEnd& end_;
   ConnectionRecord& record_;
   FileDescriptor socket_;
   const std::size_t index_;
-  TlsSession tls_;
+  std::shared_ptr<ssl_st> tls_;
   bool tls_up_ = false;
-  std::string tls_error_;
   std::string inbox_;   // application bytes that no step has asked for yet
   bool ended_ = false;  // nothing more can come from the client
   bool gone_ = false;   // and the wire has ended as well
+  bool rude_ = false;   // reset, or under TLS without close_notify
   bool sending_ended_ = false;
-  std::string step_;
 };
 
 using ConnectionScript = std::function<void(Connection&)>;
 
-// A list of steps, each with the meaning of the Connection function of its name. Can be called again
-// and again; copies are independent.
+// A list of steps, each with the meaning of the Connection function of its name. Can be called again and again; copies
+// are independent.
 class Script {
  public:
-  Script& then(ConnectionScript step) {
-    steps_.push_back(std::move(step));
-    return *this;
-  }
+  Script& then(ConnectionScript step) { return steps_.push_back(std::move(step)), *this; }
   void operator()(Connection& connection) const {
     for (const ConnectionScript& step : steps_) step(connection);
   }
@@ -127,8 +120,9 @@ class Script {
   Script& read_to_end() { return add(&Connection::read_to_end); }
   Script& expect_end() { return add(&Connection::expect_end); }
   Script& send(std::string bytes) { return add(&Connection::send, std::move(bytes)); }
-  Script& send_pieces(std::vector<std::string> pieces, milliseconds pause = milliseconds(5)) {
-    return add(&Connection::send_pieces, std::move(pieces), pause);
+  Script& send_pieces(const std::vector<std::string>& pieces, milliseconds pause_between) {
+    for (const std::string& piece : pieces) send(piece).pause(pause_between);
+    return *this;
   }
   Script& send_slowly(std::string bytes, milliseconds pause = milliseconds(1)) {
     return add(&Connection::send_slowly, std::move(bytes), pause);
@@ -137,9 +131,7 @@ class Script {
   Script& pause(milliseconds time) { return add(&Connection::pause, time); }
   Script& wait_for(const Signal& gate) { return add(&Connection::wait_for, std::cref(gate)); }  // outlives the peer
   Script& stay_silent() { return add(&Connection::stay_silent); }
-  Script& start_tls(TlsContext context = TlsContext::server()) {
-    return add(&Connection::start_tls, std::move(context));
-  }
+  Script& start_tls(TlsContext context = TlsContext::server()) { return add(&Connection::start_tls, context); }
   Script& close() { return add(&Connection::close); }
   Script& close_without_notify() { return add(&Connection::close_without_notify); }
   Script& half_close() { return add(&Connection::half_close); }
@@ -159,59 +151,58 @@ class ScriptedEnd {
   ScriptedEnd(const ScriptedEnd&) = delete;
   ScriptedEnd& operator=(const ScriptedEnd&) = delete;
 
-  // Everything that connection number `index` has received so far: application bytes once TLS is up.
-  // When a write was the client's last act, call finish() first.
-  [[nodiscard]] std::string received(std::size_t index = 0) const;
-  [[nodiscard]] TlsInfo tls(std::size_t index = 0) const;
-  [[nodiscard]] Ending client_ending(std::size_t index = 0) const;
+  // Everything that connection number `index` has received so far: application bytes once TLS is up. When a write was the
+  // client's last act, call finish() first.
+  [[nodiscard]] std::string received(std::size_t index = 0) const { return look(index).received; }
+  [[nodiscard]] TlsInfo tls(std::size_t index = 0) const { return look(index).tls; }
+  [[nodiscard]] std::size_t connection_count() const;
 
-  // False when the time is over before it happens.
-  [[nodiscard]] bool wait_for_received(std::string_view text, std::size_t index = 0) const;
-
-  // Lets all scripts run to their end, ends silences, closes everything and reports what went wrong as
-  // failures of the running test. The destructor does the same; a second call does nothing.
+  // Lets all scripts run to their end, ends silences, closes everything and reports what went wrong as failures of the
+  // running test. The destructor does the same; a second call does nothing.
   void finish();
-
   // Finishes, and returns what went wrong instead of reporting it (empty: nothing).
   [[nodiscard]] std::string take_failures();
 
  protected:
-  ScriptedEnd();
-  ~ScriptedEnd();
-  std::unique_ptr<ScriptRun> run_;
-};
+  ScriptedEnd() = default;
+  ~ScriptedEnd() { finish(); }
+  void start(FileDescriptor connected, const ConnectionScript& script);  // in a thread of its own
+  std::string name_;
+  std::size_t needed_ = 0;      // connections that must come
+  std::size_t unexpected_ = 0;  // of the accepting thread; read after its end
+  Signal finishing_;            // the test wants to go on
+  std::thread acceptor_;
 
-struct ScriptedPeerOptions {
-  std::string address = "127.0.0.1";
-  int receive_buffer = 0;  // bytes; small, for a client that shall get stuck. 0: the system's
+ private:
+  friend class Connection;
+  [[nodiscard]] ConnectionRecord look(std::size_t index) const;
+  mutable std::mutex mutex_;
+  std::deque<ConnectionRecord> records_;  // guarded by the mutex; their addresses stay
+  std::deque<std::thread> workers_;       // of the accepting thread; the test's only before and after it
+  bool finished_ = false;
 };
 
 // A server: a listener on a free loopback port. Connections run side by side, each in its own thread.
 class ScriptedPeer : public ScriptedEnd {
  public:
-  using Options = ScriptedPeerOptions;
-
-  // Exactly one connection, or one for each script in the order of their arrival. One that never comes is reported;
-  // any further one is reset and reported.
-  explicit ScriptedPeer(ConnectionScript script, const Options& options = {})
-      : ScriptedPeer(std::vector{std::move(script)}, options) {}
-  explicit ScriptedPeer(std::vector<ConnectionScript> in_order, const Options& options = {});
+  // Exactly one connection, or one for each script in the order of their arrival. One that never comes is reported; any
+  // further one is reset and reported. A small receive buffer (bytes, 0: the system's) is for a client that shall get stuck.
+  explicit ScriptedPeer(ConnectionScript script, int receive_buffer = 0)
+      : ScriptedPeer(std::vector{std::move(script)}, receive_buffer, false) {}
+  explicit ScriptedPeer(std::vector<ConnectionScript> in_order) : ScriptedPeer(std::move(in_order), 0, false) {}
   // Any number of connections, none included, with the same script.
-  static ScriptedPeer for_every_connection(ConnectionScript script, const Options& options = {}) {
-    return {Every(), std::move(script), options};
+  static ScriptedPeer for_every_connection(ConnectionScript script) {
+    return {std::vector{std::move(script)}, 0, true};
   }
-  ~ScriptedPeer() = default;
 
   [[nodiscard]] std::uint16_t port() const { return port_; }
-  [[nodiscard]] std::string target() const;  // "127.0.0.1:12345"
-  [[nodiscard]] std::string url(std::string_view path = "/", std::string_view scheme = "http") const;
-  [[nodiscard]] std::size_t connection_count() const;
-  [[nodiscard]] bool wait_for_connections(std::size_t count) const;
+  [[nodiscard]] std::string target() const { return name_; }  // "127.0.0.1:12345"
+  [[nodiscard]] std::string url(const std::string& path = "/", const std::string& scheme = "http") const {
+    return scheme + "://" + name_ + path;
+  }
 
  private:
-  struct Every {};
-  ScriptedPeer(Every, ConnectionScript script, const Options& options);
-  void listen(const Options& options, std::function<ConnectionScript(std::size_t)> choice);
+  ScriptedPeer(std::vector<ConnectionScript> scripts, int receive_buffer, bool repeat);
   std::uint16_t port_ = 0;
 };
 
@@ -219,7 +210,6 @@ class ScriptedPeer : public ScriptedEnd {
 class ScriptedClient : public ScriptedEnd {
  public:
   ScriptedClient(std::uint16_t port, const ConnectionScript& script);
-  ~ScriptedClient() = default;
 };
 
 }  // namespace yinet::test

@@ -7,9 +7,8 @@
 
 namespace yinet::test {
 
-// A new folder of mode 0700 below the system's folder for temporary files ($TMPDIR). The destructor
-// removes it with all its content, read-only sub-folders included; what can't be removed is left
-// behind silently. Not thread-safe.
+// A new folder of mode 0700 below the system's folder for temporary files ($TMPDIR). The destructor removes it with all its
+// content, read-only sub-folders included; what can't be removed is left behind silently. Not thread-safe.
 class TempDir {
  public:
   explicit TempDir(std::string_view name = "test");  // throws std::system_error

@@ -1,0 +1,304 @@
+#include "support/servers.h"
+
+#include <grp.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+
+#include "support/requirements.h"
+
+namespace yinet::test {
+namespace fs = std::filesystem;
+
+namespace {
+
+using Values = std::map<std::string, std::string>;
+
+std::string filled(std::string text, const Values& values) {
+  for (const auto& [name, value] : values)
+    for (std::size_t at = 0; (at = text.find(name, at)) != std::string::npos; at += value.size())
+      text.replace(at, name.size(), value);
+  return text;
+}
+
+void run_tool(const std::vector<std::string>& argv) {
+  if (run_command(argv).exit_code != 0) throw std::runtime_error(argv[0] + " failed");
+}
+
+}  // namespace
+
+void ServerProcess::start(const Daemon& daemon) {
+  constexpr int kMostAttempts = 5;
+  const PemPair pair = Certificates::shared().good();
+  for (int attempt = 1;; ++attempt) {
+    ports_.emplace(daemon.ports);
+    const std::string folder = folder_.path().string();
+    Values values = {{"{DIR}", folder},
+                     {"{CONFIG}", folder + "/config"},
+                     {"{PORT}", std::to_string(port())},
+                     {"{PORT2}", std::to_string(port(1))},
+                     {"{LAST}", std::to_string(ports_->last())},
+                     {"{CERT}", pair.certificate.string()},
+                     {"{KEY}", pair.key.string()},
+                     {"{PEM}", pair.both.string()}};
+    values.insert(daemon.values.begin(), daemon.values.end());
+    folder_.write("config", filled(daemon.configuration, values));
+    ChildOptions child;
+    std::istringstream words(daemon.command);
+    for (std::string word; words >> word;) child.argv.push_back(filled(word, values));
+    child_.emplace(child);
+    if (serves(daemon)) return;
+    const std::string log = fs::exists(folder_ / "log") ? read_file(folder_ / "log") : "";
+    const std::string report = child_->output() + child_->errors() + log;
+    // As the C library words EADDRINUSE, in whatever sentence a daemon puts it.
+    const bool port_was_taken = report.find("ddress already in use") != std::string::npos;
+    if (attempt == kMostAttempts || !port_was_taken)
+      throw std::runtime_error("does not serve: " + daemon.command + "\n" + report);
+  }
+}
+
+bool ServerProcess::serves(const Daemon& daemon) {
+  bool good = false;
+  eventually([&] {
+    good = daemon.ready ? daemon.ready(port(), child_->output() + child_->errors()) : port_is_open(port());
+    return good || !child_->running();
+  });
+  return good && child_->running();
+}
+
+namespace {
+
+constexpr const char* kEchoModule = "/usr/lib/nginx/modules/ngx_http_echo_module.so";
+
+// A static file refuses POST with 405, and what an error page names is fetched by GET.
+constexpr const char* kNginx = R"({MODULE} {USER} daemon off; worker_processes 1; pid {DIR}/pid; error_log {DIR}/log;
+events { worker_connections 1024; }
+http {
+client_body_temp_path {DIR}/body; proxy_temp_path {DIR}/proxy; fastcgi_temp_path {DIR}/fastcgi;
+uwsgi_temp_path {DIR}/uwsgi; scgi_temp_path {DIR}/scgi;
+types { text/html html; text/plain txt; text/xml xml; } default_type application/octet-stream;
+gzip off; sendfile on; client_max_body_size 0; keepalive_requests 1000000; access_log off;
+root {DOCUMENTS}; ssl_certificate {CERT}; ssl_certificate_key {KEY};
+server {
+listen 127.0.0.1:{PORT}; listen 127.0.0.1:{PORT2} ssl;
+location = /status/401 { return 401 "status 401"; }
+location = /redirect/301 { return 301 $scheme://$http_host/hello.txt; }
+location = /redirect/302 { return 302 $scheme://$http_host/hello.txt; }
+location ~ ^/post(/.*)$ { error_page 405 =200 $1; return 405; }
+location ~ ^/fault(/.*)$ { error_page 405 =500 $1; return 405; }
+location = /empty { return 200 ""; }
+location = /cookies { add_header Set-Cookie "session=abc123; Path=/; HttpOnly";
+add_header Set-Cookie "lang=de; Max-Age=3600"; add_header Set-Cookie "empty="; return 200 "cookies"; }
+{ECHO} } }
+)";
+constexpr const char* kEcho = R"(location = /echo { echo_read_request_body; echo_request_body; }
+location = /request { echo -n $echo_client_request_headers; }
+location ~ ^/chunked(/.*)$ { echo_location $1; })";
+
+constexpr const char* kDante = R"(logoutput: {DIR}/log
+internal: 127.0.0.1 port = {PORT}
+external: lo
+clientmethod: none
+socksmethod: none
+{RIGHTS}client pass { from: 0.0.0.0/0 to: 0.0.0.0/0 }
+socks pass { from: 0.0.0.0/0 to: 0.0.0.0/0 }
+)";
+
+bool is_root() { return ::geteuid() == 0; }
+
+}  // namespace
+
+bool NginxServer::has_echo() { return fs::exists(kEchoModule); }
+
+NginxServer::NginxServer() : ServerProcess("nginx") {
+  add_document("index.html", kIndex);
+  add_document("hello.txt", kHello);
+  start({.command = "nginx -e {DIR}/log -p {DIR} -c {CONFIG}",
+         .configuration = kNginx,
+         .values = {{"{MODULE}", has_echo() ? "load_module " + std::string(kEchoModule) + ";" : ""},
+                    {"{ECHO}", has_echo() ? kEcho : ""},
+                    {"{USER}", is_root() ? "user root;" : ""},  // others couldn't enter the private folders
+                    {"{DOCUMENTS}", documents_.path().string()}},
+         .ports = 2,
+         .ready = [this](auto...) { return port_is_open(port(0)) && port_is_open(port(1)); }});
+}
+
+HttpProxy::HttpProxy(const std::string& user, const std::string& password) : ServerProcess("proxy") {
+  start({.command = "tinyproxy -d -c {CONFIG}",
+         .configuration =
+             "Port {PORT}\nListen 127.0.0.1\nAllow 127.0.0.0/8\nPidFile \"{DIR}/pid\"\nLogFile \"{DIR}/log\"\n" +
+             (user.empty() ? "" : "BasicAuth " + user + " " + password + "\n")});
+}
+
+std::string SocksServer::missing(Brand brand) {
+  return missing_program(brand == Brand::dante ? "danted" : "microsocks");
+}
+
+SocksServer::SocksServer(Brand brand, const std::string& user, const std::string& password) : ServerProcess("socks") {
+  const std::string rights = is_root() ? "user.privileged: root\nuser.unprivileged: nobody\n" : "";
+  std::string command =
+      brand == Brand::dante ? "danted -f {CONFIG} -p {DIR}/pid -N 1" : "microsocks -i 127.0.0.1 -p {PORT}";
+  if (!user.empty()) command += " -u {USER} -P {PASSWORD}";
+  start({.command = command,
+         .configuration = kDante,
+         .values = {{"{RIGHTS}", rights}, {"{USER}", user}, {"{PASSWORD}", password}}});
+}
+
+namespace {
+
+constexpr const char* kUser = "tester";
+constexpr const char* kPassword = "geheim 1";
+constexpr const char* kPasswordHash =
+    "$6$yinet$te7hFPVMc4XrCYQwsXdS.v6B3SkOK2IOqC5o3Q5GGnFZIGjVzSChe1kdRQwjCt1UDnMTFcqtirmGVSYnCYb0A0";
+constexpr unsigned kNobody = 65534;
+
+unsigned session_user() { return is_root() ? kNobody : ::geteuid(); }
+unsigned session_group() { return is_root() ? kNobody : ::getegid(); }
+std::string session_ids() { return std::to_string(session_user()) + ":" + std::to_string(session_group()) + "::"; }
+
+void give_to_session(const fs::path& path) {
+  if (is_root() && ::chown(path.c_str(), kNobody, kNobody) != 0)
+    throw std::system_error(errno, std::generic_category(), path.string());
+}
+
+}  // namespace
+
+ServedFolder::ServedFolder(std::string_view name) : ServerProcess(name) {
+  folder_.open_to_everybody();
+  files_ = folder_.make_folder("files");
+  give_to_session(files_);
+}
+
+void ServedFolder::add(std::string_view name, std::string_view content) const {
+  write_file(files_ / name, content);
+  give_to_session(files_ / name);
+}
+
+void ServedFolder::make_folder(std::string_view name) const {
+  fs::create_directories(files_ / name);
+  give_to_session(files_ / name);
+}
+
+namespace {
+
+constexpr std::size_t kPassivePorts = 24;
+constexpr std::uint16_t kImplicitTlsPort = 990;
+
+struct FtpKind {
+  const char *name, *program, *arguments, *tls_arguments, *configuration, *tls_configuration;
+};
+constexpr FtpKind kFtpKinds[] = {
+    {"vsftpd", "vsftpd", " {CONFIG}", "",
+     "listen=YES\nlisten_ipv6=NO\nbackground=NO\nlisten_address=127.0.0.1\nlisten_port={PORT}\npasv_min_port={PORT2}\n"
+     "pasv_max_port={LAST}\npasv_address=127.0.0.1\nwrite_enable=YES\nseccomp_sandbox=NO\nxferlog_enable=NO\n"
+     "secure_chroot_dir={DIR}/empty\nrun_as_launching_user=YES\nanonymous_enable=YES\nftp_username={LAUNCHER}\n"
+     "anon_root={FILES}\nanon_upload_enable=YES\nanon_mkdir_write_enable=YES\nanon_other_write_enable=YES\n"
+     "anon_world_readable_only=NO\nallow_writeable_chroot=YES\nanon_umask=022\n",
+     "ssl_enable=YES\nallow_anon_ssl=YES\nforce_anon_data_ssl=YES\nforce_anon_logins_ssl=YES\nssl_ciphers=HIGH\n"
+     "rsa_cert_file={CERT}\nrsa_private_key_file={KEY}\n"},
+    {"proftpd", "proftpd", " -n -c {CONFIG}", "",
+     "{MODULES}ServerType standalone\nDefaultAddress {ADDRESS}\nPort {PORT}\nUseIPv6 {IPV6}\nUser {USER}\n"
+     "PassivePorts {PORT2} {LAST}\nGroup {GROUP}\nPidFile {DIR}/pid\nScoreboardFile {DIR}/scoreboard\nSystemLog "
+     "{DIR}/log\n"
+     "AuthUserFile {DIR}/accounts\nAuthOrder mod_auth_file.c\nRequireValidShell off\nDelayEngine off\nWtmpLog off\n"
+     "TransferLog none\nAllowOverwrite on\nUseReverseDNS off\nDefaultRoot ~\n",
+     "LoadModule mod_tls.c\nTLSEngine on\nTLSRequired on\nTLSLog {DIR}/tls.log\nTLSECCertificateFile {CERT}\n"
+     "TLSECCertificateKeyFile {KEY}\n"},
+    {"pure_ftpd", "pure-ftpd",
+     " -4 -S 127.0.0.1,{PORT} -l puredb:{DIR}/accounts.pdb -p {PORT2}:{LAST} -P 127.0.0.1 -H -g {DIR}/pid -u 1 -A -E",
+     " -Y 3 -2 {PEM}", "", ""}};
+const FtpKind& kind_of(FtpBrand brand) { return kFtpKinds[static_cast<int>(brand)]; }
+
+}  // namespace
+
+std::string name_of(FtpBrand brand) { return kind_of(brand).name; }
+
+std::string FtpServer::missing(FtpBrand brand) {
+  const std::string reason = missing_program(kind_of(brand).program);
+  return reason.empty() && brand == FtpBrand::pure_ftpd ? missing_root() : reason;
+}
+
+FtpServer::FtpServer(const Options& options) : ServedFolder("ftp"), options_(options) {
+  const FtpKind& kind = kind_of(options.brand);
+  const std::string rest = options.brand == FtpBrand::pure_ftpd ? "/./::::::::::::\n" : ":/bin/sh\n";
+  const fs::path accounts = folder_.write(
+      "accounts", std::string(kUser) + ":" + kPasswordHash + ":" + session_ids() + files_.string() + rest);
+  fs::permissions(accounts, fs::perms::owner_read | fs::perms::owner_write);
+  if (options.brand == FtpBrand::pure_ftpd)
+    run_tool({"pure-pw", "mkdb", (folder_ / "accounts.pdb").string(), "-f", accounts.string()});
+  folder_.make_folder("empty");
+  const fs::path modules = servers_folder() / "usr/lib/proftpd";
+  Daemon daemon{
+      .command = std::string(kind.program) + kind.arguments + (options.tls ? kind.tls_arguments : ""),
+      .configuration = kind.configuration + std::string(options.tls ? kind.tls_configuration : "") + options.lines,
+      .values = {{"{FILES}", files_.string()},
+                 {"{LAUNCHER}", ::getpwuid(::geteuid())->pw_name},
+                 {"{USER}", ::getpwuid(session_user())->pw_name},
+                 {"{GROUP}", ::getgrgid(session_group())->gr_name},
+                 {"{MODULES}", fs::exists(modules) ? "ModulePath " + modules.string() + "\n" : ""},
+                 {"{ADDRESS}", options.ipv6 ? "::1" : "127.0.0.1"},
+                 {"{IPV6}", options.ipv6 ? "on" : "off"}},
+      .ports = 1 + kPassivePorts};
+  if (options.ipv6) daemon.ready = [](std::uint16_t port, auto) { return port_is_open(port, "::1"); };
+  if (options.implicit_tls) {
+    daemon.configuration += "implicit_ssl=YES\nlisten_port=" + std::to_string(kImplicitTlsPort) + "\n";
+    daemon.ready = [](auto...) { return port_is_open(kImplicitTlsPort); };
+  }
+  start(daemon);
+}
+
+std::string FtpServer::address() const {
+  if (options_.implicit_tls) return "127.0.0.1";
+  return options_.ipv6 ? "[::1]:" + std::to_string(port()) : ServerProcess::address();
+}
+
+std::string FtpServer::user() const { return options_.brand == FtpBrand::vsftpd ? "anonymous" : kUser; }
+std::string FtpServer::password() const { return options_.brand == FtpBrand::vsftpd ? "me@example.com" : kPassword; }
+
+namespace {
+
+// What of the machine the server sees otherwise. $0 lies in its private folder.
+constexpr const char* kSshNamespace =
+    "cd \"${0%/*}\" && mount --bind passwd /etc/passwd && mount --bind shadow /etc/shadow && "
+    "mount -t tmpfs none /run && mkdir -p -m 755 /run/sshd && mount -t tmpfs -o size=1m,mode=777 none files/full && "
+    "exec \"$@\"";
+
+constexpr const char* kSshd =
+    "Port {PORT}\nListenAddress 127.0.0.1\nHostKey {DIR}/host_key\nPidFile none\nUsePAM no\nUseDNS no\n"
+    "PasswordAuthentication yes\nKbdInteractiveAuthentication no\nStrictModes no\nMaxStartups 200\n"
+    "AuthorizedKeysFile {DIR}/user_key.pub\nSubsystem sftp internal-sftp\n";
+
+}  // namespace
+
+std::string SshServer::user() { return kUser; }
+std::string SshServer::password() { return kPassword; }
+
+std::string SshServer::missing() {
+  for (const std::string& reason : {missing_program("sshd"), missing_program("ssh-keygen"), missing_root()})
+    if (!reason.empty()) return reason;
+  return missing_network_namespaces();
+}
+
+SshServer::SshServer(const std::string& lines) : ServedFolder("ssh") {
+  make_folder("full");
+  for (const char* name : {"host_key", "user_key"})
+    run_tool({"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-C", "", "-f", (folder_ / name).string()});
+  folder_.write("passwd", "root:x:0:0::/root:/bin/sh\nsshd:x:65533:65534::/run/sshd:/usr/sbin/nologin\n" + user() +
+                              ":x:" + session_ids() + files_.string() + ":/bin/sh\n");
+  folder_.write("shadow", user() + ":" + kPasswordHash + ":19000:0:99999:7:::\n");
+  folder_.write("start", kSshNamespace);
+  // A process namespace as well: sshd's sessions leave its process group, and are to end with it.
+  start({.command = "unshare -m -p --fork --kill-child sh {DIR}/start {SSHD} -D -e -f {CONFIG}",
+         .configuration = lines + "\n" + kSshd,
+         .values = {{"{SSHD}", find_program("sshd")->string()}}});
+}
+
+std::string SshServer::host_key() const {
+  const std::string line = read_file(folder_ / "host_key.pub");
+  return line.substr(0, line.find_last_not_of(" \n") + 1);
+}
+
+}  // namespace yinet::test
