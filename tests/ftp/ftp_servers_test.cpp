@@ -103,16 +103,15 @@ TEST_P(FtpMatrix, MovesFiles) {
   EXPECT_EQ(ftp.get_last_mesnum(), 221);
   EXPECT_THAT(log.numbers(), testing::IsEmpty());
 
-  // The authority is unknown here: scripts take it, unless the host wants every server verified. Pure-FTPd resumes no
-  // session on a data connection, which knows no authorities of its own.
-  if (!options.tls || options.brand == FtpBrand::pure_ftpd) return;
+  // The authority is unknown here: scripts take it, unless the host wants every server verified.
+  if (!options.tls) return;
   const SettingChange verify(settings::kTlsVerifyAlways, "1");
   OpenFtps unknown = client("");
   EXPECT_EQ(unknown.connect(), -1);
   EXPECT_EQ(unknown.get_last_command(), "AUTH TLS") << "no name and no password went out";
   OpenFtps known = client(Certificates::shared().ca_folder().string());
   ASSERT_EQ(known.connect(), 0) << known.get_last_mes(0).Ptr();
-  EXPECT_EQ(known.upload_file(source, "f", 2), 0) << "the data connection goes on with that session";
+  EXPECT_EQ(known.upload_file(source, "f", 2), 0) << "the data connection trusts whom this one trusts";
 }
 
 INSTANTIATE_TEST_SUITE_P(Servers, FtpMatrix, testing::ValuesIn(places()),

@@ -164,7 +164,8 @@ class YINET_API SecureSocket {
   // Called by Send and send_rest on their thread with the bytes taken so far, after each piece. It must not throw.
   void on_sent(std::function<void(std::size_t)> observer);
   // To be called before this object's own TLS begins, and for each connection anew: it will resume the newest TLS session
-  // of `other` and expects the same server name in the certificate. Servers demand that of FTP data connections.
+  // of `other`, trusts the same authorities and expects the same server name in the certificate. Servers demand that of FTP
+  // data connections.
   void resume_session_of(const SecureSocket& other);
   // Lets this object's TLS connections resume sessions that earlier ones of the process to the same server, checked in the
   // same way, have left (at most kTlsSessionsKept), and leave theirs at Close. Off by default; not for contexts with

@@ -75,7 +75,8 @@ bool SecureSocket::InitSSLClientContext(const YString& certificates, const bool&
     }
     const bool verify = must_verify(ignoreVerification);
     if (verify && certificates.IsEmpty()) trust_system(sslContext);
-    state_->trusts_system = certificates.IsEmpty();
+    if (state_->authorities) SSL_CTX_set1_cert_store(sslContext, state_->authorities.get());
+    state_->trusts_system = certificates.IsEmpty() && !state_->authorities;
     ignoreCertificateVerification = !verify;
     SSL_CTX_set_verify(sslContext, verify ? SSL_VERIFY_PEER : SSL_VERIFY_NONE, nullptr);
     SSL_CTX_set_options(sslContext, SSL_OP_ALL);
@@ -219,6 +220,9 @@ void SecureSocket::resume_session_of(const SecureSocket& other) {
   contained(0, [&] {
     state_->certificate_host = expected_host(*other.state_);
     state_->resumed = resumable_session(session_of(other.bio));
+    X509_STORE* const authorities = other.sslContext ? SSL_CTX_get_cert_store(other.sslContext) : nullptr;
+    if (authorities != nullptr) X509_STORE_up_ref(authorities);
+    state_->authorities.reset(authorities);
     return 0;
   });
 }

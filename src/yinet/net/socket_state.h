@@ -19,8 +19,9 @@ struct SocketState {
   std::string host;
   std::string refusal;  // why the last target must not be connected to; empty when it may
 
-  // --- A data channel's borrowed identity: whose server it expects, and the session to resume (may be null) ---
+  // --- What a data channel borrows: whose server it expects, whom it trusts, the session to resume (both may be null) ---
   std::string certificate_host;  // empty: `host`
+  AuthoritiesHandle authorities;
   SslSessionHandle resumed;
 
   // --- Sessions shared with other connections of the process (TlsSessionStore) ---
