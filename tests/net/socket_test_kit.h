@@ -5,15 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <chrono>
-#include <functional>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "support/log_capture.h"
-#include "support/ports.h"
 #include "support/resource_check.h"
 #include "support/scripted_peer.h"
 #include "yinet/host/message_numbers.h"
@@ -30,7 +24,6 @@ class OpenSocket : public SecureSocket {
 
   using SecureSocket::bio;
   using SecureSocket::blocking;
-  using SecureSocket::GetBinaryFromReceive;
   using SecureSocket::keyText;
   using SecureSocket::openSSL_Lock;
   using SecureSocket::password_cb;
@@ -57,7 +50,7 @@ class SettingChange {
   const Setting& setting_;
 };
 
-// Every socket test logs into memory and does without the pause after a connect.
+// Every socket test does without the pause after a connect.
 class SocketTest : public testing::Test {
  protected:
   LogCapture log;

@@ -49,7 +49,6 @@ using namespace message;
 const Dialogue kDialogues[] = {
     {5, "", {kOpen5, {kRequest5, kGranted5}}, 0},
     {5, "me", {{"05 02 00 02", "05 00"}, {kRequest5, kGranted5}}, 0},
-    {5, "me", {kOffer5, {kLogin5, "01 00"}, {kRequest5, kGranted5}}, 0},
     {5, "me", {kOffer5, {kLogin5, "01 00"}, {kRequest5, kNamed5}}, 0, {}, true},
     {5, "", {kOpen5, {kRequest5, kNamed5}}, 0},
     {5, "", {kOpen5, {kRequest5, "05 00 00 04 00000000000000000000000000000001 00 50"}}, 0},

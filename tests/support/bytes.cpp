@@ -1,24 +1,10 @@
 #include "support/bytes.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 
 namespace yinet::test {
-
-std::string printable(std::string_view bytes, std::size_t limit) {
-  std::string text;
-  for (const char byte : bytes.substr(0, limit)) {
-    std::array<char, 8> escape{};
-    const bool plain = byte >= 0x20 && byte <= 0x7E && byte != '\\';
-    std::snprintf(escape.data(), escape.size(), plain ? "%c" : "\\x%02x", static_cast<unsigned char>(byte));
-    text += byte == '\r' ? "\\r" : byte == '\n' ? "\\n" : escape.data();
-  }
-  if (bytes.size() > limit) text += "... (" + std::to_string(bytes.size()) + " bytes)";
-  return text;
-}
 
 std::string from_hex(std::string_view digits) {
   std::string all(digits), bytes;

@@ -7,9 +7,6 @@
 #include <openssl/x509v3.h>
 
 #include <array>
-#include <cstdint>
-#include <cstdio>
-#include <stdexcept>
 
 namespace yinet::test {
 namespace fs = std::filesystem;
@@ -60,10 +57,11 @@ PemPair Certificates::store(const std::string& name, const CertificateWish& wish
   const EVP_CIPHER* const cipher = password.empty() ? nullptr : EVP_aes_256_cbc();
   const std::shared_ptr<BIO> certificate_file(BIO_new_file(pair.certificate.c_str(), "w"), BIO_free);
   const std::shared_ptr<BIO> key_file(BIO_new_file(pair.key.c_str(), "w"), BIO_free);
-  require_openssl(PEM_write_bio_X509(certificate_file.get(), subject) == 1, "write a certificate");
-  require_openssl(PEM_write_bio_PKCS8PrivateKey(key_file.get(), own_key.get(), cipher, password.data(),
-                                                static_cast<int>(password.size()), nullptr, nullptr) == 1,
-                  "write a key");
+  const auto size = static_cast<int>(password.size());
+  require_openssl(PEM_write_bio_X509(certificate_file.get(), subject) == 1 &&
+                      PEM_write_bio_PKCS8PrivateKey(key_file.get(), own_key.get(), cipher, password.data(), size,
+                                                    nullptr, nullptr) == 1,
+                  "write " + name);
   static_cast<void>(BIO_flush(certificate_file.get()) + BIO_flush(key_file.get()));
   write_file(pair.both, read_file(pair.key) + read_file(pair.certificate));
   for (const fs::path& file : {pair.key, pair.both})
@@ -96,16 +94,15 @@ PemPair Certificates::make(const std::string& name, const CertificateWish& wish)
 
 TlsContext::TlsContext(SSL_CTX* context, TlsVersion version, const PemPair& own, const fs::path& ca_file)
     : context_(context, SSL_CTX_free) {
-  require_openssl(context != nullptr, "make a TLS context");
-  if (!own.certificate.empty()) {
-    require_openssl(SSL_CTX_use_certificate_chain_file(context, own.certificate.c_str()) == 1,
-                    own.certificate.string());
-    require_openssl(SSL_CTX_use_PrivateKey_file(context, own.key.c_str(), SSL_FILETYPE_PEM) == 1, own.key.string());
-  }
+  bool good = context != nullptr;
+  if (!own.certificate.empty())
+    good = good && SSL_CTX_use_certificate_chain_file(context, own.certificate.c_str()) == 1 &&
+           SSL_CTX_use_PrivateKey_file(context, own.key.c_str(), SSL_FILETYPE_PEM) == 1;
   if (!ca_file.empty()) {
-    require_openssl(SSL_CTX_load_verify_locations(context, ca_file.c_str(), nullptr) == 1, ca_file.string());
+    good = good && SSL_CTX_load_verify_locations(context, ca_file.c_str(), nullptr) == 1;
     SSL_CTX_set_verify(context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
   }
+  require_openssl(good, "TLS context for " + own.certificate.string());
   SSL_CTX_set_mode(context, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
   // Without a scope of its own a session that holds a client certificate can't be resumed.
   constexpr unsigned char kSessionScope[] = "yinet-test";

@@ -1,15 +1,13 @@
-// Certificates made in the test process, as PEM files, and TLS contexts that use them. Keys are on the curve P-256, so a
-// certificate costs about a millisecond. What fails in OpenSSL throws std::runtime_error.
+// Certificates made in the test process, as PEM files, and TLS contexts that use them. What fails in OpenSSL throws
+// std::runtime_error.
 #pragma once
 
 #include <openssl/types.h>
 
 #include <chrono>
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <string>
 
 #include "support/temp_dir.h"
 

@@ -1,14 +1,17 @@
 #include "support/child_process.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <sstream>
-#include <stdexcept>
+#include <system_error>
+
+#include "support/requirements.h"
 
 namespace yinet::test {
 namespace fs = std::filesystem;
@@ -17,9 +20,9 @@ fs::path servers_folder() { return YINET_TEST_SERVERS; }
 
 std::optional<fs::path> find_program(std::string_view name) {
   const char* path = std::getenv("PATH");
-  const std::string unpacked = servers_folder().string();
-  std::istringstream folders(unpacked + "/usr/sbin:" + unpacked + "/usr/bin:" +
-                             (path != nullptr ? path : "/usr/bin:/bin") + ":/usr/local/sbin:/usr/sbin:/sbin");
+  std::istringstream folders(YINET_TEST_SERVERS "/usr/sbin:" YINET_TEST_SERVERS "/usr/bin:" +
+                             std::string(path != nullptr ? path : "/usr/bin:/bin") +
+                             ":/usr/local/sbin:/usr/sbin:/sbin");
   for (std::string folder; std::getline(folders, folder, ':');) {
     const fs::path candidate = fs::path(folder) / name;  // `name` alone when it is a whole path
     std::error_code ignored;
@@ -28,34 +31,26 @@ std::optional<fs::path> find_program(std::string_view name) {
   return std::nullopt;
 }
 
-ChildProcess::ChildProcess(const ChildOptions& options) {
-  const auto program = find_program(options.argv.at(0));
-  if (!program) throw std::runtime_error("no such program: " + options.argv[0]);
+ChildProcess::ChildProcess(const Words& command, const Environment& environment, std::string_view input) {
+  const auto program = find_program(command.at(0));
+  if (!program) throw std::runtime_error("no such program: " + command[0]);
   // env and setpriv put themselves in the program's place; the kernel forgets the bond only when a program gains rights.
-  std::vector<std::string> words = {"env"};
-  for (const auto& [name, value] : options.environment) words.push_back(name + "=" + value);
+  Words words = {"env", "--default-signal=PIPE"};
+  for (const auto& [name, value] : environment) words.push_back(name + "=" + value);
   words.insert(words.end(), {"setpriv", "--pdeathsig", "TERM", "--", program->string()});
-  words.insert(words.end(), options.argv.begin() + 1, options.argv.end());
+  words.insert(words.end(), command.begin() + 1, command.end());
   std::vector<char*> argv;
   for (std::string& word : words) argv.push_back(word.data());
   argv.push_back(nullptr);
-  const fs::path input = options.standard_input ? folder_.write("in", *options.standard_input) : fs::path("/dev/null");
-
   posix_spawn_file_actions_t files;
   posix_spawn_file_actions_init(&files);
-  posix_spawn_file_actions_addopen(&files, 0, input.c_str(), O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&files, 0, folder_.write("in", input).c_str(), O_RDONLY, 0);
   posix_spawn_file_actions_addopen(&files, 1, folder_.write("out", "").c_str(), O_WRONLY | O_APPEND, 0);
   posix_spawn_file_actions_addopen(&files, 2, folder_.write("err", "").c_str(), O_WRONLY | O_APPEND, 0);
   posix_spawn_file_actions_addclosefrom_np(&files, 3);
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  sigset_t none, pipe;
-  sigemptyset(&none);
-  sigemptyset(&pipe);
-  sigaddset(&pipe, SIGPIPE);
-  posix_spawnattr_setsigmask(&attributes, &none);
-  posix_spawnattr_setsigdefault(&attributes, &pipe);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
   const int error = posix_spawnp(&pid_, "env", &files, &attributes, argv.data(), environ);
   posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&files);
@@ -89,14 +84,49 @@ int ChildProcess::stop() {
   return exit_code_.value_or(-1);
 }
 
-CommandResult run_command(const ChildOptions& options) {
-  ChildProcess child(options);
+CommandResult run_command(const Words& command, const Environment& environment, std::string_view input) {
+  ChildProcess child(command, environment, input);
   const std::optional<int> code = child.wait();
   return {code ? *code : child.stop(), child.output(), child.errors()};
 }
 
-CommandResult run_command(std::vector<std::string> argv, std::string standard_input) {
-  return run_command({.argv = std::move(argv), .environment = {}, .standard_input = std::move(standard_input)});
+std::string missing_program(std::string_view name) {
+  return find_program(name) ? "" : "the program " + std::string(name) + " is not installed";
+}
+
+std::string missing_root() { return ::geteuid() == 0 ? "" : "only root can start this server with logins of its own"; }
+
+std::string missing_network_namespaces() {
+  static const CommandResult probe = run_command(in_network_namespace({"true"}));
+  return probe.exit_code == 0 ? "" : "this machine lets no user make a network namespace: " + probe.errors;
+}
+
+std::string missing_ipv6() {
+  try {
+    listen_on("::1", 0);
+    return {};
+  } catch (const std::system_error&) {
+    return "the loopback has no IPv6 address";
+  }
+}
+
+Words in_network_namespace(Words command, const std::string& resolver) {
+  constexpr const char* kScript =  // ordinary users lack the folder of ip
+      "PATH=$PATH:/usr/sbin:/sbin; ip link set lo up && { [ -z \"$0\" ] || mount --bind \"$0\" /etc/resolv.conf; } && "
+      "exec \"$@\"";
+  // Root needs no user namespace, which some machines and every changed root directory refuse.
+  command.insert(command.begin(), {"unshare", ::geteuid() == 0 ? "-mn" : "-rmn", "sh", "-c", kScript, resolver});
+  return command;
+}
+
+void enter_mount_namespace() {
+  if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    throw std::system_error(errno, std::generic_category(), "own mount namespace");
+}
+
+void enter_network_namespace() {
+  if (::unshare(CLONE_NEWNET) != 0 || run_command({"ip", "link", "set", "lo", "up"}).exit_code != 0)
+    throw std::system_error(errno, std::generic_category(), "own network namespace");
 }
 
 }  // namespace yinet::test

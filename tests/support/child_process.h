@@ -3,31 +3,25 @@
 
 #include <sys/types.h>
 
-#include <filesystem>
 #include <map>
 #include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
-#include "support/deadline.h"
+#include "support/ports.h"
 #include "support/temp_dir.h"
 
 namespace yinet::test {
 
-struct ChildOptions {
-  std::vector<std::string> argv;                   // argv[0] is looked for by find_program()
-  std::map<std::string, std::string> environment;  // on top of the test's own
-  std::optional<std::string> standard_input;       // absent: /dev/null
-};
+using Words = std::vector<std::string>;                  // of a command; find_program() looks for the first one
+using Environment = std::map<std::string, std::string>;  // on top of the test's own
 
 // A running program in a session and process group of its own, so that stop() reaches what it forks as well; whatever it
-// leaves behind there is killed when it ends. It inherits descriptors 0 to 2 only, no blocked signal, and SIGPIPE at its
-// default. The destructor stops it. Should the test process die before, the kernel sends it SIGTERM; that bond is to the
-// thread that made this object, so make it in one that lives as long. Not thread-safe.
+// leaves behind there is killed when it ends. It inherits descriptors 0 to 2 only, and SIGPIPE at its default. The
+// destructor stops it. Should the test process die before, the kernel sends it SIGTERM; that bond is to the thread that made
+// this object, so make it in one that lives as long. Not thread-safe.
 class ChildProcess {
  public:
-  explicit ChildProcess(const ChildOptions& options);  // throws std::runtime_error when it can't be started
+  // Throws std::runtime_error when it can't be started.
+  explicit ChildProcess(const Words& command, const Environment& environment = {}, std::string_view input = {});
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
   ~ChildProcess() { stop(); }
@@ -47,14 +41,11 @@ class ChildProcess {
 };
 
 struct CommandResult {
-  int exit_code = -1;  // 128 + signal number for a killed program
-  std::string output;
-  std::string errors;
+  int exit_code = -1;
+  std::string output, errors;
 };
-
 // Runs a program to its end; one that takes longer than kPatience is ended.
-CommandResult run_command(const ChildOptions& options);
-CommandResult run_command(std::vector<std::string> argv, std::string standard_input = {});
+CommandResult run_command(const Words& command, const Environment& environment = {}, std::string_view input = {});
 
 // A path with "/" as it is; a name in the folder of unpacked servers, along $PATH, then in the folders for daemons, which
 // the path of an ordinary user lacks. Empty when it isn't there.

@@ -1,15 +1,7 @@
-// DNS on loopback: a real server with zones of the test's own, and one that answers as a test says, with messages byte by
-// byte (RFC 1035).
+// DNS on loopback: a real server with zones of the test's own, and one that answers as a test says (RFC 1035).
 #pragma once
 
-#include <cstdint>
-#include <functional>
 #include <mutex>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <thread>
-#include <vector>
 
 #include "support/servers.h"
 
@@ -28,8 +20,7 @@ struct DnsQuery {
 // A reply under construction; every function changes it and returns it. Names go out uncompressed, nothing is checked.
 class DnsMessage {
  public:
-  // Same id and question, marked as an answer without errors.
-  static DnsMessage reply_to(const DnsQuery& query) { return DnsMessage(query); }
+  static DnsMessage reply_to(const DnsQuery& query) { return DnsMessage(query); }  // an answer without errors
 
   DnsMessage& code(unsigned response_code) { return flag(3, response_code); }  // 2 server failure, 3 no such name ...
   DnsMessage& truncated() { return flag(2, 2); }                               // nothing is cut
@@ -50,8 +41,7 @@ struct DnsZone {
   std::optional<std::string> records;  // lines below SOA and NS; absent: the zone fails (server failure)
 };
 
-// Knot DNS, authoritative for the given zones and nothing else: other names are refused. UDP and TCP.
-//   KnotServer dns({{"x.test", "www A 192.0.2.1\n@ MX 10 mail\n"}});
+// Knot DNS, authoritative for the given zones and nothing else: other names are refused.
 class KnotServer : public ServerProcess {
  public:
   explicit KnotServer(const std::vector<DnsZone>& zones);
@@ -61,8 +51,7 @@ class KnotServer : public ServerProcess {
 // The bytes of the reply, or none at all for silence. Called on the server's thread, for one query at a time.
 using DnsHandler = std::function<std::string(const DnsQuery&)>;
 
-// Answers on a free UDP port of 127.0.0.1; over TCP it refuses. Bytes that can't be read as a query, and exceptions of
-// the handler, become failures of the test.
+// Answers on a free UDP port of 127.0.0.1; over TCP it refuses.
 class ScriptedDnsServer {
  public:
   explicit ScriptedDnsServer(DnsHandler handler);

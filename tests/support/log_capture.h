@@ -6,8 +6,8 @@
 
 #include "yinet/host/ylog.h"
 
-// Collects everything that is logged while it lives, from all threads, and gives the log back to the default sink at its
-// end. One at a time.
+// Collects everything that is logged while it lives, from all threads. One at a time; a thread of the test that still logs
+// must have ended before it does.
 class LogCapture {
  public:
   LogCapture() {
@@ -18,10 +18,8 @@ class LogCapture {
   }
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
-  // A thread of the test that still logs must have ended before.
   ~LogCapture() { yinet::set_log_sink(nullptr); }
 
-  // What was logged up to now, oldest first.
   [[nodiscard]] std::vector<yinet::LogRecord> records() const {
     const std::lock_guard guard(mutex_);
     return records_;
@@ -30,8 +28,7 @@ class LogCapture {
   [[nodiscard]] std::vector<int> numbers() const {
     std::vector<int> numbers;
     for (const yinet::LogRecord& record : records())
-      if (record.kind == yinet::LogKind::event || record.kind == yinet::LogKind::error)
-        numbers.push_back(record.number);
+      if (record.kind <= yinet::LogKind::error) numbers.push_back(record.number);
     return numbers;
   }
   // The last record with this number; an empty one (number 0) when there is none.

@@ -1,15 +1,12 @@
 #include "support/ports.h"
 
-#include <netdb.h>
-#include <netinet/in.h>
+#include <arpa/inet.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cstring>
-#include <mutex>
 #include <stdexcept>
 #include <system_error>
 
@@ -31,18 +28,15 @@ bool Signal::is_set() const {
 }
 
 SocketAddress::SocketAddress(const std::string& address, std::uint16_t port) {
-  addrinfo hints{};
-  hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
-  addrinfo* found = nullptr;
-  if (::getaddrinfo(address.c_str(), std::to_string(port).c_str(), &hints, &found) != 0)
-    throw std::invalid_argument("not a numeric address: " + address);
-  size_ = found->ai_addrlen;
-  std::memcpy(&storage_, found->ai_addr, size_);
-  ::freeaddrinfo(found);
+  const bool is_ipv6 = address.find(':') != std::string::npos;
+  storage_.sin6_family = is_ipv6 ? AF_INET6 : AF_INET;
+  storage_.sin6_port = htons(port);  // for IPv4 at the same place, and the address where IPv6 has its flow
+  ::inet_pton(storage_.sin6_family, address.c_str(),
+              is_ipv6 ? static_cast<void*>(&storage_.sin6_addr) : &storage_.sin6_flowinfo);
 }
 
 std::uint16_t local_port(int socket) {
-  sockaddr_in6 address{};  // for IPv4 the port lies at the same place
+  sockaddr_in6 address{};
   socklen_t size = sizeof(address);
   ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size);
   return ntohs(address.sin6_port);
@@ -103,10 +97,8 @@ ReservedPorts::ReservedPorts(std::size_t count) {
 }
 
 std::uint16_t refused_port() {
-  static std::mutex mutex;
-  static std::vector<ReservedPorts> kept;
-  const std::lock_guard lock(mutex);
-  return kept.emplace_back()[0];
+  static const ReservedPorts kept;
+  return kept[0];
 }
 
 bool port_is_open(std::uint16_t port, const std::string& address) {

@@ -1,19 +1,39 @@
-// Descriptors, loopback addresses, and ports: for servers that must be told theirs, and where connecting fails.
+// Descriptors, waiting with a limit, and ports: for servers that must be told theirs, and where connecting fails.
 #pragma once
 
-#include <sys/socket.h>
+#include <netinet/in.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 namespace yinet::test {
 
+using std::chrono::milliseconds;
+
+// How long anything that should happen at once may take on a loaded machine under a sanitizer. Such limits are never a way
+// to synchronise: they only decide how long a test that has already failed may take to say so.
+inline constexpr milliseconds kPatience{30000};
+
+// For what can't be waited for with poll(): looks again and again until the predicate is true or the time is over, and
+// returns whether it became true.
+template <class Predicate>
+bool eventually(Predicate predicate, milliseconds patience = kPatience) {
+  const auto end = std::chrono::steady_clock::now() + patience;
+  for (milliseconds nap{1}; !predicate(); nap = std::min(nap * 2, milliseconds(10))) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(nap);
+  }
+  return true;
+}
+
 // An open descriptor and its owner.
 class FileDescriptor {
  public:
-  FileDescriptor() = default;
   explicit FileDescriptor(int number) : number_(number) {}
   FileDescriptor(FileDescriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
   FileDescriptor& operator=(FileDescriptor&& other) noexcept { return std::swap(number_, other.number_), *this; }
@@ -24,7 +44,7 @@ class FileDescriptor {
   void close();
 
  private:
-  int number_ = -1;
+  int number_;
 };
 
 // Poll-able yes/no that starts as "no" and can be turned to "yes" once, from any thread.
@@ -39,16 +59,15 @@ class Signal {
   FileDescriptor event_;
 };
 
-// A numeric IPv4 or IPv6 address with a port, for bind() and connect(). Throws std::invalid_argument.
+// A numeric IPv4 or IPv6 address with a port, for bind() and connect().
 class SocketAddress {
  public:
   SocketAddress(const std::string& address, std::uint16_t port);
   [[nodiscard]] const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&storage_); }
-  [[nodiscard]] socklen_t size() const { return size_; }
+  [[nodiscard]] socklen_t size() const { return sizeof(storage_); }
 
  private:
-  sockaddr_storage storage_{};
-  socklen_t size_ = 0;
+  sockaddr_in6 storage_{};
 };
 std::uint16_t local_port(int socket);
 
@@ -56,18 +75,15 @@ std::uint16_t local_port(int socket);
 // the accepted connections. Throws std::system_error.
 FileDescriptor listen_on(const std::string& address, std::uint16_t port, int backlog = 128, int receive_buffer = 0);
 
-// For every thread of the support: the host's signals belong to the host's threads.
-void block_all_signals();
+void block_all_signals();  // by every thread of the support: the host's signals belong to the host's threads
 
-// Ports in a row where nobody listened a moment ago and that no other ReservedPorts on this machine holds, in this process
-// or in another one. They lie below the range from which the kernel takes the source ports of outgoing connections. A
-// program outside the tests could still take one: servers are started with a retry. Holds one descriptor per port.
+// Ports in a row where nobody listened a moment ago and that no other ReservedPorts on this machine holds. They lie below
+// the range from which the kernel takes the source ports of outgoing connections. A program outside the tests could still
+// take one: servers are started with a retry. Holds one descriptor per port.
 class ReservedPorts {
  public:
   explicit ReservedPorts(std::size_t count = 1);  // throws std::runtime_error when none are left
-
   [[nodiscard]] std::uint16_t operator[](std::size_t index) const { return static_cast<std::uint16_t>(first_ + index); }
-  [[nodiscard]] std::uint16_t last() const { return (*this)[claims_.size() - 1]; }
 
  private:
   unsigned first_ = 0;
@@ -81,8 +97,7 @@ std::uint16_t refused_port();
 // Whether somebody accepts connections there. Makes one and closes it at once.
 bool port_is_open(std::uint16_t port, const std::string& address = "127.0.0.1");
 
-// Connects never come about here: a listener that accepts nobody and whose queue is full, so that the kernel drops every
-// further attempt unanswered.
+// Connects never come about here: a listener that accepts nobody and whose queue is full.
 class FullListener {
  public:
   FullListener();  // throws std::runtime_error

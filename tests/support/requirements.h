@@ -4,9 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <string_view>
-#include <vector>
+#include "support/child_process.h"
 
 namespace yinet::test {
 
@@ -16,23 +14,19 @@ std::string missing_root();
 std::string missing_network_namespaces();
 std::string missing_ipv6();
 
-// The command line `argv` in a network (and mount) namespace of its own, for any user: no interface but an own loopback,
-// and so all ports free, those below 1024 included. The file `resolver` takes the place of /etc/resolv.conf there.
-// Needs YINET_REQUIRE_NETWORK_NAMESPACES().
-std::vector<std::string> in_network_namespace(std::vector<std::string> argv, const std::string& resolver = {});
+// The command in a network (and mount) namespace of its own, for any user: no interface but an own loopback, and so all
+// ports free, those below 1024 included. The file `resolver` takes the place of /etc/resolv.conf there.
+Words in_network_namespace(Words command, const std::string& resolver = {});
 
 // For good, and with the processes and threads it starts later, the calling thread gets mounts, or a network that is only a
-// loopback, of its own. For root, and under the same need.
+// loopback, of its own. For root.
 void enter_mount_namespace();
 void enter_network_namespace();
 
 }  // namespace yinet::test
 
-#define YINET_SKIP_FOR(reason)                             \
-  do {                                                     \
-    const std::string skip_reason = (reason);              \
-    if (!skip_reason.empty()) GTEST_SKIP() << skip_reason; \
-  } while (false)
+#define YINET_SKIP_FOR(reason) \
+  if (const std::string skip_reason = (reason); !skip_reason.empty()) GTEST_SKIP() << skip_reason
 
 #define YINET_REQUIRE_PROGRAM(name) YINET_SKIP_FOR(::yinet::test::missing_program(name))
 #define YINET_REQUIRE_ROOT() YINET_SKIP_FOR(::yinet::test::missing_root())

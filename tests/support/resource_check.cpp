@@ -6,7 +6,7 @@
 #include <fstream>
 #include <thread>
 
-#include "support/deadline.h"
+#include "support/ports.h"
 
 namespace yinet::test {
 namespace fs = std::filesystem;

@@ -2,27 +2,21 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <poll.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <climits>
-#include <stdexcept>
 #include <system_error>
-
-#include "support/bytes.h"
 
 namespace yinet::test {
 namespace {
 
-std::string counted(std::string_view bytes) {
-  return std::to_string(bytes.size()) + " bytes \"" + printable(bytes, 200) + "\"";
+std::string shown(std::string_view bytes) {
+  return std::to_string(bytes.size()) + " bytes " + testing::PrintToString(std::string(bytes.substr(0, 500)));
 }
 
 }  // namespace
@@ -106,7 +100,7 @@ bool Connection::more() {
 
 void Connection::expect(std::string_view bytes) {
   while (inbox_.size() < bytes.size() && bytes.starts_with(inbox_)) need_more();
-  if (!inbox_.starts_with(bytes)) fail("expected " + counted(bytes) + ", came " + counted(inbox_));
+  if (!inbox_.starts_with(bytes)) fail("expected " + shown(bytes) + ", came " + shown(inbox_));
   inbox_.erase(0, bytes.size());
 }
 
@@ -133,7 +127,7 @@ std::string Connection::read_to_end() {
 }
 
 void Connection::expect_end() {
-  if (!inbox_.empty() || more()) fail("expected the end, came " + counted(inbox_));
+  if (!inbox_.empty() || more()) fail("expected the end, came " + shown(inbox_));
   if (rude_) fail("the client has ended without close_notify or reset the connection");
 }
 
@@ -160,7 +154,7 @@ bool Connection::push(std::string_view bytes, bool insist) {
 }
 
 void Connection::send(std::string_view bytes) {
-  if (!push(bytes, true)) fail("the client has ended before it took " + counted(bytes));
+  if (!push(bytes, true)) fail("the client has ended before it took " + shown(bytes));
 }
 
 void Connection::send_slowly(std::string_view bytes, milliseconds pause_between) {
@@ -180,24 +174,20 @@ void Connection::start_tls(const TlsContext& context) {
 }
 
 bool Connection::try_tls(const TlsContext& context) {
-  if (!inbox_.empty()) fail("before TLS came " + counted(inbox_));
+  if (!inbox_.empty()) fail("before TLS came " + shown(inbox_));
   tls_ = context.new_session();
   SSL_set_fd(tls_.get(), socket_.get());
   for (;;) {
     ERR_clear_error();
     const int result = SSL_is_server(tls_.get()) ? SSL_accept(tls_.get()) : SSL_connect(tls_.get());
     if (result == 1) break;
-    const int error = SSL_get_error(tls_.get(), result);
-    if (error != SSL_ERROR_WANT_READ && error != SSL_ERROR_WANT_WRITE) return false;
-    wait(error == SSL_ERROR_WANT_READ ? POLLIN : POLLOUT);
+    if (!must_retry(result, true)) return false;
+    wait(SSL_want_write(tls_.get()) ? POLLOUT : POLLIN);
   }
   tls_up_ = true;
   TlsInfo info;
   if (const char* name = SSL_get_servername(tls_.get(), TLSEXT_NAMETYPE_host_name)) info.server_name = name;
   info.session_reused = SSL_session_reused(tls_.get()) == 1;
-  std::array<char, 256> subject{};
-  if (const X509* certificate = SSL_get0_peer_certificate(tls_.get()))
-    info.peer_subject = X509_NAME_oneline(X509_get_subject_name(certificate), subject.data(), subject.size());
   const std::lock_guard lock(end_.mutex_);
   record_.tls = info;
   return true;
@@ -228,8 +218,6 @@ void Connection::reset() {
   socket_.close();
 }
 
-// --- ScriptedEnd ---
-
 void ScriptedEnd::start(FileDescriptor connected, const ConnectionScript& script) {
   const int on = 1;
   ::setsockopt(connected.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
@@ -255,8 +243,7 @@ std::size_t ScriptedEnd::connection_count() const {
 
 void ScriptedEnd::finish() {
   if (finished_) return;
-  const std::string failures = take_failures();
-  if (!failures.empty()) ADD_FAILURE() << failures;
+  EXPECT_EQ(take_failures(), "");
 }
 
 std::string ScriptedEnd::take_failures() {
@@ -267,14 +254,11 @@ std::string ScriptedEnd::take_failures() {
   finished_ = true;
   std::string text;
   for (const ConnectionRecord& record : records_)
-    if (!record.failure.empty())
-      text += name_ + ": " + record.failure + "\nafter " + printable(record.received, 2000) + "\n";
+    if (!record.failure.empty()) text += name_ + ": " + record.failure + "\nafter " + shown(record.received) + "\n";
   if (records_.size() < needed_ || unexpected_ > 0)
     text += name_ + ": " + std::to_string(records_.size()) + " connections came, not " + std::to_string(needed_) + "\n";
   return text;
 }
-
-// --- ScriptedPeer, ScriptedClient ---
 
 ScriptedPeer::ScriptedPeer(std::vector<ConnectionScript> scripts, int receive_buffer, bool repeat) {
   FileDescriptor listener = listen_on("127.0.0.1", 0, 128, receive_buffer);
@@ -291,12 +275,9 @@ ScriptedPeer::ScriptedPeer(std::vector<ConnectionScript> scripts, int receive_bu
       last = !socket.valid() && watched[1].revents != 0;
       if (!socket.valid()) continue;
       const std::size_t index = repeat ? 0 : connection_count();
-      if (index < scripts.size() && scripts[index]) {
-        start(std::move(socket), scripts[index]);
-      } else {
-        ++unexpected_;
-        start(std::move(socket), &Connection::reset);
-      }
+      const bool expected = index < scripts.size();
+      if (!expected) ++unexpected_;
+      start(std::move(socket), expected ? scripts[index] : &Connection::reset);
     }
   });
 }

@@ -1,25 +1,13 @@
 // Peers whose every byte a test writes down: what they expect, what they send, in which pieces, and how they end. For what
 // real servers will not do.
-//
 //   ScriptedPeer peer(Script().read_until("\r\n\r\n").send("HTTP/1.1 200 OK\r\n\r\n").reset());
-//   ... a client talks to peer.port() ...
-//   EXPECT_EQ(peer.received(), "GET / HTTP/1.1\r\n...");
-//
-// A script that can't be followed (other bytes than expected, a client that closes too early, silence where bytes should
-// come) becomes a failure of the running test.
+// A script that can't be followed (other bytes than expected, an early end, silence) is a failure of the running test.
 #pragma once
 
 #include <deque>
 #include <functional>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <string_view>
-#include <thread>
-#include <vector>
 
 #include "support/certificates.h"
-#include "support/deadline.h"
 #include "support/ports.h"
 
 namespace yinet::test {
@@ -28,7 +16,6 @@ namespace yinet::test {
 struct TlsInfo {
   std::string server_name;  // SNI as the client sent it, or empty
   bool session_reused = false;
-  std::string peer_subject;  // of the other side's certificate, one line; empty without one
 };
 
 struct ConnectionRecord {
@@ -38,9 +25,8 @@ struct ConnectionRecord {
 
 class ScriptedEnd;
 
-// One connection, as a script sees it. No step waits longer than kStepPatience for the client, or kGrace once the test
-// finishes the peer; a step that fails throws, which ends the script and is reported. "The client" is the other side.
-// Used by the script's own thread only.
+// One connection, as a script sees it, in the script's own thread. No step waits longer than kStepPatience for the client
+// (the other side), or kGrace once the test finishes the peer; a step that fails throws.
 class Connection {
  public:
   static constexpr milliseconds kStepPatience{20000};
@@ -105,8 +91,7 @@ class Connection {
 
 using ConnectionScript = std::function<void(Connection&)>;
 
-// A list of steps, each with the meaning of the Connection function of its name. Can be called again and again; copies
-// are independent.
+// A list of steps, each with the meaning of the Connection function of its name.
 class Script {
  public:
   Script& then(ConnectionScript step) { return steps_.push_back(std::move(step)), *this; }
@@ -151,17 +136,14 @@ class ScriptedEnd {
   ScriptedEnd(const ScriptedEnd&) = delete;
   ScriptedEnd& operator=(const ScriptedEnd&) = delete;
 
-  // Everything that connection number `index` has received so far: application bytes once TLS is up. When a write was the
-  // client's last act, call finish() first.
+  // What connection number `index` has received so far. When a write was the client's last act, call finish() first.
   [[nodiscard]] std::string received(std::size_t index = 0) const { return look(index).received; }
   [[nodiscard]] TlsInfo tls(std::size_t index = 0) const { return look(index).tls; }
   [[nodiscard]] std::size_t connection_count() const;
 
-  // Lets all scripts run to their end, ends silences, closes everything and reports what went wrong as failures of the
-  // running test. The destructor does the same; a second call does nothing.
+  // Lets all scripts run to their end, ends silences, closes everything and reports what went wrong; once.
   void finish();
-  // Finishes, and returns what went wrong instead of reporting it (empty: nothing).
-  [[nodiscard]] std::string take_failures();
+  [[nodiscard]] std::string take_failures();  // the same, but returns what went wrong
 
  protected:
   ScriptedEnd() = default;
@@ -185,8 +167,8 @@ class ScriptedEnd {
 // A server: a listener on a free loopback port. Connections run side by side, each in its own thread.
 class ScriptedPeer : public ScriptedEnd {
  public:
-  // Exactly one connection, or one for each script in the order of their arrival. One that never comes is reported; any
-  // further one is reset and reported. A small receive buffer (bytes, 0: the system's) is for a client that shall get stuck.
+  // One connection for each script, in the order of their arrival: others are reset, and these and missing ones reported.
+  // A small receive buffer (bytes, 0: the system's) is for a client that shall get stuck.
   explicit ScriptedPeer(ConnectionScript script, int receive_buffer = 0)
       : ScriptedPeer(std::vector{std::move(script)}, receive_buffer, false) {}
   explicit ScriptedPeer(std::vector<ConnectionScript> in_order) : ScriptedPeer(std::move(in_order), 0, false) {}

@@ -40,16 +40,16 @@ void ServerProcess::start(const Daemon& daemon) {
                      {"{CONFIG}", folder + "/config"},
                      {"{PORT}", std::to_string(port())},
                      {"{PORT2}", std::to_string(port(1))},
-                     {"{LAST}", std::to_string(ports_->last())},
+                     {"{LAST}", std::to_string(port(daemon.ports - 1))},
                      {"{CERT}", pair.certificate.string()},
                      {"{KEY}", pair.key.string()},
                      {"{PEM}", pair.both.string()}};
     values.insert(daemon.values.begin(), daemon.values.end());
     folder_.write("config", filled(daemon.configuration, values));
-    ChildOptions child;
+    Words command;
     std::istringstream words(daemon.command);
-    for (std::string word; words >> word;) child.argv.push_back(filled(word, values));
-    child_.emplace(child);
+    for (std::string word; words >> word;) command.push_back(filled(word, values));
+    child_.emplace(command);
     if (serves(daemon)) return;
     const std::string log = fs::exists(folder_ / "log") ? read_file(folder_ / "log") : "";
     const std::string report = child_->output() + child_->errors() + log;

@@ -1,22 +1,13 @@
 // Real servers on loopback, each started with a configuration of its own in a private folder and ended with its object.
 // Constructors return when the server serves; they throw std::runtime_error with its output and log when it doesn't.
-// Make them in a thread that lives as long (see ChildProcess). `missing` says why a server can't run here: nothing when
-// it can; the others need YINET_REQUIRE_PROGRAM.
+// `missing` says why a server can't run here; the others need YINET_REQUIRE_PROGRAM.
 #pragma once
 
-#include <cstdint>
 #include <functional>
-#include <map>
-#include <optional>
 #include <ostream>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "support/certificates.h"
 #include "support/child_process.h"
-#include "support/ports.h"
-#include "support/temp_dir.h"
 
 namespace yinet::test {
 
@@ -54,8 +45,7 @@ class ServerProcess {
 //   /chunked/NAME   the same as a chunked body; /post/NAME: also for POST; /fault/NAME: with status 500 (for POST)
 //   /status/401     that code; /redirect/301 and 302: to /hello.txt, as an absolute URL
 //   /empty          200 with Content-Length 0; /cookies: 200 with three Set-Cookie lines
-//   /echo           the body of the request, in chunks; /request: its request line and header lines as they came
-// /chunked, /echo and /request need has_echo().
+//   /echo           the body of the request, in chunks; /request: its head as it came; both and /chunked need has_echo()
 class NginxServer : public ServerProcess {
  public:
   static constexpr std::string_view kIndex = "<html><body>It serves.</body></html>\n";
@@ -102,8 +92,7 @@ inline constexpr Route kRoutes[] = {{"direct", 0},
                                     {"socks5_password", 5, SocksServer::Brand::microsocks, "proxy user", "proxy pass"},
                                     {"socks4", 4}};
 
-// A server with one account. The account's folder is empty at first; as root, what is put there belongs to nobody, whom
-// such servers work as.
+// A server with one account. As root, what is put into its folder belongs to nobody, whom such servers work as.
 class ServedFolder : public ServerProcess {
  public:
   [[nodiscard]] const std::filesystem::path& folder() const { return files_; }
@@ -120,8 +109,7 @@ class ServedFolder : public ServerProcess {
 enum class FtpBrand { vsftpd, proftpd, pure_ftpd };
 std::string name_of(FtpBrand brand);
 
-// vsftpd and ProFTPD for any user, Pure-FTPd for root; in clear, or with TLS required for login and data, each with its
-// usual demands on data connections.
+// vsftpd and ProFTPD for any user, Pure-FTPd for root; in clear, or with TLS required for login and data.
 class FtpServer : public ServedFolder {
  public:
   struct Options {
@@ -142,8 +130,8 @@ class FtpServer : public ServedFolder {
   Options options_;
 };
 
-// OpenSSH's sshd for SFTP, for root. It runs in a mount namespace of its own, where the account exists and the folder
-// "full" is a disk of a megabyte; the machine's accounts are not touched.
+// OpenSSH's sshd for SFTP, for root, in a mount namespace of its own, where the account exists and the folder "full" is a
+// disk of a megabyte.
 class SshServer : public ServedFolder {
  public:
   explicit SshServer(const std::string& lines = {});  // more configuration

@@ -25,10 +25,7 @@ TempDir::TempDir(std::string_view name) {
 }
 
 TempDir::~TempDir() {
-  std::error_code error;
-  fs::remove_all(path_, error);
-  if (!error) return;
-  // It stops at the first folder without write permission (only root can pass it).
+  std::error_code error;  // remove_all() stops at the first folder without write permission
   for (const auto& entry : fs::recursive_directory_iterator(path_, error))
     if (entry.is_directory(error) && !entry.is_symlink(error))
       fs::permissions(entry.path(), fs::perms::owner_all, fs::perm_options::add, error);
@@ -46,18 +43,13 @@ fs::path TempDir::make_folder(std::string_view name) const {
   return path_ / name;
 }
 
-void TempDir::open_to_everybody() const {
-  using fs::perms;
-  fs::permissions(path_, perms::group_read | perms::group_exec | perms::others_read | perms::others_exec,
-                  fs::perm_options::add);
-}
+void TempDir::open_to_everybody() const { fs::permissions(path_, fs::perms(0755)); }
 
 std::string read_file(const fs::path& file) {
   std::ifstream stream(file, std::ios::binary);
   if (!stream) throw file_error("cannot open", file);
   std::ostringstream content;
-  if (stream.peek() != std::ifstream::traits_type::eof())
-    content << stream.rdbuf();  // nothing would count as a failure
+  content << stream.rdbuf();
   return std::move(content).str();
 }
 

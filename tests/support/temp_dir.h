@@ -7,8 +7,7 @@
 
 namespace yinet::test {
 
-// A new folder of mode 0700 below the system's folder for temporary files ($TMPDIR). The destructor removes it with all its
-// content, read-only sub-folders included; what can't be removed is left behind silently. Not thread-safe.
+// A new folder of mode 0700 below $TMPDIR. The destructor removes it with all its content, read-only sub-folders included.
 class TempDir {
  public:
   explicit TempDir(std::string_view name = "test");  // throws std::system_error
@@ -22,15 +21,13 @@ class TempDir {
   // Both make missing folders on the way and return the full path.
   std::filesystem::path write(std::string_view name, std::string_view content) const;
   std::filesystem::path make_folder(std::string_view name) const;
-
-  // Makes the folder readable for daemons that drop root for another user.
-  void open_to_everybody() const;
+  void open_to_everybody() const;  // for daemons that drop root for another user
 
  private:
   std::filesystem::path path_;
 };
 
-// Byte for byte; throw std::system_error when the file can't be read or written.
+// Both throw std::system_error.
 std::string read_file(const std::filesystem::path& file);
 void write_file(const std::filesystem::path& file, std::string_view content);
 
