@@ -6,19 +6,15 @@
 #include <array>
 #include <chrono>
 #include <list>
-#include <string>
 #include <thread>
 
 #include "support/dns_server.h"
 #include "support/log_capture.h"
-#include "support/ports.h"
 #include "support/requirements.h"
 #include "support/resource_check.h"
 #include "yinet/dns/dns_names.h"
 #include "yinet/dns/dns_reply.h"
-#include "yinet/dns/ynet_dns.h"
-#include "yinet/host/messages.h"
-#include "yinet/host/settings.h"
+#include "yinet/yinet.h"
 
 namespace yinet {
 namespace {
@@ -29,10 +25,6 @@ using namespace std::string_literals;
 
 class Lookup : public Test {
  protected:
-  ~Lookup() override {
-    for (const char* name : {"Server", "Zeitlimit", "Versuche"}) set_setting("DNS", name, std::nullopt);
-  }
-
   static void use_servers(const std::string& servers) { set_setting("DNS", "Server", servers); }
 
   static std::string address_of(const YString& name) {
@@ -40,20 +32,19 @@ class Lookup : public Test {
     std::array<char, INET_ADDRSTRLEN> text{};
     return address.s_addr ? inet_ntop(AF_INET, &address, text.data(), text.size()) : "";
   }
-  static std::vector<std::string> mail_servers_of(const YString& name) {
-    std::vector<std::string> lines;
+  static std::string mail_servers_of(const YString& name) {
+    YString all;
     const YObjectArray servers = YInetDNS.GetMailServerForDomain(name);
     for (int i = 0; i < servers.Count(); ++i)
-      lines.push_back((servers.ItemPtr(i)->GetString("PRIO") + " " + servers.ItemPtr(i)->GetString("SERVER")).str());
-    return lines;
+      all += servers.ItemPtr(i)->GetString("PRIO") + " " + servers.ItemPtr(i)->GetString("SERVER") + ",";
+    return all.str();
   }
   // The status in the one message that a failed lookup raises.
   int failure_of(const YString& name) {
     log_.clear();
     EXPECT_EQ(address_of(name), "");
-    EXPECT_THAT(log_.numbers(), ElementsAre(message::kDnsQueryFailed));
     const LogRecord record = log_.last(message::kDnsQueryFailed);
-    EXPECT_EQ(record.level, 6);
+    EXPECT_TRUE(log_.numbers().size() == 1 && record.level == 6);
     return std::stoi(record.text.substr(record.text.rfind("(status ") + 8));
   }
 
@@ -69,7 +60,6 @@ std::string silence(const DnsQuery&) { return {}; }
 TEST(SearchList, IsForNamesWithFewDotsAndLeavesOutWhatIsTooLong) {
   const std::vector<std::string> domains = {"one.test", std::string(250, 'd'), "two.test"};
   EXPECT_THAT(names_to_ask("www", domains, 1), ElementsAre("www.one.test", "www.two.test", "www"));
-  EXPECT_THAT(names_to_ask("www.", domains, 1), ElementsAre("www."));
   EXPECT_THAT(names_to_ask("www.x", domains, 2), ElementsAre("www.x.one.test", "www.x.two.test", "www.x"));
 }
 
@@ -81,10 +71,9 @@ TEST(DnsReply, EveryTruncationIsAServerFailure) {
   for (const auto& [type, whole] : wholes)
     for (std::size_t kept = 0; kept <= whole.size(); ++kept) {
       const std::vector<char> exact(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(kept));
+      const auto status = kept < whole.size() ? LookupStatus::server_failure : LookupStatus::found;
       DnsRecords records;
-      EXPECT_EQ(read_reply(type, {exact.data(), kept}, records),
-                kept < whole.size() ? LookupStatus::server_failure : LookupStatus::found)
-          << kept;
+      EXPECT_EQ(read_reply(type, {exact.data(), kept}, records), status) << kept;
     }
 }
 
@@ -98,14 +87,13 @@ TEST_F(Lookup, ARealServerAnswers) {
   use_servers(knot.target());
   EXPECT_EQ(address_of("many.x.test"), "192.0.2.199") << "too long for UDP";
   EXPECT_EQ(address_of("WWW.X.test."), "192.0.2.9");
-  EXPECT_THAT(mail_servers_of("x.test"), ElementsAre("10 fast.x.test", "20 slow.x.test"));
-  EXPECT_THAT(mail_servers_of("none.x.test"), ElementsAre("0 "));
+  EXPECT_EQ(mail_servers_of("x.test") + mail_servers_of("none.x.test"), "10 fast.x.test,20 slow.x.test,0 ,");
   EXPECT_THAT(log_.numbers(), IsEmpty());
   const std::pair<const char*, int> failures[] = {{"nosuch.x.test", 9003},   {"lost.x.test", 9003},
                                                   {"text.x.test", 9501},     {"loop.x.test", 9501},
                                                   {"www.broken.test", 9002}, {"www.elsewhere.test", 9005}};
   for (const auto& [name, status] : failures) EXPECT_EQ(failure_of(name), status) << name;
-  EXPECT_THAT(mail_servers_of("nosuch.x.test"), IsEmpty());
+  EXPECT_EQ(mail_servers_of("nosuch.x.test"), "");
   EXPECT_THAT(log_.last(message::kDnsQueryFailed).text, HasSubstr("nosuch.x.test"));
 }
 
@@ -126,23 +114,16 @@ TEST_F(Lookup, AddressesAndImpossibleNamesAreNotAskedForAllOthersEveryTimeInUtf8
   for (const std::string& name : {"_sip.x"s, "1.2.3"s, "1.2.3.4.5"s, "1.2.3.256"s, "01.2.3.4"s, "0x1.2.3.4"s, "12345"s,
                                   "m\xFCller.test"s, "m\xFCller.test"s})
     EXPECT_EQ(address_of(name), "192.0.2.1") << name;
-  EXPECT_GE(server.queries().size(), 9U);
+  EXPECT_TRUE(server.queries().size() >= 9 && server.queries().back().name == "m\xC3\xBCller.test");
   EXPECT_TRUE(is_askable_name(longest + "."));
-  EXPECT_EQ(server.queries().back().name, "m\xC3\xBCller.test");
-  EXPECT_THAT(mail_servers_of("x.test"), ElementsAre("9 c", "20 z", "20 a")) << "equal ones in the answer's order";
-  use_servers("nobody knows");
-  log_.clear();
-  EXPECT_EQ(address_of("x.test"), "");
-  EXPECT_THAT(log_.numbers(), ElementsAre(message::kDnsLibraryFailed));
+  EXPECT_EQ(mail_servers_of("x.test"), "9 c,20 z,20 a,") << "equal ones in the answer's order";
 }
 
 TEST_F(Lookup, SilenceAndLiesEndInAStatusUnlessTheNextServerKnows) {
   set_setting("DNS", "Zeitlimit", "600");
   set_setting("DNS", "Versuche", "3");
-  const auto as_if = [](int id, const char* name) {
-    return [id, name](const DnsQuery& query) {
-      return answering("192.0.2.7")({.id = static_cast<std::uint16_t>(query.id + id), .name = name, .type = 1});
-    };
+  const auto as_if = [](std::uint16_t wrong, const char* name) {
+    return [=](DnsQuery query) { return query.id ^= wrong, query.name = name, answering("192.0.2.7")(query); };
   };
   const DnsHandler closed, knowing = answering("192.0.2.5"), refusing = answering("192.0.2.7", 5);
   // Servers, what comes out, and how often the last one is asked: who has answered is not asked again.
@@ -155,9 +136,6 @@ TEST_F(Lookup, SilenceAndLiesEndInAStatusUnlessTheNextServerKnows) {
       {{as_if(1, "x.test")}, "1460", 3},
       {{as_if(0, "other.test")}, "1460", 3},
       {{[](const DnsQuery&) { return "cut"s; }}, "1460", 3},  // never taken for an answer
-      {{[](const DnsQuery& query) { return DnsMessage::reply_to(query).cname("x.test", "y.test").bytes(); }},
-       "9501",
-       1},
       // The rest would have to come over TCP, which is refused.
       {{[](const DnsQuery& query) { return DnsMessage::reply_to(query).truncated().bytes(); }}, "9002", 1}};
   const std::string refused = "127.0.0.1:" + std::to_string(refused_port());
@@ -180,7 +158,7 @@ TEST_F(Lookup, ManyThreadsMayAskAtOnce) {
   ScriptedDnsServer server(
       [](const DnsQuery& query) { return answering("192.0.2." + query.name.substr(0, query.name.find('.')))(query); });
   use_servers(server.target());
-  std::vector<std::jthread> threads;
+  std::list<std::jthread> threads;
   for (int t = 1; t <= 8; ++t)
     threads.emplace_back([number = std::to_string(t)] {
       for (int i = 0; i < 25; ++i) EXPECT_EQ(address_of(number + ".test"), "192.0.2." + number);
