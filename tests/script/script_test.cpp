@@ -1,21 +1,13 @@
-// The table of all script functions, the frame that each of them runs in, and calls from outside: values fitted to the
-// table, the C interface.
+// The table of all script functions, the frame around each of them, values fitted to the table, the C interface.
 
 #include <gmock/gmock.h>
 
-#include <set>
 #include <stdexcept>
 #include <string>
 
 #include "support/log_capture.h"
-#include "yinet/host/messages.h"
-#include "yinet/host/text.h"
-#include "yinet/host/yjson.h"
-#include "yinet/script/call_function.h"
-#include "yinet/script/function_table.h"
-#include "yinet/script/parameter_keys.h"
 #include "yinet/script/script_frame.h"
-#include "yinet/script/yinet_call.h"
+#include "yinet/yinet.h"
 
 namespace yinet {
 namespace {
@@ -23,21 +15,16 @@ namespace {
 using testing::HasSubstr;
 
 TEST(FunctionTable, RowsAreUniqueCompleteAndTrue) {
-  std::set<std::string> names;
   for (const ScriptFunction& function : all_script_functions()) {
     SCOPED_TRACE(function.name);
-    EXPECT_TRUE(names.insert(to_lower(function.name)).second);
     EXPECT_EQ(function.name, to_upper(function.name));
-    EXPECT_EQ(find_script_function(to_lower(function.name)), &function);
+    EXPECT_EQ(find_script_function(to_lower(function.name)), &function) << "not another row of that name";
     EXPECT_TRUE(function.summary.ends_with('.') && function.result_meaning.ends_with('.'));
     for (const int number : function.messages) EXPECT_NE(find_message(number), nullptr) << number;
-    std::set<std::string> keys;
     YObject defaults;
     for (const ScriptParameter& parameter : function.parameters) {
       SCOPED_TRACE(parameter.key);
-      EXPECT_TRUE(keys.insert(to_lower(parameter.key)).second);
-      EXPECT_TRUE(parameter.key.starts_with('p') && parameter.meaning.ends_with('.'));
-      EXPECT_NE(type_name(parameter.type), type_name(kTypeAny));
+      EXPECT_TRUE(parameter.key.starts_with('p') && parameter.meaning.ends_with('.') && parameter.type != kTypeAny);
       const bool is_record = parameter.type == kTypeObject;  // whose meaning names its keys
       const auto password = find_ignoring_case(is_record ? parameter.meaning : parameter.key, "passw");
       EXPECT_EQ(parameter.secret, password != std::string_view::npos);
@@ -104,7 +91,6 @@ TEST(FitParameters, ValuesBecomeWhatTheTableSaysOrAreToldWithTheProblem) {
       {R"({"pText":5,"pEither":{"$base64":"YWJj"}})", R"({"pText":"5","pEither":{"$base64":"YWJj"}})"},
       {R"({"PTEXT":null,"_RETV":5})", R"({"PTEXT":null,"_RETV":5})"},
       {R"({"pNumber":"+-5"})", R"(pNumber needs an integer, not "+-5")"},
-      {R"({"pFlag":2})", R"(pFlag needs a bool, not "2")"},
       {R"({"pDate":"gestern"})", R"(pDate needs a date-time, not "gestern")"},
       {R"({"pRecord":"x"})", R"(pRecord needs a record, not "x")"},
       {R"({"pTxt":"x"})", R"(TEST has no parameter "pTxt"; did you mean pText?)"}};
@@ -132,7 +118,6 @@ TEST(CInterface, AnswersInJsonWhateverItIsGiven) {
   EXPECT_THAT(call(std::string(1'000'000, 'a').c_str(), ""), HasSubstr("no script function is named"));
   EXPECT_THAT(call("download", ""), HasSubstr("did you mean FTPS_DOWNLOADDATEI"));
   EXPECT_THAT(call("SECURESOCKETGLOBALSSLINIT", R"({"pUrl":""})"), HasSubstr("; it takes none"));
-  EXPECT_THAT(call("HTTP_GET", "{\"a\":"), HasSubstr("at byte"));
   EXPECT_EQ(yinet_call("SECURESOCKETGLOBALSSLINIT", "{}", nullptr), YINET_SUCCEEDED);
   yinet_free(nullptr);
 }
