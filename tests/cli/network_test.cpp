@@ -7,11 +7,9 @@
 
 #include "cli/program.h"
 #include "support/bytes.h"
-#include "support/ports.h"
 #include "support/requirements.h"
 #include "support/scripted_peer.h"
 #include "support/servers.h"
-#include "support/temp_dir.h"
 
 namespace yinet::test {
 namespace {
@@ -70,23 +68,18 @@ TEST(CallCommand, ParametersReachTheWireAsTheirBytes) {
   }
 }
 
-TEST(CallCommand, SoapAnswersAndFaultsOfARealServer) {
+TEST(CallCommand, SoapAnswersOfARealServer) {
   YINET_REQUIRE_PROGRAM("nginx");
   const NginxServer nginx;
   nginx.add_document("answer.xml",
                      "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><S:Envelope xmlns:S=\"urn:s\"><S:Body>"
                      "<Item unit=\"Gr\xF6\xDF\">24</Item></S:Body></S:Envelope>");
-  nginx.add_document("fault.xml", "<Fault><faultcode>Client</faultcode></Fault>");
   json soap = json::parse(read_file(YINET_EXAMPLES "/soap-call.json"));
-  const auto called = [&](const std::string& url, int exit_code) {
-    soap["pParam"]["ENDPOINT"] = url;
-    const CommandResult result = run_program({"call", "SOAP_EXECUTEFUNCTION", "--trace", "--json", "-"}, soap.dump());
-    EXPECT_EQ(result.exit_code, exit_code) << result.errors;
-    EXPECT_THAT(result.errors, AllOf(HasSubstr("21966"), HasSubstr("<nskv:Item>St\xC3\xBChle</nskv:Item>")));
-    return json::parse(result.output)["pErg"];
-  };
-  EXPECT_EQ(called(nginx.tls_url("/post/answer.xml"), 0)["S:Envelope"]["S:Body"]["Item@unit"], "Gr\xC3\xB6\xC3\x9F");
-  EXPECT_EQ(called(nginx.url("/fault/fault.xml"), 1)["Fault"]["faultcode"], "Client");
+  soap["pParam"]["ENDPOINT"] = nginx.tls_url("/post/answer.xml");
+  const CommandResult result = run_program({"call", "SOAP_EXECUTEFUNCTION", "--trace", "--json", "-"}, soap.dump());
+  ASSERT_EQ(result.exit_code, 0) << result.errors;
+  EXPECT_THAT(result.errors, AllOf(HasSubstr("21966"), HasSubstr("<nskv:Item>St\xC3\xBChle</nskv:Item>")));
+  EXPECT_EQ(json::parse(result.output)["pErg"]["S:Envelope"]["S:Body"]["Item@unit"], "Gr\xC3\xB6\xC3\x9F");
 }
 
 TEST(CallCommand, PasswordsAreNotPrinted) {
@@ -116,15 +109,14 @@ TEST(DnsCommand, UsesSearchListAndHostsFileOfTheSystem) {
   // Zones are loaded one by one, some of them after the server says that it has started.
   const std::string script =
       "cd " + path +
-      "; mount --bind hosts /etc/hosts || exit 3; : >log; knotd -c knot.conf >log 2>&1 & server=$!; for i in $(seq "
-      "200); do ["
-      " $(grep -c 'loaded, serial' log) -ge 2 ] && break; sleep 0.02; done; for query in 'mx first.test' 'a host' "
-      "'a only' 'a LISTED' 'a alias.of.listed.' 'a host.'; do " YINET_PROGRAM
+      "; mount --bind hosts /etc/hosts || exit 3; : >log; knotd -c knot.conf >log 2>&1 & server=$!; "
+      "for i in $(seq 200); do [ $(grep -c 'loaded, serial' log) -ge 2 ] && break; sleep 0.02; done; "
+      "for query in 'mx first.test' 'a host' 'a only' 'a LISTED' 'a alias.of.listed.' 'a host.'; do " YINET_PROGRAM
       " dns $query; code=$?; done; kill $server; wait; exit $code";
   const CommandResult result = run_command(in_network_namespace({"sh", "-c", script}, folder / "resolv.conf"));
   EXPECT_EQ(result.output, "10 fast.first.test\n20 slow.first.test\n192.0.2.2\n192.0.2.1\n192.0.2.50\n192.0.2.50\n");
-  EXPECT_EQ(result.exit_code, 1);
-  EXPECT_THAT(result.errors, HasSubstr("9005"));  // the server knows nothing of the root
+  EXPECT_TRUE(result.exit_code == 1 && result.errors.find("9005") != std::string::npos)
+      << "it knows nothing of the root";
 }
 
 }  // namespace

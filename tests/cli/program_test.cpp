@@ -20,7 +20,6 @@ TEST(Program, TellsConvertsAndSaysCauseAndCure) {
     std::string input = {};
   } kCalls[] = {
       {{}, "Examples:\n  yinet call HTTP_GET", 0},
-      {{"mail", "--help"}, "  yinet mail", 0},
       {{"--version"}, "yinet 0.", 0},
       {{"functions"}, "\n  SECURESOCKETGLOBALSSLINIT ", 0},
       {{"functions", "http_post"}, "text or buffer", 0},
@@ -41,19 +40,14 @@ TEST(Program, TellsConvertsAndSaysCauseAndCure) {
       {{"call", "HTTP_GET", "pUrl=@/nowhere/file"}, "/nowhere/file cannot be read: No such file"},
       {{"call", "HTTP_GET", "--json", "-"}, "--json standard input: "},  // standard input is empty
       {{"functions", "MIME"}, "no script function is named \"MIME\""},
-      {{"messages", "1"}, "there is no message 1"},
       {{"--set", "DNS=1", "settings"}, "write SECTION/KEY=VALUE"},
       {{"--set", "DNS/Zeitlimit=soon", "settings"}, "the value must be a number"},
-      {{"--set", "TLS/NamenPruefen=maybe", "settings"}, "the value must be 0 or 1"},
       {{"--settings", "/nowhere/file", "settings"}, "/nowhere/file: "},
       {{"--language", "fr", "settings"}, "fr"},
       {{"ftp", "size", "http://x/y"}, "ftps://HOST/PATH"},
-      {{"ftp", "size", "127.0.0.1/x"}, "ftps://HOST/PATH"},
-      {{"ftp", "size", "ftp:///x"}, "ftps://HOST/PATH"},
       {{"ftp", "size", "ftp://x/"}, "names no file"},
       {{"ftp", "size", "ftp://x/a%0Ab"}, "line break"},
       {{"sftp", "ls", "sftp://x/y"}, "sftp://USER@HOST"},
-      {{"get", "gopher://127.0.0.1/x"}, ""},
       {{"get", "http://127.0.0.1/x", "x", "--proxy", "socks6://127.0.0.1"}, ""},
       {{"mail", "decode", "x", "--options", "16"}, "--options"},
       {{"charset", "convert", "--from", "utf-9", "--to", "utf-8"}, "did you mean UTF-"},
@@ -61,12 +55,8 @@ TEST(Program, TellsConvertsAndSaysCauseAndCure) {
       {{"charset", "convert", "--from", "latin1", "--to", "utf-8"}, "zero byte", 1, std::string("a\0b", 3)},
       {{"address", "name", "max@example.org"}, "no display name", 1},
       {{"mail", "decode", "-"}, "standard input is empty", 1},
-      {{"mail", "compose", "/nowhere/x.json"}, "/nowhere/x.json cannot be read: No such file", 1},
       {{"mail", "compose", "-"}, "The attachment /nowhere/a.pdf cannot be sent", 1, R"({"ANLAGEN": "/nowhere/a.pdf"})"},
-      {{"mail", "compose", "-", "-o", "/nowhere/out"},
-       "/nowhere/out could not be written",
-       1,
-       R"({"ABSENDER": "a@b"})"},
+      {{"mail", "compose", "-", "-o", "/nowhere/out"}, "/nowhere/out could not", 1, R"({"ABSENDER": "a@b"})"},
       {{"--set", "System/Sprache=DE", "dns", "a", "a b"}, "Die DNS-Anfrage", 1},
       {{"--log", "json", "--set", "DNS/Server=nobody knows", "dns", "a", "x.test"}, "\"number\":21500", 1}};
   for (const auto& [arguments, said, exit_code, input] : kCalls) {
