@@ -1,18 +1,12 @@
 // Texts: letter case, numbers, ranges, item lists, placeholders, code pages; and bytes.
 
-#include "yinet/host/text.h"
-
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <random>
 #include <tuple>
 
-#include "yinet/host/codepage.h"
-#include "yinet/host/ybase64.h"
-#include "yinet/host/ybuffer.h"
-#include "yinet/host/ystring.h"
+#include "yinet/yinet.h"
 
 namespace yinet {
 namespace {
@@ -44,17 +38,11 @@ TEST(Text, FindIgnoringCaseAgreesWithANaiveSearch) {
 }
 
 TEST(Text, NumbersSaturateAndPlaceholdersAreFilledInOnePass) {
-  const std::pair<const char*, std::int64_t> rows[] = {{"12abc", 12},
-                                                       {"+7", 7},
-                                                       {" 7", 0},
-                                                       {"--5", 0},
-                                                       {"-2147483649", -2147483649},
-                                                       {"-9223372036854775809", INT64_MIN},
-                                                       {"9999999999999999999", INT64_MAX}};
-  for (const auto& [text, number] : rows) {
-    EXPECT_EQ(leading_int64(text), number) << text;
-    EXPECT_EQ(leading_int32(text), std::clamp<std::int64_t>(number, INT32_MIN, INT32_MAX)) << text;
-  }
+  for (const auto& [text, number] : {std::pair("12abc", 12), {"+7", 7}, {" 7", 0}, {"--5", 0}})
+    EXPECT_TRUE(leading_int64(text) == number && leading_int32(text) == number) << text;
+  const char *low = "-9223372036854775809", *high = "9999999999999999999";
+  EXPECT_TRUE(leading_int64(low) == INT64_MIN && leading_int64(high) == INT64_MAX);
+  EXPECT_TRUE(leading_int32(low) == INT32_MIN && leading_int32(high) == INT32_MAX);
   EXPECT_EQ(formatted("$1$:$2$ $9$|$2:012$ $3:03$", std::string("a$2$"), "7", "-5"), "a$2$:7 |000000000007 -05");
   EXPECT_EQ(formatted("$0$ $x$ $$1$ $2:4$ $2:0$ $2:0x$", "a", "7"), "$0$ $x$ $a $2:4$ $2:0$ $2:0x$");
 }
@@ -78,13 +66,10 @@ TEST(Text, RangesNameBothEndsAndClip) {
   for (const auto& [first, last, copied, left] : rows) {
     YString text("abcdef");
     EXPECT_EQ(text.Copy(first, last), copied) << first;
-    text.Delete(first, last);
-    EXPECT_EQ(text, left) << first;
+    EXPECT_EQ((text.Delete(first, last), text), left) << first;
   }
   YString text = "aXaxa";
-  EXPECT_EQ(text.Replace("x", "xx", true), 2);
-  EXPECT_EQ(text, "axxaxxa");
-  EXPECT_EQ(text.Find(""), -1);
+  EXPECT_TRUE(text.Replace("x", "xx", true) == 2 && text == "axxaxxa" && text.Find("") == -1);
   YBuffer buffer("abc");
   buffer.SetSize(1);
   buffer.SetSize(4);
@@ -93,21 +78,16 @@ TEST(Text, RangesNameBothEndsAndClip) {
   buffer.Move(126, 0, 99);
   EXPECT_EQ(buffer.toString(124, -1), YString("a\0a\0", 4));
   text = "QUJDQUI\r\n";  // the fuzzer compares with a decoder that takes one character at a time
-  EXPECT_TRUE(YBase64::Decode(text, text));
-  EXPECT_EQ(text, "ABCAB");
+  EXPECT_TRUE(YBase64::Decode(text, text) && text == "ABCAB");
 }
 
 TEST(Base64, EveryByteCountsAtEveryPlaceOfABlock) {
-  for (int byte = 0; byte < 256; ++byte) {
-    for (std::size_t place = 0; place < 40; ++place) {
-      std::string block(80, 'x'), decoded;
-      const char c = block[place] = static_cast<char>(byte);
-      const bool is_character = (is_alphanumeric(c) && byte < 128) || c == '+' || c == '/';
-      EXPECT_EQ(base64_decode(block, decoded), is_character || is_blank(c)) << byte;
-      if (is_character) {
-        EXPECT_EQ(base64_encoded(decoded), block);
-      }
-    }
+  for (unsigned i = 0; i < 256 * 40; ++i) {
+    std::string block(80, 'x'), decoded;
+    const char c = block[i / 256] = static_cast<char>(i % 256);
+    const bool is_character = (is_alphanumeric(c) && i % 256 < 128) || c == '+' || c == '/';
+    EXPECT_EQ(base64_decode(block, decoded), is_character || is_blank(c)) << i % 256;
+    EXPECT_TRUE(!is_character || base64_encoded(decoded) == block) << c;
   }
 }
 
@@ -116,17 +96,15 @@ TEST(CodePage, EveryByteSurvivesAndMalformedOrForeignTextIsToldApart) {
   for (int byte = 0; byte < 256; ++byte) all += static_cast<char>(byte);
   EXPECT_EQ(ansi_from_utf8(utf8_from_ansi(all)), all);
   YString text = "\x80\x9F\x81";
-  EXPECT_TRUE(text.ConvertCharset(0, 5));
-  EXPECT_FALSE(text.ConvertCharset(0, 77));
+  EXPECT_TRUE(text.ConvertCharset(0, 5) && !text.ConvertCharset(0, 77));
   EXPECT_EQ(text, "\xE2\x82\xAC\xC5\xB8\xC2\x81");
   // A letter that the code page lacks; overlong, a surrogate, above U+10FFFF, cut.
   const std::pair<const char*, const char*> rows[] = {{"\xD0\x96", "?"},       {"\xC0\x80", "??"},
                                                       {"\xED\xA0\x80", "???"}, {"\xF4\x90\x80\x80", "????"},
                                                       {"a\xE2\x82", "a??"},    {"12345678\xC3", "12345678?"}};
   for (const auto& [utf8, lossy] : rows) {
-    EXPECT_EQ(is_valid_utf8(utf8), lossy == "?"sv) << printable(utf8);
     EXPECT_EQ(ansi_from_utf8_lossy(utf8), lossy) << printable(utf8);
-    EXPECT_EQ(ansi_from_utf8(utf8), std::nullopt) << printable(utf8);
+    EXPECT_TRUE(is_valid_utf8(utf8) == (lossy == "?"sv) && !ansi_from_utf8(utf8)) << printable(utf8);
   }
 }
 
