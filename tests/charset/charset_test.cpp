@@ -31,8 +31,7 @@ TEST(Charset, TableOfCodesIsComplete) {
 }
 
 TEST(Charset, ConvertsInEveryFormFromSeveralThreads) {
-  // Equal names are never looked up, others must be listed. Then ICU's substitute, also for a cut character; the end at
-  // the first zero byte; and more than four bytes for one, which are an error.
+  // Equal names are never looked up. ICU's substitute; the first zero byte ends; more than four bytes for one fail.
   const std::tuple<std::string, const char*, const char*, std::string> rows[] = {
       {"\xE4\x80", kAnsi, "utf-8", "\xC3\xA4\xE2\x82\xAC"},
       {"same", "no name", "NO NAME", "same"},
