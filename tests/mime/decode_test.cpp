@@ -1,7 +1,6 @@
 // What decoding makes of single mails; how ordinary ones look as a whole is held against the collection of mails.
 
 #include <new>
-#include <random>
 
 #include "mime/mail_fixture.h"
 
@@ -225,98 +224,6 @@ TEST_F(MailTest, TheScriptFunctionKeepsTheFilesOfTheLastMail) {
     YFile::Delete("TEMP:~EML");
   }
   EXPECT_THAT(log_.numbers(), ElementsAre(21072, 21071));
-}
-
-// --- The walk over the parts, against the rules told one after the other, without caches, budgets or limits ---------------
-
-constexpr std::size_t kNone = std::string::npos;
-
-struct Leaf {
-  std::string type, content;  // type: the value of "Content-Type", empty without one
-};
-
-struct Model {
-  std::string text;
-  std::vector<Leaf> leaves = {};
-  int parts = 0;
-
-  // False when a test mail makes more parts than it should.
-  bool decode(std::size_t start, const std::string& parent) {
-    if (++parts > 400) return false;
-    const std::size_t line_end = find("\r\n", start);
-    std::string header;
-    std::size_t body = start + 2;
-    if (start == 0 || (line_end != kNone && start < line_end)) {
-      const std::size_t blank = find("\r\n\r\n", start);
-      std::size_t end = blank == kNone ? text.size() : blank + 2;
-      body = blank == kNone ? end : blank + 4;
-      const std::size_t next_part = parent.empty() ? kNone : find("\r\n--" + parent, start - 2);
-      if (next_part != kNone && next_part + 2 < end) end = body = next_part + 2;
-      header = text.substr(start, end - start);
-    }
-    const std::string type = type_in(header);
-    const std::size_t mark = type.find("; boundary=");
-    if (mark != kNone && mark + 11 < type.size()) return decode_parts(body, type.substr(mark + 11));
-    body = std::min(body, text.size());
-    const std::size_t next = parent.empty() ? kNone : find(parent, body);
-    leaves.push_back({type, text.substr(body, next == kNone ? kNone : std::max(next, body + 2) - 2 - body)});
-    return true;
-  }
-
-  bool decode_parts(std::size_t body, const std::string& boundary) {
-    const std::size_t size = boundary.size();
-    const std::size_t first = find(boundary, body);
-    std::size_t end = find("--" + boundary + "--", body);
-    if (first == kNone) return true;
-    if (end == kNone) {
-      end = 0;
-      for (std::size_t q = first - 2; (q = find("--" + boundary, q + 4 + size)) != kNone;) end = q;
-    }
-    for (std::size_t i = first; i < end; i = find(boundary, i + size))  // none is beyond every end
-      if (!decode(i + size + 2, boundary)) return false;
-    return true;
-  }
-  // What the first such line of a header says; unfolding is proven elsewhere, and before an empty line nothing is read.
-  static std::string type_in(const std::string& header) {
-    std::string lines = "\r\n" + replaced(replaced(header, "\r\n ", " "), "\r\n\t", " ");
-    const std::size_t at = header.starts_with("\r\n") ? kNone : lines.find("\r\nContent-Type:");
-    if (at == kNone) return {};
-    return std::string(trimmed(lines.substr(at + 15, std::min(lines.find("\r\n", at + 2), lines.size()) - at - 15)));
-  }
-  [[nodiscard]] std::size_t find(const std::string& what, std::size_t from) const { return text.find(what, from); }
-};
-
-TEST_F(MailTest, TheWalkAgreesWithTheRulesOnGeneratedMails) {
-  const auto pieces = split(
-      "--z\r\n|--z|--z--|--z--\r\n|--zz\r\n|--zz--\r\n|--xx\r\n|--xx--\r\n|z|\r\n|\r\n\r\n|Content-Type: text/plain\r\n"
-      "|Content-Type: a/x\r\n|Content-Type: multipart/mixed; boundary=zz\r\n|Content-Type: multipart/x; boundary=z\r\n"
-      "|Content-Type: multipart/x; boundary=xx\r\n|eins|zwei\r\n|X: y\r\n| folded\r\n|\t\r\n",
-      "|");
-  std::mt19937 random(5);
-  int compared = 0;
-  for (int round = 0; round < 1500; ++round) {
-    std::string mail = random() % 4 == 0 ? "" : "Content-Type: multipart/mixed; boundary=z\r\n\r\n";
-    for (std::size_t i = random() % 16; i > 0; --i) mail += pieces[random() % pieces.size()];
-    Model model{mail};
-    if (mail.empty() || mail.ends_with("\r\n.\r\n") || !model.decode(0, "")) continue;
-    ++compared;
-    std::string expected, files;
-    for (auto& [type, content] : model.leaves) {
-      const bool is_text = type.empty() || type.substr(0, type.find(';')) == "text/plain";
-      for (bool more = true; more && content.ends_with("\r\n"); more = is_text && !type.empty())
-        content.resize(content.size() - 2);
-      if (content.empty()) continue;
-      if (is_text)
-        expected += (expected.empty() ? "" : "\r\n\r\nEingebettete Mail:\r\n\r\n") + content;
-      else
-        files += "[" + content + "]";
-    }
-    ASSERT_TRUE(decode(mail)) << printable(mail);
-    std::string found = text("NACHRICHT");
-    for (const auto& name : attachments()) found += "[" + text(name) + "]";
-    ASSERT_EQ(printable(found), printable(expected + files)) << printable(mail);
-  }
-  EXPECT_GT(compared, 700);
 }
 
 }  // namespace

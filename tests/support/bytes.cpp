@@ -1,5 +1,7 @@
 #include "support/bytes.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -25,6 +27,14 @@ std::string pattern_bytes(std::size_t count, unsigned seed) {
     std::memcpy(bytes.data() + at, &state, std::min(count - at, sizeof(state)));
   }
   return bytes;
+}
+
+void expect_rows(const std::function<std::string(const std::string&)>& routine, const std::vector<std::string>& rows) {
+  for (const std::string& row : rows) {
+    const std::size_t arrow = row.find(" -> ");
+    const std::string found = routine(row.substr(0, arrow)), expected = row.substr(arrow + 4);
+    EXPECT_TRUE(found == expected) << printable(row) << "\ngave " << printable(found);
+  }
 }
 
 }  // namespace yinet::test
