@@ -140,7 +140,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // Short values are where the rules meet; the input only says which ones.
   std::seed_seq seed(input.begin(), input.end());
   std::mt19937 random(seed);
-  for (int i = 0; i < 4; ++i) {
+  for (int i = 0; i < 8; ++i) {
     std::string drawn;
     for (std::size_t pieces = random() % 9; pieces > 0; --pieces) drawn += likely[random() % likely.size()];
     check(drawn);
