@@ -33,7 +33,7 @@ void expect_rows(const std::function<std::string(const std::string&)>& routine, 
   for (const std::string& row : rows) {
     const std::size_t arrow = row.find(" -> ");
     const std::string found = routine(row.substr(0, arrow)), expected = row.substr(arrow + 4);
-    EXPECT_TRUE(found == expected) << printable(row) << "\ngave " << printable(found);
+    EXPECT_TRUE(found == expected) << testing::PrintToString(row) << "\ngave " << testing::PrintToString(found);
   }
 }
 
