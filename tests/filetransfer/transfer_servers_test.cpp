@@ -1,43 +1,43 @@
-// Every operation against real servers of every protocol, directly and through proxies, and what servers refuse.
-
-#include <sys/mount.h>
+// Every operation and the script functions against real servers, directly and through proxies, and what servers refuse.
 
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <ostream>
+#include <tuple>
 #include <utility>
 
-#include "filetransfer/transfer_test_kit.h"
+#include "ftp/ftp_test_kit.h"
 #include "support/resource_check.h"
 #include "support/servers.h"
+#include "yinet/host/yfile.h"
 
 namespace yinet::test {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::UnorderedElementsAre;
 
 struct Site {
   std::string name, protocol;
   FtpServer::Options ftp = {};
   friend void PrintTo(const Site& site, std::ostream* out) { *out << site.name; }
 };
-const Site kFtpProftpd{"ftp_proftpd", "ftp", {.brand = FtpBrand::proftpd}}, kSftp{"sftp", "sftp"};
 const Site kSites[] = {
     {"ftp", "ftp"},
-    kFtpProftpd,
+    {"ftp_proftpd", "ftp", {.brand = FtpBrand::proftpd}},
     {"ftps", "ftps", {.tls = true}},
     {"ftps_proftpd", "ftps", {.brand = FtpBrand::proftpd, .tls = true}},
     {"ftps_implicit", "ftps", {.tls = true, .implicit_tls = true}},
-    kSftp,
+    {"sftp", "sftp"},
     {"http", "http"},
     {"https", "https"},
 };
-const auto kSiteName = [](const auto& info) { return info.param.name; };
 
 // With a server of the site.
-class TransferSites : public TransferTest, public testing::WithParamInterface<Site> {
+class TransferSites : public FtpTest, public testing::WithParamInterface<Site> {
  protected:
   void SetUp() override {
     const FtpServer::Options& options = GetParam().ftp;
@@ -107,35 +107,39 @@ TEST_P(TransferSites, MoveFiles) {
     EXPECT_EQ(files->content(on_disk), text);
     EXPECT_EQ(called("DOWNLOAD_TEXT", "pQuellPfad=" + remote).GetString("pInhalt"), text);
     EXPECT_TRUE(does("DOWNLOAD_DATEI", "pQuellPfad=" + remote + "|pZielPfad=" + local_name("t")));
-    EXPECT_TRUE(does("LOESCHE_DATEI", "pPfad=" + remote));
-    EXPECT_FALSE(files->has(on_disk));
+    EXPECT_TRUE(does("LOESCHE_DATEI", "pPfad=" + remote) && !files->has(on_disk));
     EXPECT_TRUE(does("UPLOAD_DATEI", "pQuellPfad=" + local_name("t") + "|pZielPfad=" + remote));
     EXPECT_EQ(files->content(on_disk), text);
-    EXPECT_TRUE(does("LOESCHE_DATEI", "pPfad=" + remote));
-    EXPECT_TRUE(does("ERSTELLE_VERZEICHNIS", "pPfad=" + remote));
-    EXPECT_TRUE(fs::is_directory(files->folder() / on_disk));
-    EXPECT_TRUE(does("EXISTIERT_VERZEICHNIS", "pPfad=" + remote));
-    EXPECT_TRUE(does("LOESCHE_VERZEICHNIS", "pPfad=" + remote));
-    EXPECT_FALSE(does("EXISTIERT_VERZEICHNIS", "pPfad=" + remote));
+    for (const char* function :
+         {"LOESCHE_DATEI", "ERSTELLE_VERZEICHNIS", "EXISTIERT_VERZEICHNIS", "LOESCHE_VERZEICHNIS"})
+      EXPECT_TRUE(does(function, "pPfad=" + remote)) << function;
+    EXPECT_FALSE(does("EXISTIERT_VERZEICHNIS", "pPfad=" + remote) || files->has(on_disk));
   }
   EXPECT_THAT(log.numbers(), IsEmpty());
 }
 
 TEST_P(TransferSites, TellWhatFailed) {
+  for (const char* name : {"secret", "file"}) add(name, "x");
+  for (const char* name : {"dir", "closed"})
+    if (files) files->make_folder(name);
+  for (const char* name : {"secret", "closed"})
+    if (files) fs::permissions(files->folder() / name, fs::perms::none);
+  const bool guarded = ssh || GetParam().name == "ftp_proftpd";  // vsftpd may do everything here
+  const std::string secret = guarded ? "secret" : "none", closed = guarded ? "closed" : "none";
+  const std::string source = local_file("source", "x"), large = local_file("large", pattern_bytes(3'000'000));
+  fs::create_symlink("/dev/full", local / "disk");
+  const ResourceCheck resources;
   YInetFileTransfer transfer = this->transfer();
-  if (files) files->make_folder("dir");
   YString text("left over");
-  const std::string source = local_file("source", "x");
-  const struct {
-    int number, web_number;
-    std::function<bool()> act;
-  } cases[] = {
+  const std::tuple<int, int, std::function<bool()>> cases[] = {
+      // the error, that over HTTP
       {21540, 21528, [&] { return transfer.UploadFile(source, "none/x"); }},
       {21531, 21528, [&] { return transfer.UploadFile(local_name("none"), "x"); }},
       {21541, 21529, [&] { return transfer.UploadString("x", "none/x"); }},
       {21542, 21548, [&] { return transfer.DownloadToFile("none", local_name("none")); }},
       {21532, 21532, [&] { return transfer.DownloadToFile("none", local_name("none/x")); }},
       {21543, 21548, [&] { return transfer.DownloadToString("none", text); }},
+      {21543, 21548, [&] { return transfer.DownloadToString(secret, text); }},
       {21543, 21548, [&] { return transfer.DownloadToString("redirect/302", text); }},  // only into files
       {21544, 21525, [&] { return transfer.DeleteFileA("none"); }},
       {21545, 21526, [&] { return transfer.DeleteDirectory("none"); }},
@@ -147,15 +151,21 @@ TEST_P(TransferSites, TellWhatFailed) {
       {21540, 21528, [&] { return transfer.UploadFile(source, YString("x\0y", 3)); }},
       {21542, 21548, [&] { return transfer.DownloadToFile("x%00y", local_name("none")); }},
       {21547, 21530, [&] { return transfer.ExistsDirectory("dir\n"); }},
-      {0, 21530, [&] { return transfer.ExistsDirectory("none"); }},  // an answer, not an error
+      {21541, 21529, [&] { return transfer.UploadString("x", closed + "/x"); }},
+      {21546, 21527, [&] { return transfer.CreateDirectoryA(closed + "/y"); }},
+      {21540, 21528, [&] { return transfer.UploadFile(large, "full/x"); }},       // sshd's; elsewhere there is none
+      {0, 21530, [&] { return transfer.ExistsDirectory("none"); }},               // an answer, not an error
+      {0, 21530, [&] { return transfer.ExistsDirectory(closed) != is_sftp(); }},  // FTP takes forbidden for missing
+      {21542, 21542, [&] { return transfer.DownloadToFile("file", local_name("disk")); }},
   };
-  for (const auto& c : cases) {
-    const int number = web ? c.web_number : c.number;
+  for (const auto& [general, over_http, act] : cases) {
+    const int number = web ? over_http : general;
     log.clear();
-    EXPECT_FALSE(c.act()) << number;
+    EXPECT_FALSE(act()) << number;
     EXPECT_EQ(transfer.GetLastErrorNumber(), number) << error_of(transfer);
     EXPECT_EQ(log.numbers(), number == 0 ? std::vector<int>() : std::vector<int>{number});
   }
+  EXPECT_EQ(transfer.last_cause().failure, TransferFailure::local_file) << error_of(transfer);
   EXPECT_EQ(text, "");
   EXPECT_FALSE(fs::exists(local / "none"));
   if (web) return;
@@ -229,38 +239,91 @@ TEST_P(TransferSites, AServerThatIsKilledBreaksOffATransfer) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Transfer, TransferSites, testing::ValuesIn(kSites), kSiteName);
+INSTANTIATE_TEST_SUITE_P(Transfer, TransferSites, testing::ValuesIn(kSites),
+                         [](const auto& info) { return info.param.name; });
 
-using GuardedSites = TransferSites;
-
-TEST_P(GuardedSites, PermissionsAndFullDisksAreErrors) {
-  YINET_REQUIRE_ROOT();
-  const std::string content = pattern_bytes(3'000'000);
-  add("file", content);
-  add("secret", "x");
-  files->make_folder("closed");
-  for (const char* name : {"secret", "closed"}) fs::permissions(files->folder() / name, fs::perms::none);
-  const ResourceCheck resources;
-  YInetFileTransfer transfer = this->transfer();
-  YString text;
-  EXPECT_FALSE(transfer.DownloadToString("secret", text));
-  EXPECT_FALSE(transfer.UploadString("x", "closed/x"));
-  EXPECT_FALSE(transfer.CreateDirectoryA("closed/x"));
-  EXPECT_EQ(transfer.ExistsDirectory("closed"), is_sftp()) << "SFTP tells missing from forbidden, FTP does not";
-  EXPECT_FALSE(is_sftp() && transfer.UploadFile(local_file("source", content), "full/x"));
-  enter_mount_namespace();
-  const fs::path small = local.make_folder("small");
-  ASSERT_EQ(::mount("none", small.c_str(), "tmpfs", 0, "size=1m"), 0);
-  EXPECT_FALSE(transfer.DownloadToFile("file", local_name("small/x")));
-  EXPECT_EQ(transfer.last_cause().failure, TransferFailure::local_file) << error_of(transfer);
-  std::vector<int> expected = {21543, 21541, 21546, 21542};
-  if (is_sftp()) expected.insert(expected.end() - 1, 21540);
-  EXPECT_EQ(log.numbers(), expected);
-  EXPECT_TRUE(fs::is_empty(small));
-  ASSERT_EQ(::umount(small.c_str()), 0);
+std::vector<std::string> names_in(const fs::path& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename().string());
+  return names;
 }
 
-INSTANTIATE_TEST_SUITE_P(Transfer, GuardedSites, testing::Values(kFtpProftpd, kSftp), kSiteName);
+class FtpFamily : public FtpTest, public testing::WithParamInterface<FtpBrand> {};
+
+TEST_P(FtpFamily, MovesFilesSinglyAndByWildcard) {
+  YINET_SKIP_FOR(FtpServer::missing(GetParam()));
+  const bool tls = GetParam() == FtpBrand::proftpd;
+  const FtpServer server({.brand = GetParam(), .tls = tls});
+  const fs::path here = local.make_folder("here");
+  const auto run = [&](const char* function, const std::string& remote) {
+    return call(function, "pHOST=" + server.address() + "|pUser=" + server.user() + "|pPasswd=" + server.password() +
+                              (tls ? "|pFTPTyp=4" : "") + "|pDateiname=" + remote + "|pZieldateiname=" + remote +
+                              "|pZielverzeichnis=" + here.string() +
+                              "|pQuellDateiname=" + local_name("M\xC3\xA4rz 1.csv"));
+  };
+  const auto done = [&](const char* function, const std::string& remote) {
+    return run(function, remote).GetBool("_RETV");
+  };
+  for (const char* folder : {"in", "in/folder.csv"}) server.make_folder(folder);
+  local.write("M\xC3\xA4rz 1.csv", "eins");
+  EXPECT_TRUE(done("FTP_UPLOAD", "in/"));
+  EXPECT_EQ(server.content("in/M\xC3\xA4rz 1.csv"), "eins");
+  server.add("in/100%41.csv", std::string(300'000, 'x'));
+  server.add("in/empty.csv", "");
+  server.add("in/[a].csv", "a");
+  server.add("in/a\\out.csv", "leads to another folder here");
+  server.add("in/other.txt", "stays");
+
+  EXPECT_TRUE(done("FTP_DOWNLOADDATEI", "in/100%41.csv"));
+  EXPECT_EQ(fs::file_size(here / "100%41.csv"), 300'000U);
+  EXPECT_EQ(run("FTP_DOWNLOADDATEIEN", "in/[*.csv").GetString("pDateien"), "[a].csv");
+  EXPECT_TRUE(done("FTP_DOWNLOADDATEIEN", "in/*.none")) << "nothing to fetch is no failure";
+  EXPECT_THAT(log.numbers(), IsEmpty());
+
+  const YObject all = run("FTP_DOWNLOADDATEIENMITLOESCHEN", "in/*.csv");
+  EXPECT_FALSE(all.GetBool("_RETV")) << "one name is none here";
+  EXPECT_THAT(all.GetString("pDateien").Items(),
+              UnorderedElementsAre("M\xE4rz 1.csv", "100%41.csv", "empty.csv", "[a].csv"));
+  EXPECT_THAT(names_in(server.folder() / "in"), UnorderedElementsAre("a\\out.csv", "other.txt", "folder.csv"));
+  EXPECT_THAT(names_in(here), UnorderedElementsAre("M\xC3\xA4rz 1.csv", "100%41.csv", "empty.csv", "[a].csv"));
+  fs::create_symlink("/dev/null", here / "other.txt");  // what arrives here is lost
+  EXPECT_FALSE(done("FTP_DOWNLOADDATEIENMITLOESCHEN", "in/o*.txt"));
+  EXPECT_TRUE(server.has("in/other.txt"));
+  const SettingChange limit(settings::kTransferListLimit, "0");
+  EXPECT_FALSE(done("FTP_DOWNLOADDATEIEN", "in/*"));
+
+  EXPECT_TRUE(done("FTP_LOESCHE", "in/other.txt"));
+  EXPECT_FALSE(server.has("in/other.txt"));
+  EXPECT_FALSE(done("FTP_LOESCHE", "in/other.txt"));
+  EXPECT_FALSE(done("FTP_DOWNLOADDATEIEN", "nowhere/*.csv"));
+  EXPECT_THAT(log.numbers(), ElementsAre(21550, 21551, 21549, 21544, 21549));
+  EXPECT_TRUE(done("FTP_BEENDE", ""));
+}
+
+INSTANTIATE_TEST_SUITE_P(Transfer, FtpFamily, testing::Values(FtpBrand::vsftpd, FtpBrand::proftpd, FtpBrand::pure_ftpd),
+                         [](const auto& info) { return name_of(info.param); });
+
+TEST_F(FtpTest, InternetFunctionsFollowUrls) {
+  YINET_REQUIRE_PROGRAM("nginx");
+  const NginxServer server;
+  server.add_document("a b.txt", "found");
+  server.add_document("D\xC3\xBCse & Co", "page");
+  const SettingChange search(settings::kSearchUrl, server.url("/$1$"));
+  const auto run = [&](const char* function, const std::string& text) {
+    return call(function, "pUrl=" + text + "|pSuchbegriffe=" + text + "|pZielverzeichnis=" + local_name(""));
+  };
+  EXPECT_EQ(run("INTERNET_DOWNLOAD", server.url("/a%20b.txt?x=1")).GetString("pResponseFile"), local_name("a b.txt"));
+  EXPECT_EQ(read_file(local / "a b.txt"), "found");
+  EXPECT_EQ(run("INTERNET_LESEDATEI", server.url("/redirect/302")).GetString("pInhalt").str(), NginxServer::kHello);
+  YFile page(run("INTERNET_WEBSUCHE", " D\xFCse & Co ").GetString("pResponseFile"));
+  std::string text;
+  EXPECT_TRUE(page.Open(kOpenExisting, kAccessRead) && page.ReadAll(text));
+  EXPECT_EQ(text, "page");
+  YFile::Delete(page.GetName());
+  for (const std::string& wrong : {server.url("/none"), std::string("no url")})
+    EXPECT_FALSE(run("INTERNET_LESEDATEI", wrong).GetBool("_RETV"));
+  EXPECT_THAT(log.numbers(), ElementsAre(21548, 21520));
+}
 
 }  // namespace
 }  // namespace yinet::test

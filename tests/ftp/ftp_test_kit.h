@@ -14,6 +14,7 @@
 #include "support/bytes.h"
 #include "support/requirements.h"
 #include "support/temp_dir.h"
+#include "yinet/filetransfer/yinet_file_transfer.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/script/function_table.h"
 
@@ -57,22 +58,20 @@ inline std::string passive(std::uint16_t port, const std::string& address = "127
   return "227 (" + address + "," + std::to_string(port / 256) + "," + std::to_string(port % 256) + ")";
 }
 
-// A client that is logged in at a scripted server. "@" as an answer is the address of its data connections, and "@" with an
-// address "1,2,3,4" behind it names their port there.
+// "@" as an answer turns into the address of data connections, "@" with an address "1,2,3,4" behind it names their port there.
+inline Turns with_data_port(Turns turns, std::uint16_t port) {
+  for (auto& [command, reply] : turns)
+    if (reply.starts_with('@')) reply = reply == "@" ? passive(port) : passive(port, reply.substr(1));
+  return turns;
+}
+
+// A client that is logged in at a scripted server with data connections.
 struct Dialogue {
   explicit Dialogue(Turns turns, ConnectionScript data_script = Script().read_to_end(),
                     ConnectionScript then = Script().read_to_end())
       : data(ScriptedPeer::for_every_connection(std::move(data_script))),
-        server(dialogue(kLogin + with_address(std::move(turns)), std::move(then))) {
+        server(dialogue(kLogin + with_data_port(std::move(turns), data.port()), std::move(then))) {
     EXPECT_EQ(ftp.connect(), 0);
-  }
-  Turns with_address(Turns turns) const {
-    for (auto& [command, reply] : turns)
-      if (reply == "@")
-        reply = passive(data.port());
-      else if (reply.starts_with('@'))
-        reply = passive(data.port(), reply.substr(1));
-    return turns;
   }
   OpenFtps* operator->() { return &ftp; }
   // An operation's result and the message it left.
@@ -105,6 +104,22 @@ class FtpTest : public SocketTest {
   }
 
   TempDir local{"local"};
+
+ private:
+  SettingChange patience_{settings::kTransferConnectLimit, "120000"};  // a busy machine is no failure
 };
+
+inline YInetFileTransfer transfer_to(const std::string& url, const YString& user = {}, const YString& password = {}) {
+  YInetFileTransfer transfer;
+  EXPECT_TRUE(transfer.SetServerUrl(url));
+  transfer.SetUsername(user);
+  transfer.SetPassword(password);
+  return transfer;
+}
+
+// An assertion's text: what went wrong in `transfer`.
+inline std::string error_of(YInetFileTransfer& transfer) {
+  return transfer.GetLastErrorMsg().str() + " / " + transfer.last_cause().text.str();
+}
 
 }  // namespace yinet::test

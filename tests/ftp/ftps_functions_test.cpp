@@ -1,8 +1,9 @@
-// The FTPS script functions, as a script calls them.
+// The FTPS script functions, as a script calls them, and what servers answer, taken apart without a connection.
 
 #include <filesystem>
 
 #include "ftp/ftp_test_kit.h"
+#include "yinet/ftp/ftp_answers.h"
 #include "yinet/host/yscript.h"
 
 namespace yinet::test {
@@ -40,7 +41,7 @@ TEST_F(FtpsFunctions, ResultsTurnIntoMessages) {
   };
   std::vector<int> raised;
   std::string context, lines;
-  set_log_sink([&](const LogRecord& record) {
+  set_log_sink([&](const LogRecord& record) {  // a line hides passwords as long as they are in use
     EXPECT_EQ(record.level, 6);
     raised.push_back(record.number);
     context = record.extra;
@@ -52,10 +53,8 @@ TEST_F(FtpsFunctions, ResultsTurnIntoMessages) {
     const bool upload = c.function == std::string("FTPS_UPLOAD");
     ScriptedPeer data =
         ScriptedPeer::for_every_connection(upload ? Script().read_to_end() : Script().send(c.content).close());
-    Turns turns = kLogin + c.turns + Turns{{"QUIT", "221 bye"}};
-    for (auto& [command, reply] : turns)
-      if (reply == "@") reply = passive(data.port());
-    std::vector<ConnectionScript> connections = {dialogue(turns)};
+    std::vector<ConnectionScript> connections = {
+        dialogue(kLogin + with_data_port(c.turns, data.port()) + Turns{{"QUIT", "221 bye"}})};
     if (c.check)
       connections.push_back(*c.check ? dialogue(kLogin + Turns{{"TYPE I", "200 ok"}, {"SIZE /f", c.check}})
                                      : dialogue({{"", "421 full"}}));
@@ -101,15 +100,53 @@ TEST_F(FtpsFunctions, LocalHostsWorkOnFiles) {
 TEST_F(FtpsFunctions, TypeFiveGoesToTheScriptClass) {
   const SettingChange user(settings::kProxyUser, "host user");
   const SettingChange password(settings::kProxyPassword, "host password");
-  const std::pair<const char*, const char*> functions[] = {
-      {"FTPS_DOWNLOADDATEI", "Download"}, {"FTPS_UPLOAD", "Upload"}, {"FTPS_LOESCHE", "L\xF6sche"}};
-  for (const auto& [function, name] : functions) {
-    register_script_function("SSHClient", name, [](YObject& given) { given.StoreText("seen", "yes"); });
-    const YObject seen = call(function, "pFTPTyp=5|pHOST=nowhere.invalid|pProxyBenutzer=");
-    register_script_function("SSHClient", name, nullptr);
-    EXPECT_EQ(seen.GetString("seen"), "yes");
-    EXPECT_EQ(seen.GetString("pProxyBenutzer"), "") << "given, though empty";
-    EXPECT_EQ(seen.GetString("pProxyPassword"), "host password");
+  register_script_function("SSHClient", "L\xF6sche", [](YObject& given) { given.StoreText("seen", "yes"); });
+  const YObject seen = call("FTPS_LOESCHE", "pFTPTyp=5|pHOST=nowhere.invalid|pProxyBenutzer=");
+  register_script_function("SSHClient", "L\xF6sche", nullptr);
+  EXPECT_EQ(seen.GetString("seen"), "yes");
+  EXPECT_EQ(seen.GetString("pProxyBenutzer"), "") << "given, though empty";
+  EXPECT_EQ(seen.GetString("pProxyPassword"), "host password");
+}
+
+// Address, port and where to connect to: nowhere, unless it says otherwise.
+TEST(FtpAnswers, AreReadWithTheirOdditiesAndLimits) {
+  const std::pair<std::string, const char*> addresses[] = {
+      {"227 Entering Passive Mode (192,168,1,10,19,137).\r\n", "192.168.1.10 5001 to 192.168.1.10 5001"},
+      {"227 ok (010,0,0,1,1,0)\r\n", "010.0.0.1 256 to 10.0.0.1 256"},
+      {"227 (1,2,3,4)\r\n", " 772"},
+      {"227 (300,1,1,1,1,1)\r\n", "300.1.1.1 257"},
+      {"227 (1,1,1,1,1,256)\r\n", "1.1.1.1 512"},
+      {"227 (1,1,1,1,0,0)\r\n", "1.1.1.1 0"},
+      {"227 (1,2,3,4,5,6,7,8)\r\n", "1.2.3.4.5.6 1800"},
+      {"227 (1,1,1,1,1,99999999999999999999)\r\n", "1.1.1.1 65792"},
+      {"227 (" + std::string(1000, ',') + ")\r\n", "..... 0"},
+      {"500 no\r\n", " 0"},
+  };
+  for (const auto& [answer, expected] : addresses) {
+    const auto usable = usable_passive_address(answer);
+    EXPECT_EQ(passive_address(answer) + " " + std::to_string(passive_port(answer)) +
+                  (usable ? " to " + usable->host + " " + std::to_string(usable->port) : ""),
+              expected);
+  }
+  EXPECT_EQ(passive_port_text(addresses[0].first), "19,137");
+  const std::pair<const char*, int> ports[] = {{"229 (|||6446|)\r\n", 6446}, {"229 (!!!1!)", 1},   {"229 (|||0|)", 0},
+                                               {"229 (|||65536|)", 0},       {"229 (|||12x|)", 0}, {"229 (|||12", 0},
+                                               {"229 (11112345)", 0}};
+  for (const auto& [answer, port] : ports) {
+    const auto found = usable_extended_address(answer);
+    EXPECT_EQ(found ? found->port : 0, port) << answer;
+  }
+  const std::pair<const char*, std::int64_t> sizes[] = {{"213 5368709120\r\n SIZE x", 5368709120},
+                                                        {"213 9223372036854775808", -1},
+                                                        {"213 -5", -1},
+                                                        {"213 x", 0},
+                                                        {"213", 0}};
+  for (const auto& [answer, size] : sizes) EXPECT_EQ(size_in_answer(answer, 4), size) << answer;
+  const std::pair<const char*, int> hosts[] = {{"h", 0},     {"h:0", 0},     {"h:2121", 2121}, {"h:x", 0},
+                                               {"h:1:2", 1}, {"[h]:21", 21}, {"[h]", 0}};
+  for (const auto& [text, port] : hosts) {
+    EXPECT_EQ(split_host_and_port(text).host, "h") << text;
+    EXPECT_EQ(split_host_and_port(text).port, port) << text;
   }
 }
 

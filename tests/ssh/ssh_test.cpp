@@ -1,16 +1,14 @@
 // sshClient and the functions on it: against a real sshd, a small SFTP server behind one that answers what sshd never does,
 // and peers that say nothing.
 
-#include <chrono>
 #include <filesystem>
 #include <optional>
+#include <tuple>
 
 #include "ftp/ftp_test_kit.h"
 #include "support/child_process.h"
-#include "support/cutting_relay.h"
 #include "support/resource_check.h"
 #include "support/servers.h"
-#include "yinet/filetransfer/yinet_file_transfer.h"
 #include "yinet/host/messages.h"
 #include "yinet/ssh/ssh_address.h"
 #include "yinet/ssh/ssh_client.h"
@@ -59,8 +57,7 @@ TEST_F(SshTest, FunctionsWorkOnEveryRoute) {
     const std::string back = given + "|pZielverzeichnis=" + local.make_folder("back").string();
     const ResourceCheck resources;
     const auto done = [&](const char* function) { return call(function, given).GetBool("_RETV"); };
-    EXPECT_TRUE(done("SSH_CREATEDIRECTORY"));
-    EXPECT_TRUE(done("SSH_CREATEDIRECTORY")) << "nothing is left to do";
+    EXPECT_TRUE(done("SSH_CREATEDIRECTORY") && done("SSH_CREATEDIRECTORY")) << "nothing is left to do";
     EXPECT_EQ(fs::status(server.folder() / folder_on_disk).permissions(), static_cast<fs::perms>(0705));
     for (const auto& [upload, download, remove] : families) {
       EXPECT_TRUE(done(upload));
@@ -69,10 +66,8 @@ TEST_F(SshTest, FunctionsWorkOnEveryRoute) {
                   testing::UnorderedElementsAre(".", "..", name));
       EXPECT_FALSE(done("SSH_REMOVEDIRECTORY")) << "it is not empty";
       EXPECT_EQ(call(download, back).GetInteger("_RETV"), 1);
-      const bool whole = *download == 'F';
-      EXPECT_EQ(read_file(local / ("back/" + name_on_disk)).size(), whole ? 7U : kFixedSize);
-      EXPECT_TRUE(done(remove));
-      EXPECT_FALSE(done(remove));
+      EXPECT_EQ(read_file(local / ("back/" + name_on_disk)).size(), *download == 'F' ? 7U : kFixedSize);
+      EXPECT_TRUE(done(remove) && !done(remove));
     }
     EXPECT_TRUE(done("SSH_REMOVEDIRECTORY"));
     EXPECT_THAT(numbers(), testing::ElementsAre(21810, 21810));
@@ -129,11 +124,7 @@ TEST_F(SshTest, FailuresAreToldAndLeaveNothing) {
   const std::string here = "|pZielverzeichnis=" + local.path().string();
   fs::create_symlink("/dev/full", local / "full");
   const ResourceCheck resources;
-  const struct {
-    const char* function;
-    std::string texts;
-    std::vector<int> numbers;
-  } cases[] = {
+  const std::tuple<std::string, std::string, std::vector<int>> cases[] = {
       {"SSH_UPLOAD", "", {21805}},
       {"SSH_UPLOAD", "pQuellDateiname=" + source, {21806}},
       {"SSH_UPLOAD", "pQuellDateiname=/none|pZieldateiname=x", {21827, 21829, 21803}},
@@ -157,14 +148,14 @@ TEST_F(SshTest, FailuresAreToldAndLeaveNothing) {
       {"SSH_DELETE", "pPasswd=wrong", {21802}},
       {"SSH_DELETE", "pPasswd=wrong|pSchluessel=" + server.user_key().string(), {}},  // logs in
   };
-  for (const auto& c : cases) {
+  for (const auto& [function, texts, expected] : cases) {
     for (const bool whole : {false, true}) {
-      SCOPED_TRACE(testing::Message() << "row " << &c - cases << (whole ? ", whole" : ""));
+      SCOPED_TRACE(function + texts + (whole ? ", whole" : ""));
       log.clear();
-      const YObject result = call(c.function, login(server) + c.texts + (whole ? "|pVollstaendig=1" : ""));
-      EXPECT_EQ(result.GetType("_RETV"), c.function == std::string("SSH_GETDIRECTORY") ? kTypeString : kTypeBool);
+      const YObject result = call(function, login(server) + texts + (whole ? "|pVollstaendig=1" : ""));
+      EXPECT_EQ(result.GetType("_RETV"), function == "SSH_GETDIRECTORY" ? kTypeString : kTypeBool);
       EXPECT_FALSE(result.GetBool("_RETV"));
-      EXPECT_EQ(numbers(), c.numbers);
+      EXPECT_EQ(numbers(), expected);
       for (const LogRecord& entry : log.records()) EXPECT_EQ(entry.level, find_message(entry.number)->level);
     }
   }
@@ -175,10 +166,8 @@ TEST_F(SshTest, FailuresAreToldAndLeaveNothing) {
 }
 
 TEST_F(SshTest, AServerThatDiesInMidTransferIsNoticed) {
-  const std::string content = pattern_bytes(20'000'000);
-  const std::string source = local_file("source", content);
+  const std::string content = pattern_bytes(20'000'000), source = local_file("source", content);
   for (const bool upload : {true, false}) {
-    SCOPED_TRACE(upload);
     log.clear();
     SshServer server;
     server.add("big", content);
@@ -193,8 +182,7 @@ TEST_F(SshTest, AServerThatDiesInMidTransferIsNoticed) {
     EXPECT_EQ(client.last_failure(), SshFailure::broken) << client.last_failure_text().str();
     EXPECT_EQ(numbers(), upload ? (std::vector<int>{21829, 21830}) : std::vector<int>());
     EXPECT_FALSE(fs::exists(local / "none"));
-    EXPECT_FALSE(client.existDirectory(".", nullptr));
-    EXPECT_FALSE(log_in(client, server));
+    EXPECT_FALSE(client.existDirectory(".", nullptr) || log_in(client, server));
     EXPECT_EQ(client.last_failure(), SshFailure::not_connected);
   }
 }
@@ -236,24 +224,18 @@ TEST_F(SshTest, LoginsNeedAHostKeyAndAKeyOrAPassword) {
     EXPECT_EQ(log.last(21814).number != 0, c.failure == SshFailure::host_key);
     EXPECT_EQ(log.last(21815).number != 0, c.key == no_key || c.key_password == "no");
     if (!c.key.empty() || c.failure == SshFailure::login) continue;
-    YInetFileTransfer through_libcurl;
-    through_libcurl.SetServerUrl(YString("sftp://" + server.address()));
-    through_libcurl.SetUsername(YString(server.user()));
-    through_libcurl.SetPassword(YString(pass));
+    YInetFileTransfer through_libcurl = transfer_to("sftp://" + server.address(), server.user(), pass);
     EXPECT_EQ(through_libcurl.ExistsDirectory("/"), c.failure == SshFailure::none) << "the same file holds for libcurl";
   }
 }
 
 TEST(SshAddress, IsSplitAtItsLastColon) {
-  const struct {
-    const char *text, *host;
-    int port;
-  } cases[] = {{"h", "h", 22},    {"h:2200", "h", 2200}, {"a:b:7", "a:b", 7},
-               {"h:", "h", 22},   {"[::1]", "::1", 22},  {"[::1]:7", "::1", 7},
-               {"h:7x", "h", -1}, {"h:70000", "h", -1},  {"[::1]7", "::1", -1}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(split_ssh_address(c.text, 22).host, c.host) << c.text;
-    EXPECT_EQ(split_ssh_address(c.text, 22).port, c.port) << c.text;
+  const std::pair<const char*, const char*> cases[] = {{"h", "h 22"},    {"h:2200", "h 2200"}, {"a:b:7", "a:b 7"},
+                                                       {"h:", "h 22"},   {"[::1]", "::1 22"},  {"[::1]:7", "::1 7"},
+                                                       {"h:7x", "h -1"}, {"h:70000", "h -1"},  {"[::1]7", "::1 -1"}};
+  for (const auto& [text, expected] : cases) {
+    const SshAddress found = split_ssh_address(text, 22);
+    EXPECT_EQ(found.host.str() + " " + std::to_string(found.port), expected);
   }
 }
 
@@ -292,26 +274,6 @@ TEST_F(SshTest, NamesOfAListingAreData) {
   EXPECT_EQ(client.getDirectory(".", nullptr), "../x");
 }
 
-TEST_F(SshTest, AConnectionMayEndAnywhere) {
-  const SshServer server;
-  const CuttingRelay relay(server.port(), 150);
-  const std::string source = local_file("source", "content"), target = local_name("target");
-  int connections = 1;
-  for (bool done = false; !done; ++connections) {
-    ASSERT_LT(connections, 200);
-    const ResourceCheck resources;
-    sshClient client;
-    done = client.connect("127.0.0.1", relay.port(), server.user(), server.password(), "", 0, 0, "", "") &&
-           client.createDirectory("d", nullptr) && client.uploadFile(source, "d/x", nullptr) &&
-           !client.getDirectory("d", nullptr).IsEmpty() && client.downloadWholeFile("d/x", target, nullptr) &&
-           client.deleteFile("d/x", nullptr) && client.removeDirectory("d", nullptr);
-    EXPECT_EQ(client.last_failure() == SshFailure::none, done);
-    EXPECT_TRUE(!fs::exists(target) || read_file(target) == "content");
-    fs::remove(target);
-  }
-  EXPECT_GT(connections, 20);
-}
-
 TEST_F(SshTest, SilenceEndsAtTheLimit) {
   const SettingChange limit(settings::kSshLimit, "700");
   ScriptedPeer silent(Script().read_to_end());
@@ -319,12 +281,11 @@ TEST_F(SshTest, SilenceEndsAtTheLimit) {
   const SshServer server("ForceCommand sleep 30");
   const ResourceCheck resources;
   sshClient client;
-  const auto start = std::chrono::steady_clock::now();
-  for (ScriptedPeer* const peer : {&silent, &rude}) {
-    EXPECT_FALSE(client.connect("127.0.0.1", peer->port(), "u", "p", "", 0, 0, "", ""));
+  for (const std::uint16_t port : {silent.port(), rude.port()}) {
+    const auto fails = [&] { EXPECT_FALSE(client.connect("127.0.0.1", port, "u", "p", "", 0, 0, "", "")); };
+    EXPECT_LT(time_of(fails).count(), 10000);
     EXPECT_EQ(client.last_failure(), SshFailure::not_connected);
   }
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
   const SettingChange longer(settings::kSshLimit, "3000");
   ASSERT_TRUE(log_in(client, server)) << client.last_failure_text().str();
   EXPECT_FALSE(client.existDirectory(".", nullptr));
