@@ -7,7 +7,8 @@ set -u
 library=$1 list=$2
 export LC_ALL=C
 
-symbols() { nm -D --defined-only -- "$library" | awk '{ print $(NF - 1), $NF }'; }
+# Without what a build for coverage adds.
+symbols() { nm -D --defined-only -- "$library" | awk '!/__gcov|mangle_path/ { print $(NF - 1), $NF }'; }
 
 # Lines of type, mangled name, and name without parameter types.
 now=$(paste -d ' ' <(symbols) <(symbols | awk '{ print $2 }' | c++filt -p) | awk '

@@ -4,7 +4,6 @@
 #include <sched.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -117,11 +116,6 @@ Words in_network_namespace(Words command, const std::string& resolver) {
   // Root needs no user namespace, which some machines and every changed root directory refuse.
   command.insert(command.begin(), {"unshare", ::geteuid() == 0 ? "-mn" : "-rmn", "sh", "-c", kScript, resolver});
   return command;
-}
-
-void enter_mount_namespace() {
-  if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-    throw std::system_error(errno, std::generic_category(), "own mount namespace");
 }
 
 void enter_network_namespace() {

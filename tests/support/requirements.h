@@ -18,9 +18,8 @@ std::string missing_ipv6();
 // ports free, those below 1024 included. The file `resolver` takes the place of /etc/resolv.conf there.
 Words in_network_namespace(Words command, const std::string& resolver = {});
 
-// For good, and with the processes and threads it starts later, the calling thread gets mounts, or a network that is only a
-// loopback, of its own. For root.
-void enter_mount_namespace();
+// For good, and with the processes and threads it starts later, the calling thread gets a network of its own that is only a
+// loopback. For root.
 void enter_network_namespace();
 
 }  // namespace yinet::test
@@ -29,6 +28,5 @@ void enter_network_namespace();
   if (const std::string skip_reason = (reason); !skip_reason.empty()) GTEST_SKIP() << skip_reason
 
 #define YINET_REQUIRE_PROGRAM(name) YINET_SKIP_FOR(::yinet::test::missing_program(name))
-#define YINET_REQUIRE_ROOT() YINET_SKIP_FOR(::yinet::test::missing_root())
 #define YINET_REQUIRE_NETWORK_NAMESPACES() YINET_SKIP_FOR(::yinet::test::missing_network_namespaces())
 #define YINET_REQUIRE_IPV6() YINET_SKIP_FOR(::yinet::test::missing_ipv6())
