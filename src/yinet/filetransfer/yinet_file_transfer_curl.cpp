@@ -172,13 +172,16 @@ bool YInetFileTransfer::SetCurlSecurity() {
   const long verify_name = verify && setting_flag(settings::kTlsCheckName) ? kVerifyName : 0;
   // With TLS 1.3 this libcurl closes data connections before the server has read all, and loses the session that many
   // servers want to see resumed on the next one: uploads are cut and transfers refused now and then.
-  const bool newest = !ftps || setting_flag(settings::kTransferFtpsTls13) || setting_text(settings::kTlsMinimumVersion) == "1.3";
+  const bool newest =
+      !ftps || setting_flag(settings::kTransferFtpsTls13) || setting_text(settings::kTlsMinimumVersion) == "1.3";
   const long versions = newest ? long{CURL_SSLVERSION_DEFAULT} : long{CURL_SSLVERSION_MAX_TLSv1_2};
   // A password that was given is the login: keys of the account that runs the host are not tried then.
-  const long ssh_login = password_.IsEmpty() ? long{CURLSSH_AUTH_DEFAULT} : long{CURLSSH_AUTH_PASSWORD | CURLSSH_AUTH_KEYBOARD};
+  const long ssh_login =
+      password_.IsEmpty() ? long{CURLSSH_AUTH_DEFAULT} : long{CURLSSH_AUTH_PASSWORD | CURLSSH_AUTH_KEYBOARD};
   const std::string known_hosts = known_hosts_path();
   const char* const hosts_file = known_hosts.empty() ? nullptr : known_hosts.c_str();
-  return SetCurlOptPointer(CURLOPT_SSH_KNOWNHOSTS, hosts_file) && SetCurlOptInt(CURLOPT_SSH_AUTH_TYPES, ssh_login) && SetCurlOptInt(CURLOPT_SSLVERSION, versions) &&
+  return SetCurlOptPointer(CURLOPT_SSH_KNOWNHOSTS, hosts_file) && SetCurlOptInt(CURLOPT_SSH_AUTH_TYPES, ssh_login) &&
+         SetCurlOptInt(CURLOPT_SSLVERSION, versions) &&
          SetCurlOptInt(CURLOPT_USE_SSL, ftps ? CURLUSESSL_ALL : CURLUSESSL_NONE) &&
          SetCurlOptInt(CURLOPT_SSL_VERIFYHOST, verify_name) && SetCurlOptInt(CURLOPT_SSL_VERIFYPEER, verify ? 1 : 0) &&
          SetCurlOptInt(CURLOPT_PROXY_SSL_VERIFYHOST, verify_name) &&
@@ -266,6 +269,10 @@ int YInetFileTransfer::Perform() {
   const SigpipeGuard no_sigpipe;
   state_->error_text.front() = '\0';
   const CURLcode result = run_transfer(state_->connections.get(), handle_.get());
+  // A server that refuses a transfer under TLS closes the data connection unused. This libcurl then asks for another one
+  // before it has read the refusal, takes that for the answer, and would be a reply behind on this connection for ever.
+  if (result == CURLE_FTP_WEIRD_PASV_REPLY || result == CURLE_FTP_WEIRD_227_FORMAT)
+    state_->connections.reset(curl_multi_init());
   state_->cause = {failure_of(result), 0, YString(state_->error_text.data())};
   curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &state_->cause.response);
   return result;
