@@ -44,6 +44,32 @@ ConnectionScript tls_dialogue(const Turns& turns, const std::string& injected = 
 }
 const Turns kTlsLogin = {{"USER u", "331 a"}, {"PASS secret", "230 b"}, {"PBSZ 0", "500 c"}, {"PROT P", "536 d"}};
 
+TEST_F(FtpsTest, TheConnectionMayEndAtEveryStepOfALoginAndOfACommand) {
+  for (const std::string end : {"close", "reset"}) {
+    const auto until = [&](const Turns& turns, std::size_t step) {
+      return Turns(turns.begin(), turns.begin() + static_cast<std::ptrdiff_t>(step)) + Turns{{turns[step].first, end}};
+    };
+    for (std::size_t i = 0; i < kLogin.size() + kTlsLogin.size(); ++i) {
+      const bool tls = i >= kLogin.size();
+      const std::size_t step = tls ? i - kLogin.size() : i;
+      ScriptedPeer server(tls ? tls_dialogue(until(kTlsLogin, step)) : dialogue(until(kLogin, step)));
+      ftps ftp(server.target(), "u", "secret", tls ? kTlsFtp : kPlainFtp,
+               tls ? Certificates::shared().client().both.string() : "");
+      EXPECT_EQ(ftp.connect(), tls && step > 1 ? 0 : -1) << end << i;  // answers to PBSZ and PROT are not looked at
+      static_cast<void>(server.take_failures());
+    }
+    for (const Turns& turns : {Turns{{"DELE x", end}}, Turns{{"PASV", end}}, Turns{{"PASV", "@"}, {"LIST", end}}}) {
+      Dialogue ftp(turns);
+      const bool deletes = turns[0].first == "DELE x";  // whose result knows 550 only
+      EXPECT_TRUE(deletes ? ftp->del_file("x") == 0 : ftp->get_dir_content().Length() <= 2);
+      EXPECT_GE(ftp->get_last_mesnum(), 700) << end << turns.back().first;
+      ftp->Close();
+      static_cast<void>(ftp.server.take_failures());
+      static_cast<void>(ftp.data.take_failures());
+    }
+  }
+}
+
 TEST_F(FtpsTest, LoginsGoAsTheServerAndTheProxyTypeSay) {
   const Script end = Script().expect_end();
   const Turns known = {{"", "220 hi"}, {"USER u", "331 go on"}}, asks_tls = {{"", "220 hi"}, {"AUTH TLS", "234 go"}};

@@ -195,12 +195,19 @@ TEST(HttpText, HostileInputCostsNoMoreThanItsSize) {
   EXPECT_TRUE(HttpHelper.ParseHeaderValue(YString(std::string(1 << 20, ';')), nullptr, &fields));
   YString status;
   parse_header_block("x 1\r\n" + repeated("N: v\r\nSet-Cookie: c=v\r\n", 1000000), 300, fields, status);
+  std::string many = "x 1\r\n";
+  for (int i = 0; i < 1000000; ++i) many += "Set-Cookie: c" + std::to_string(i) + "=v\r\n";
+  parse_header_block(many, 300, fields, status);
+  EXPECT_EQ(fields.Find<YObject>("COOKIES")->GetStringKeyCount(), 300);
   EXPECT_FALSE(HttpHelper.ExtractMessageParts(YBuffer("x" + repeated("\r\n\r", 1000000)), nullptr, nullptr));
   EXPECT_EQ(body_of("multipart/form-data; boundary=b|" + repeated("\n--b-", 1000000)), "false {}");
   EXPECT_EQ(body_of("multipart/form-data; boundary=" + std::string(70, '-') + "|" + std::string(5000000, '-')),
             "false {}");
   set_setting("HTTP", "FormularFelder", "3");
   EXPECT_EQ(body_of("application/x-www-form-urlencoded|a=1&b=2&c=3&d=4"), "false {'a':'1','b':'2','c':'3'}");
+  const std::string part = "--b\nContent-Disposition: a; name=n\n\n1\n";
+  EXPECT_EQ(body_of("multipart/form-data; boundary=b|" + repeated(part, 1000000) + "--b--"),
+            "false {'n':'1\\u00011\\u00011'}");
   set_setting("HTTP", "FormularFelder", std::nullopt);
 }
 

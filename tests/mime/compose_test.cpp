@@ -85,8 +85,12 @@ TEST_F(ComposeTest, NoValueAddsAHeaderLine) {
       const bool replaced = is_list || ((key == "ABSENDER" || key == "MAILID") && !attack.starts_with("=?"));
       EXPECT_EQ(log_.last(message::kMailLineBreakReplaced).number != 0, replaced);
     }
+  log_.clear();
   attach_file("a\"b\r\nBcc: x.txt", "");
   EXPECT_EQ(composed(), "MIME:*|<text>Text|*|<file a'b Bcc: x.txt>|*--|");
+  EXPECT_NE(log_.last(message::kMailLineBreakReplaced).number, 0);
+  attach(std::string("n\0m", 3));  // no file can have it, its header stays
+  EXPECT_EQ(composed(), "MIME:*|<text>Text|*|<file a'b Bcc: x.txt>|*|<file n m>*--|");
 }
 
 TEST_F(ComposeTest, DatesAreEnglishAndSummerTimeEndsOnASaturday) {
@@ -100,6 +104,9 @@ TEST_F(ComposeTest, DatesAreEnglishAndSummerTimeEndsOnASaturday) {
 }
 
 TEST_F(ComposeTest, PartsHaveTheirHeadersAndTheirOrder) {
+  const std::string line = "--KV_MAIL_PaRt_BoUnDaRy_28052007_XJ";
+  mail_.StoreText("NACHRICHT", "vor\r\n" + line + "\r\nnach\r\n" + line + "--");
+  EXPECT_EQ(composed(), "MIME:*|<text>vor|*|nach|*--|*--|") << "stays as it is";
   mail_.StoreText("NACHRICHT", "  Gr\xFC\xDFt\na\r\rb\r\n.c\r\n");
   attach_file("a.bin", std::string(60, 'a'));
   attach("");

@@ -126,7 +126,8 @@ TEST_F(MailTest, AttachmentNamesStayInTheFolderAndApart) {
   std::string rows =
       "bild.jpg > bild.jpg\nBild.JPG > Bild_2.JPG\n../../etc/passwd > .._.._etc_passwd\n.. > ..xxx\n. > .xxx\n"
       "///// > _____.xxx\n-rf > -rf.xxx\nC:\\x > C__x.xxx\nTEMP:x > TEMP_x.xxx\nNachricht.HTM > Nachricht_orig.htm\n"
-      "\"a:b*c?.txt > a_b_c_.txt\nc\x01.txt > c_.txt\n| > |.xxx\nc\rd > c_d.xxx\n\xE2\x80\xAEgpj > \xE2\x80\xAEgpj.xxx"
+      "\"a:b*c?.txt > a_b_c_.txt\nc\x01.txt > c_.txt\n| > |.xxx\nc\rd > c_d.xxx\n\"=?x?Q?d=0Ae?=\" > "
+      "d_e.xxx\n\xE2\x80\xAEgpj > \xE2\x80\xAEgpj.xxx"
       "\nBETREFF > BETREFF.xxx\nmail.eml > mail_2.eml\nlink.bin > link_2.bin\n/calendar > Termin.ics\n"
       "/png > Embedded_2.png\n/../../x > Embedded...\n/ > Embedded.xxx\n/x\x01NACHRICHT > Embedded.x_NACHRICHT";
   for (const auto& [letter, kept] : {std::pair('n', 236), std::pair('\xE4', 118)})  // one is two bytes on disk
