@@ -189,9 +189,12 @@ int SecureSocket::Reconnect() {
 }
 
 void SecureSocket::Close() {
-  contained(0, [&] {
+  contained(0, [&] {  // of its own: the connection ends even when there is no room for its session
     if (!state_->session_key.empty() && !state_->broken)
       TlsSessionStore::shared().keep(state_->session_key, session_of(bio));
+    return 0;
+  });
+  contained(0, [&] {
     if (bio != nullptr) end_connection(bio, *state_);
     bio = nullptr;
     state_->reset();
