@@ -11,6 +11,7 @@
 #include "yinet/host/flag_word.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/messages.h"
+#include "yinet/host/progress.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/settings.h"
 #include "yinet/host/text.h"

@@ -17,7 +17,7 @@
 #include "support/scripted_peer.h"
 #include "support/servers.h"
 #include "support/temp_dir.h"
-#include "yinet/http/http_body_file.h"
+#include "yinet/script/response_file.h"
 #include "yinet/yinet.h"
 
 namespace yinet::test {
@@ -243,8 +243,8 @@ TEST_F(HttpTest, AFailedCallAndAFullDiskLeaveNoFile) {
   // Names that are taken are counted over, links too.
   for (const char* name : {"8.tmp", "999999.tmp"}) folder.write(name, "taken");
   std::filesystem::create_symlink(folder / "victim", folder / "9.tmp");
-  EXPECT_EQ(write_body_file("a", 7), YString("TEMP:10.tmp"));
-  EXPECT_EQ(write_body_file("b", 999998), YString("TEMP:0.tmp"));
+  EXPECT_EQ(write_response_file("a", 7), YString("TEMP:10.tmp"));
+  EXPECT_EQ(write_response_file("b", 999998), YString("TEMP:0.tmp"));
   EXPECT_EQ(read_file(folder / "10.tmp"), "a");
   EXPECT_FALSE(std::filesystem::exists(folder / "victim"));
   EXPECT_EQ(std::filesystem::status(folder / "10.tmp").permissions(), std::filesystem::perms{0600});

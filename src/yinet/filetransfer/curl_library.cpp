@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "yinet/host/setting_table.h"
 #include "yinet/net/sigpipe_guard.h"
 
 namespace yinet {
@@ -18,11 +19,12 @@ void CurlMultiFree::operator()(CURLM* multi) const noexcept {
 
 CURLcode run_transfer(CURLM* multi, CURL* handle) {
   if (curl_multi_add_handle(multi, handle) != CURLM_OK) return CURLE_OUT_OF_MEMORY;
+  const int look_again_ms = setting_int(settings::kTransferLookAgain);
   int running = 1;
   CURLMcode step = CURLM_OK;
   while (step == CURLM_OK && running > 0) {
     step = curl_multi_perform(multi, &running);
-    if (step == CURLM_OK && running > 0) step = curl_multi_poll(multi, nullptr, 0, kLookAgainMs, nullptr);
+    if (step == CURLM_OK && running > 0) step = curl_multi_poll(multi, nullptr, 0, look_again_ms, nullptr);
   }
   CURLcode result = step == CURLM_OUT_OF_MEMORY ? CURLE_OUT_OF_MEMORY : CURLE_FAILED_INIT;
   int left = 0;

@@ -22,8 +22,7 @@ using CurlMulti = std::unique_ptr<CURLM, CurlMultiFree>;
 
 // Does what curl_easy_perform does, with `multi` (may be null: out of memory) keeping the connections. libcurl 7.88 may
 // already have read the reply it waits for, when a server's replies arrive together, and then waits for a socket that
-// stays silent: for a second in curl_easy_perform, for kLookAgainMs here.
-constexpr int kLookAgainMs = 10;
+// stays silent: for a second in curl_easy_perform, for the setting kTransferLookAgain here.
 CURLcode run_transfer(CURLM* multi, CURL* handle);
 
 // libcurl's global initialisation, done once per process and at the first question. It is never undone: a thread of the

@@ -18,7 +18,7 @@ struct TransferState {
   TransferCause cause;
   CurlMulti connections;   // of the handle; idle ones are used again
   std::string tls_policy;  // that the handle's connections were made under
-  TransferReport report;
+  ProgressReport report;
   bool reporting = false;         // an upload or download runs, no preparation
   std::int64_t upload_size = -1;  // of a running upload
   // Whether the server was asked for its start folder since server or login changed. A connection that is reused does not

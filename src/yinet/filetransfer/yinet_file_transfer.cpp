@@ -167,7 +167,7 @@ void YInetFileTransfer::SetProxyUsername(const YString& username) { proxy_userna
 void YInetFileTransfer::SetProxyPassword(const YString& password) { proxy_password_ = password; }
 void YInetFileTransfer::SetErrorReporting(bool on) { error_reporting_ = on; }
 
-void YInetFileTransfer::on_progress(TransferReport report) { state_->report = std::move(report); }
+void YInetFileTransfer::on_progress(ProgressReport report) { state_->report = std::move(report); }
 
 void YInetFileTransfer::OnServerOrUserChange() {
   entry_directory_.Clear();

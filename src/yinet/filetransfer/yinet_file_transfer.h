@@ -1,11 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <vector>
 
 #include "yinet/host/export.h"
+#include "yinet/host/progress.h"
 #include "yinet/host/ystring.h"
 
 struct curl_slist;
@@ -31,10 +31,6 @@ struct RemoteFile {
   YString name;
   std::int64_t size = 0;  // bytes
 };
-
-// Bytes of the running upload or download so far, and all of them (-1 when that is not known). Called on the transferring
-// thread, many times; when it throws, the transfer ends.
-using TransferReport = std::function<void(std::int64_t done, std::int64_t total)>;
 
 }  // namespace yinet
 
@@ -104,7 +100,7 @@ class YINET_API YInetFileTransfer {
   // The files that a path with "*" and "?" in its last part names, in the server's order, no folders: what has a size. FTP
   // and FTPS only; false with 21549. None is no failure.
   bool list_files(const YString& pattern, std::vector<yinet::RemoteFile>& files);
-  void on_progress(yinet::TransferReport report);
+  void on_progress(yinet::ProgressReport report);
 
  private:
   void CopySettings(const YInetFileTransfer& other);

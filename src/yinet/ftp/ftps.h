@@ -1,11 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string_view>
 
 #include "yinet/host/export.h"
+#include "yinet/host/progress.h"
 #include "yinet/host/yobject.h"
 #include "yinet/host/ystring.h"
 #include "yinet/net/secure_socket.h"
@@ -14,10 +14,6 @@ namespace yinet {
 struct FtpsState;
 class FtpStopEvent;
 class FtpThread;
-
-// Bytes of the running transfer that went through so far, and all of them (-1 when that is not known). Called on the
-// transferring thread after every piece; what it throws ends the program, so it must not.
-using FtpProgress = std::function<void(std::int64_t done, std::int64_t total)>;
 }  // namespace yinet
 
 // A running keep-alive thread and the event that stops it. Made by StartNoopThread, ended by StopNOOPThread, which clears
@@ -91,7 +87,7 @@ class YINET_API ftps : public SecureSocket {
   YString get_act_dir();               // the result of a reply read, in decimal
 
   // --- For this library and its program ---------------------------------------------------------------------------------
-  void on_progress(yinet::FtpProgress progress);
+  void on_progress(yinet::ProgressReport report);
 
   // Flags of send_command.
   static constexpr int kReadPreliminary = 4;

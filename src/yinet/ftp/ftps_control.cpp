@@ -398,4 +398,4 @@ bool ftps::connected() { return connected_; }
 bool ftps::b_certif() { return has_certificate_; }
 int ftps::get_transfer_type() { return transfer_type_; }
 void ftps::set_transfer_type(int type) { transfer_type_ = type; }
-void ftps::on_progress(FtpProgress progress) { state_->progress = std::move(progress); }
+void ftps::on_progress(ProgressReport report) { state_->report = std::move(report); }

@@ -17,7 +17,7 @@ struct FtpsState {
   // Guards the last message, its number and the last command. Never held while anything waits.
   std::mutex status;
   FtpReplyReader replies;
-  FtpProgress progress;
+  ProgressReport report;
 };
 
 namespace ftp {

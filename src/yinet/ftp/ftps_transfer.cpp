@@ -147,7 +147,7 @@ int ftps::receive_file(SecureSocket& data, YFile& target, std::int64_t size) {
         return broken_off(failed_with(kTargetNotWritten, kLocalFileFailed));
       }
       received += count;
-      if (state_->progress) state_->progress(received, size);
+      if (state_->report) state_->report(received, size);
       if (restarts) deadline = Deadline(limit);
     }
     if (deadline.passed()) {
@@ -207,9 +207,9 @@ int ftps::send_file(SecureSocket& data, const YBuffer& content) {
   const YString name = get_last_command();
   YLog.DebugEvent(kTraceChannel, message::kFtpTransferBegins, name);
   const Deadline deadline{milliseconds(upload_timeout_)};
-  if (state_->progress) {
+  if (state_->report) {
     data.on_sent(
-        [this, &content](std::size_t sent) { state_->progress(static_cast<std::int64_t>(sent), content.Size()); });
+        [this, &content](std::size_t sent) { state_->report(static_cast<std::int64_t>(sent), content.Size()); });
   }
   for (bool sent = data.Send(content); !sent; sent = data.send_rest(content)) {
     if (data.is_broken() || deadline.passed()) {

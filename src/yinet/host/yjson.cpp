@@ -1,17 +1,18 @@
 #include "yinet/host/yjson.h"
 
+#include <algorithm>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "yinet/host/codepage.h"
+#include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
 #include "yinet/host/ybase64.h"
 
 namespace yinet {
 namespace {
 
-constexpr std::size_t kMaxDepth = 200;  // nesting of objects and arrays
 constexpr std::string_view kBufferKey = "$base64";
 constexpr std::string_view kDateKey = "$date";
 
@@ -189,7 +190,7 @@ class JsonReader {
   Frame& top() { return frames_.back(); }
 
   bool push(Kind kind) {
-    if (frames_.size() > kMaxDepth) return fail("nested deeper than 200 levels");
+    if (frames_.size() > depth_limit_) return fail("nested deeper than the setting \"JSON\"/\"TiefenLimit\" allows");
     frames_.emplace_back(kind);
     return true;
   }
@@ -258,6 +259,7 @@ class JsonReader {
   }
 
   std::vector<Frame> frames_;
+  const std::size_t depth_limit_ = static_cast<std::size_t>(std::min(setting_int(settings::kJsonDepthLimit), 1000));
   JsonNotes* notes_;
   JsonError error_;
 };

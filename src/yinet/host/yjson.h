@@ -28,7 +28,7 @@ struct JsonNotes {
 // and bools; buffers are {"$base64": "..."}; date-times {"$date": "2026-11-21T10:00:00+01:00"}; records are objects,
 // arrays of records arrays of objects. A key without a value and JSON null stand for each other. A number that is no
 // 32-bit integer comes in as text, an array of texts and numbers as an item list; any other mixture in an array is an
-// error. Integer-keyed entries and flags have no form in JSON. Nesting is limited to 200 levels.
+// error. Integer-keyed entries and flags have no form in JSON. The setting kJsonDepthLimit bounds nesting.
 class YINET_API YJSON {
  public:
   // UTF-8. `indent` 0 writes one line.

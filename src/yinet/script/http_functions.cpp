@@ -6,10 +6,10 @@
 #include "yinet/host/ybuffer.h"
 #include "yinet/host/yobject.h"
 #include "yinet/http/http.h"
-#include "yinet/http/http_body_file.h"
 #include "yinet/script/families.h"
 #include "yinet/script/functions.h"
 #include "yinet/script/parameter_keys.h"
+#include "yinet/script/response_file.h"
 #include "yinet/script/script_frame.h"
 #include "yinet/script/table_rows.h"
 
@@ -19,7 +19,7 @@ namespace {
 // "_RETV" stays true when the file can't be written: the request itself has succeeded.
 void store_body(YObject& parameters, const YBuffer& body) {
   if (!parameters.GetBool(key::kResult)) return;
-  if (auto name = write_body_file(body.view())) parameters.Store<YString>(key::kResponseFile, std::move(*name));
+  if (auto name = write_response_file(body.view())) parameters.Store<YString>(key::kResponseFile, std::move(*name));
 }
 
 void http_get(YObject& parameters) {

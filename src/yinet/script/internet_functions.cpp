@@ -15,10 +15,10 @@
 #include "yinet/host/yfile.h"
 #include "yinet/host/ylog.h"
 #include "yinet/host/yobject.h"
-#include "yinet/http/http_body_file.h"
 #include "yinet/script/families.h"
 #include "yinet/script/ftp_parameters.h"
 #include "yinet/script/functions.h"
+#include "yinet/script/response_file.h"
 #include "yinet/script/script_frame.h"
 
 namespace yinet {
@@ -42,7 +42,7 @@ bool fetch(std::string_view address, const YString& target) {
 
 // The file's logical name; absent after a failure, which leaves no file.
 std::optional<YString> fetch_to_temporary(std::string_view address) {
-  auto file = write_body_file({});
+  auto file = write_response_file({});
   if (file && !fetch(address, *file)) {
     YFile::Delete(*file);
     return std::nullopt;

@@ -132,7 +132,7 @@ bool sshClient::key_needs_password(const YString& file) {
   return contained(false, [&] { return read_private_key(YFileManager.ResolveSystemPath(file), {}).asked; });
 }
 
-void sshClient::on_progress(SshProgress progress) { state_->progress = std::move(progress); }
+void sshClient::on_progress(ProgressReport report) { state_->report = std::move(report); }
 SshFailure sshClient::last_failure() const { return state_->failure; }
 YString sshClient::last_failure_text() const { return YString(state_->failure_text); }
 

@@ -1,10 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 
 #include "yinet/host/export.h"
+#include "yinet/host/progress.h"
 #include "yinet/host/ybuffer.h"
 #include "yinet/host/ystring.h"
 #include "yinet/net/secure_socket.h"
@@ -27,10 +27,6 @@ enum class SshFailure {
   local_file,  // a local file could not be opened, read or written
   broken       // the connection ended, or an answer took longer than the setting kSshLimit
 };
-
-// Bytes of the running transfer that went through so far, and all of them (-1 when that is not known). Called on the
-// transferring thread after every piece; it must not throw.
-using SshProgress = std::function<void(std::int64_t done, std::int64_t total)>;
 
 }  // namespace yinet
 
@@ -90,7 +86,7 @@ class YINET_API sshClient {
   void set_private_key(const YString& file, const YString& password);
   // Whether a file holds a private key that needs a password.
   static bool key_needs_password(const YString& file);
-  void on_progress(yinet::SshProgress progress);
+  void on_progress(yinet::ProgressReport report);
   [[nodiscard]] yinet::SshFailure last_failure() const;
   [[nodiscard]] YString last_failure_text() const;  // English
 

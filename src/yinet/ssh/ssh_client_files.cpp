@@ -149,7 +149,7 @@ bool sshClient::transfer_file(sftp_file_struct* file, const YString& local, std:
     data.SetSize(static_cast<long>(std::min(chunk, size - done)));
     if (source.Read(data.Ptr(), data.Size()) != data.Size()) return unusable(message::kSshLocalNotRead);
     if (!transfer_file(file, data, static_cast<int>(data.Size()))) return false;
-    if (state_->progress) state_->progress(done + data.Size(), size);
+    if (state_->report) state_->report(done + data.Size(), size);
   }
   return true;
 }
@@ -194,7 +194,7 @@ bool sshClient::downloadWholeFile(const YString& remote, const YString& local, s
   return in_session(given, remote, [&](sftp_session session, const char* path) {
     const SftpFile file = open_file(*session_, session, path, O_RDONLY);
     if (!file) return refused(session);
-    const std::int64_t total = state_->progress ? size_of(*session_, file.get()) : -1;
+    const std::int64_t total = state_->report ? size_of(*session_, file.get()) : -1;
     YFile target(local);
     bool plain = false;
     // Not before the first bytes are there: what can't be read (a folder, say) leaves the local file as it is.
@@ -208,7 +208,7 @@ bool sshClient::downloadWholeFile(const YString& remote, const YString& local, s
     const ReadEnd end = read_remote_file(*session_, file.get(), read_plan(), [&](const char* bytes, std::size_t count) {
       if (!open_target() || !target.Write({bytes, count})) return false;
       done += static_cast<std::int64_t>(count);
-      if (state_->progress) state_->progress(done, total);
+      if (state_->report) state_->report(done, total);
       return true;
     });
     if (end == ReadEnd::refused)

@@ -16,7 +16,7 @@ struct SshClientState {
   std::string server;                 // "host:port", for the log
   YString key_file;
   YString key_password;
-  SshProgress progress;
+  ProgressReport report;
   SshFailure failure = SshFailure::none;
   std::string failure_text;
 

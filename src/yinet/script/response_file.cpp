@@ -1,4 +1,4 @@
-#include "yinet/http/http_body_file.h"
+#include "yinet/script/response_file.h"
 
 #include <cerrno>
 #include <chrono>
@@ -20,7 +20,7 @@ void report(const YFile& file, int error) {
 }
 
 // Not open when every number is taken or the folder takes no file at all.
-YFile create_body_file(unsigned start) {
+YFile create_response_file(unsigned start) {
   YFile file;
   for (unsigned tried = 1; tried <= kNumbers; ++tried) {
     file.SetName(YString(formatted("TEMP:$1$.tmp", std::to_string((start + tried) % kNumbers))));
@@ -32,8 +32,8 @@ YFile create_body_file(unsigned start) {
 
 }  // namespace
 
-std::optional<YString> write_body_file(std::string_view body, unsigned start) {
-  YFile file = create_body_file(start % kNumbers);
+std::optional<YString> write_response_file(std::string_view body, unsigned start) {
+  YFile file = create_response_file(start % kNumbers);
   if (!file.IsOpen()) {
     report(file, file.LastError());
     return std::nullopt;
@@ -49,10 +49,10 @@ std::optional<YString> write_body_file(std::string_view body, unsigned start) {
   return std::nullopt;
 }
 
-std::optional<YString> write_body_file(std::string_view body) {
+std::optional<YString> write_response_file(std::string_view body) {
   const auto since_start = std::chrono::steady_clock::now().time_since_epoch();
   const auto ticks = std::chrono::duration_cast<std::chrono::milliseconds>(since_start).count();
-  return write_body_file(body, static_cast<unsigned>(ticks % kNumbers));
+  return write_response_file(body, static_cast<unsigned>(ticks % kNumbers));
 }
 
 }  // namespace yinet
