@@ -120,7 +120,8 @@ YString charset_class::Convert(YString text, YString from, YString to, int) cons
 }
 
 YString charset_class::Convert(YString text, int from, int to, int option) const noexcept {
-  return Convert(std::move(text), get_converter_name(from), get_converter_name(to), option);
+  YString source = get_converter_name(from);  // in this order: unknown ones are logged
+  return Convert(std::move(text), std::move(source), get_converter_name(to), option);
 }
 
 YString charset_class::ConvertFromANSI(YString text, YString to, int option) const noexcept {

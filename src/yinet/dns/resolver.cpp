@@ -1,6 +1,7 @@
 #include "yinet/dns/resolver.h"
 
 #include <ares.h>
+#include <arpa/inet.h>
 #include <arpa/nameser.h>
 #include <netdb.h>
 #include <poll.h>
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstddef>
 #include <cstring>
 #include <mutex>
@@ -18,6 +20,7 @@
 
 #include "yinet/dns/dns_names.h"
 #include "yinet/host/setting_table.h"
+#include "yinet/host/text.h"
 
 namespace yinet {
 
@@ -52,13 +55,55 @@ int library_setup_error() {
   return error;
 }
 
+constexpr milliseconds kLongestLookup = std::chrono::hours(24);
+
 int to_milliseconds(std::chrono::steady_clock::duration time) {
-  constexpr std::int64_t kLongest = milliseconds(std::chrono::hours(24)).count();
   const std::int64_t count = std::chrono::ceil<milliseconds>(time).count();
-  return static_cast<int>(std::clamp<std::int64_t>(count, 0, kLongest));
+  return static_cast<int>(std::clamp<std::int64_t>(count, 0, kLongestLookup.count()));
 }
 
-milliseconds lookup_limit() { return milliseconds(setting_number(settings::kDnsTimeout)); }
+constexpr std::int64_t kMostTries = 100;
+
+milliseconds lookup_limit() { return std::min(milliseconds(setting_number(settings::kDnsTimeout)), kLongestLookup); }
+std::int64_t lookup_tries() { return std::clamp<std::int64_t>(setting_number(settings::kDnsTries), 1, kMostTries); }
+
+// "address", "IPv4 address:port" or "[IPv6 address]:port".
+std::optional<ares_addr_port_node> server_of(std::string_view text) {
+  const bool bracketed = text.starts_with('[');
+  const std::size_t host_end = bracketed ? text.find(']') : text.find(':') == text.rfind(':') ? text.find(':') : text.npos;
+  if (bracketed && host_end == text.npos) return std::nullopt;
+  const std::string host(text.substr(bracketed ? 1 : 0, host_end - (bracketed ? 1 : 0)));
+  std::string_view port = text.substr(std::min(host_end, text.size()));
+  if (bracketed) port.remove_prefix(1);
+  ares_addr_port_node server{};
+  if (!port.empty()) {
+    int number = 0;
+    const auto [end, error] = std::from_chars(port.data() + 1, port.data() + port.size(), number);
+    const bool whole = error == std::errc() && end == port.data() + port.size();
+    if (port.front() != ':' || !whole || number < 1 || number > 65535) return std::nullopt;
+    server.udp_port = server.tcp_port = number;
+  }
+  server.family = AF_INET;
+  if (inet_pton(AF_INET, host.c_str(), &server.addr.addr4) == 1) return server;
+  server.family = AF_INET6;
+  if (inet_pton(AF_INET6, host.c_str(), &server.addr.addr6) == 1) return server;
+  return std::nullopt;
+}
+
+// Every item must be a server: the library would take what it can read of each.
+int use_servers(ares_channel channel, std::string_view list) {
+  std::vector<ares_addr_port_node> servers;
+  for (const std::string_view piece : split(list, ",")) {
+    const std::string_view item = trimmed(piece);
+    if (item.empty()) continue;
+    const auto server = server_of(item);
+    if (!server) return ARES_EBADSTR;
+    servers.push_back(*server);
+  }
+  if (servers.empty()) return ARES_SUCCESS;  // the system's
+  for (std::size_t i = 1; i < servers.size(); ++i) servers[i - 1].next = &servers[i];
+  return ares_set_servers_ports(channel, servers.data());
+}
 
 // With the next domain of the search list.
 bool next_name_may_help(LookupStatus status) {
@@ -153,8 +198,7 @@ int Resolver::set_up() {
   if (error != ARES_SUCCESS) return error;
   channel_.reset(channel);
   ares_set_socket_functions(channel, &kSocketCalls, nullptr);
-  const std::string servers = setting_text(settings::kDnsServers);
-  return servers.empty() ? ARES_SUCCESS : ares_set_servers_ports_csv(channel, servers.c_str());
+  return use_servers(channel, setting_text(settings::kDnsServers));
 }
 
 std::optional<std::uint32_t> Resolver::address_in_hosts_file(const std::string& name) const {
@@ -186,23 +230,23 @@ LookupOutcome Resolver::ask_in_turn(const std::vector<ares_addr_port_node>& serv
                                     RecordType type, Clock::time_point deadline) {
   std::vector<ares_addr_port_node> silent = servers;
   LookupOutcome last_answer;
-  bool any_answer = false;
-  for (auto rounds = std::max<std::int64_t>(setting_number(settings::kDnsTries), 1); rounds > 0; --rounds) {
+  last_answer.status = servers.empty() ? LookupStatus::server_failure : LookupStatus::timed_out;
+  bool asked = false;
+  for (auto rounds = lookup_tries(); rounds > 0; --rounds) {
     const auto turns = std::exchange(silent, {});
     auto turns_left = rounds * static_cast<std::int64_t>(turns.size());
     for (const ares_addr_port_node& server : turns) {
       const auto now = Clock::now();
+      if (asked && now >= deadline) return last_answer;
+      asked = true;
       LookupOutcome outcome = ask(server, name, type, now + (deadline - now) / turns_left--);
       if (settles_the_name(outcome.status)) return outcome;
-      if (outcome.status == LookupStatus::timed_out) {
+      if (outcome.status == LookupStatus::timed_out)
         silent.push_back(server);
-      } else {
+      else
         last_answer = std::move(outcome);
-        any_answer = true;
-      }
     }
   }
-  if (!any_answer) last_answer.status = silent.empty() ? LookupStatus::server_failure : LookupStatus::timed_out;
   return last_answer;
 }
 

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <vector>
 
+#include "yinet/host/hook_scope.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/shared_slot.h"
 #include "yinet/host/text.h"
@@ -32,6 +33,7 @@ std::vector<MessageText> all_groups() {
 }
 
 constexpr int kLanguageFromSetting = -1;
+constinit thread_local bool t_in_catalogue = false;
 constinit std::atomic<int> g_language = kLanguageFromSetting;
 
 // Never destroyed: messages may still be asked for while the process ends.
@@ -67,7 +69,8 @@ void set_message_language(std::optional<Language> language) {
 void set_message_catalogue(MessageCatalogue catalogue) { host_catalogue().set(std::move(catalogue)); }
 
 std::string message_template(int number) {
-  if (const auto catalogue = host_catalogue().get()) {
+  if (const auto catalogue = t_in_catalogue ? nullptr : host_catalogue().get()) {
+    const HookScope in_catalogue(t_in_catalogue);
     try {
       if (auto text = (*catalogue)(number)) return *std::move(text);
     } catch (...) {  // a host's catalogue that fails has no text for this number

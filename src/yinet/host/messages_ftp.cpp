@@ -8,7 +8,9 @@ using namespace message;
 
 namespace {
 
-constexpr std::string_view kReplyCure = "The context holds the server's last reply; check file name and permissions there.";
+constexpr std::string_view kReplyCure =
+    "Check file name and permissions on the server. Its answer is in the trace (--trace); the context holds the last one, "
+    "mostly that to QUIT.";
 constexpr std::string_view kCheckCure =
     "The transfer is not to be trusted: try again, and compare the file with its original.";
 
@@ -39,6 +41,7 @@ std::span<const MessageText> ftp_messages() {
       {kFtpClientCertificateFailed, 6, "Das Client-Zertifikat \"$1$\" kann nicht geladen werden.",
        "The client certificate \"$1$\" cannot be loaded.",
        "The PEM file must hold a certificate and its key, without a password; the extra text has the cause."},
+      {kFtpCommandRefused, 0, "FTP: der Server lehnt $1$ ab: $2$", "FTP: the server refuses $1$: $2$", ""},
       {kFtpLocalCopyFailed, 6, "Die Datei $1$ konnte nicht nach $2$ kopiert werden.",
        "The file $1$ could not be copied to $2$.", "Check both names; an existing file is not replaced."},
       {kFtpLocalCopyContext, 0, "Server: $1$, Benutzer: $2$, Kennwort: $3$, Datei: $4$, Zielverzeichnis: $5$",

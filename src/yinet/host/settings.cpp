@@ -17,6 +17,7 @@
 
 #include "yinet/host/codepage.h"
 #include "yinet/host/flag_word.h"
+#include "yinet/host/hook_scope.h"
 #include "yinet/host/messages.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/shared_slot.h"
@@ -30,6 +31,8 @@ namespace {
 constexpr std::string_view kFileVariable = "YINET_SETTINGS";
 constexpr std::string_view kVariablePrefix = "YINET_";
 constexpr std::size_t kMaxFileBytes = std::size_t{1024} * 1024;  // a settings file, not a device that never ends
+
+constinit thread_local bool t_in_source = false;
 
 using Values = std::unordered_map<std::string, std::string>;
 
@@ -119,7 +122,7 @@ class Registry {
   template <typename Use>
   auto with_row(const Setting& setting, std::size_t row, Use use) {
     report_file_problem();
-    if (const auto source = source_.get())
+    if (!t_in_source && source_.get() != nullptr)
       return use(value_of(setting, find(setting.section, setting.name).value_or("")));
     const std::shared_lock guard(mutex_);
     return use(rows_[row]);
@@ -132,7 +135,9 @@ class Registry {
       const std::shared_lock guard(mutex_);
       if (const auto found = overrides_.find(key); found != overrides_.end()) return found->second;
     }
-    if (const auto source = source_.get()) {  // called without the lock: it may look up settings itself
+    // Called without the lock: it may look up settings itself, which then come from the layers below it.
+    if (const auto source = t_in_source ? nullptr : source_.get()) {
+      const HookScope in_source(t_in_source);
       try {
         if (auto value = (*source)(section, name)) return value;
       } catch (...) {  // counts as no value

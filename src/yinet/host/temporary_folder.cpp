@@ -33,9 +33,10 @@ struct State {
   std::string path;
 };
 
+// Never destroyed: files may be used while the process ends.
 State& state() {
-  static State instance;
-  return instance;
+  static auto* const instance = new State;
+  return *instance;
 }
 
 struct Failure {

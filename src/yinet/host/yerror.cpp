@@ -1,5 +1,6 @@
 #include "yinet/host/yerror.h"
 
+#include "yinet/host/hook_scope.h"
 #include "yinet/host/shared_slot.h"
 #include "yinet/host/ylog.h"
 #include "yinet/host/ytextmanager.h"
@@ -9,6 +10,8 @@ YError_class YError;
 namespace yinet {
 
 namespace {
+
+constinit thread_local bool t_in_handler = false;
 
 // Never destroyed: messages may be raised while the process ends.
 SharedSlot<ErrorHandler>& handler_slot() {
@@ -48,10 +51,12 @@ bool YError_class::Message(int level, int number, std::string_view text, std::st
                            std::string_view extra) noexcept {
   try {
     const yinet::ErrorMessage message{level, number, text, context, flag, extra};
-    if (const auto handler = yinet::handler_slot().get())
+    if (const auto handler = yinet::t_in_handler ? nullptr : yinet::handler_slot().get()) {
+      const yinet::HookScope in_handler(yinet::t_in_handler);
       (*handler)(message);
-    else
+    } else {
       yinet::log_message(message);
+    }
   } catch (...) {  // a host's handler may fail as it likes
   }
   return false;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "yinet/host/codepage.h"
+#include "yinet/host/hook_scope.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/shared_slot.h"
 #include "yinet/host/text.h"
@@ -202,7 +203,7 @@ std::string log_json_line(const LogRecord& record) {
 
 void write_log(const LogRecord& record) noexcept {
   if (t_in_sink) return;  // a sink that logs would call itself for ever
-  t_in_sink = true;
+  const HookScope in_sink(t_in_sink);
   try {
     if (const auto sink = sink_slot().get())
       (*sink)(record);
@@ -210,7 +211,6 @@ void write_log(const LogRecord& record) noexcept {
       write_to_standard_error(record);
   } catch (...) {  // a host's sink may fail as it likes
   }
-  t_in_sink = false;
 }
 
 SecretScope::SecretScope(std::string_view secret) : secret_(secret), outer_(t_innermost_secret) {

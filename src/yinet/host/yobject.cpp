@@ -20,6 +20,8 @@ class RecordValue {
   // Stores a copy of `*source` (null: the empty value); assigns in place when the type is the same. Null for an unknown
   // code.
   void* assign(std::uint8_t code, const void* source);
+  // Moves the value and flags of another; assigns in place like assign().
+  void take(RecordValue& other);
   [[nodiscard]] std::string as_text() const;
   [[nodiscard]] std::int32_t as_integer() const;
   [[nodiscard]] bool as_bool() const;
@@ -101,6 +103,21 @@ void* RecordValue::assign(std::uint8_t code, const void* source) {
     case kTypeObjectArray: return assign_boxed<YObjectArray>(source);
     default: return nullptr;
   }
+}
+
+void RecordValue::take(RecordValue& other) {
+  std::visit(
+      [this](auto& value) {
+        using T = std::decay_t<decltype(value)>;
+        if constexpr (requires { value.get(); }) {
+          if (T* held = std::get_if<T>(&value_)) **held = std::move(*value);
+          else value_ = std::move(value);
+        } else {
+          value_ = std::move(value);
+        }
+      },
+      other.value_);
+  flags = other.flags;
 }
 
 std::string RecordValue::as_text() const {
@@ -203,6 +220,13 @@ class RecordEntries {
     return order_[count_ == order_.size() ? rank : ranks_.slot_of(rank)].get();
   }
 
+  // Moves the values of `other` here; what had an entry keeps its address.
+  void take_all(RecordEntries& other) {
+    for (const auto& node : other.order_) {
+      if (node != nullptr) get_or_add(std::string_view(node->key)).take(node->value);
+    }
+    for (auto& [key, value] : other.numbered_) get_or_add(key).take(value);
+  }
   void add_all(const RecordEntries& other) {
     for (const auto& node : other.order_) {
       if (node != nullptr) copy_value(node->value, get_or_add(std::string_view(node->key)));
@@ -285,11 +309,17 @@ using yinet::typed_address;
 YObject::YObject() = default;
 YObject::~YObject() = default;
 YObject::YObject(YObject&& other) noexcept = default;
-YObject& YObject::operator=(YObject&& other) noexcept = default;
 
 YObject::YObject(const YObject& other)
     : entries_(other.entries_ == nullptr ? nullptr : std::make_unique<RecordEntries>(*other.entries_)),
       flags_(other.flags_) {}
+
+YObject& YObject::operator=(YObject&& other) noexcept {
+  YObject taken(std::move(other));  // `other` may be inside of what this holds
+  entries_.swap(taken.entries_);
+  flags_ = taken.flags_;
+  return *this;
+}
 
 YObject& YObject::operator=(const YObject& other) {
   if (this != &other) *this = YObject(other);
@@ -353,7 +383,8 @@ YString YObject::GetStringKey(int index) const {
 void YObject::Add(const YObject& other) {
   if (this == &other || other.entries_ == nullptr) return;
   if (entries_ == nullptr) entries_ = std::make_unique<RecordEntries>();
-  entries_->add_all(*other.entries_);
+  YObject copy(other);  // `other` may be inside of a value that is replaced
+  entries_->take_all(*copy.entries_);
 }
 
 void YObject::Add(YObject&& other) {

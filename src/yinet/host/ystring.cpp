@@ -143,8 +143,9 @@ YString YString::GetItem(int index) const {
 }
 
 void YString::AddItem(std::string_view item) {
+  const std::string own(item);  // may be a part of this text
   if (!text_.empty()) text_ += rules().delimiters.empty() ? kItemDelimiter : rules().delimiters.front();
-  text_ += item;
+  text_ += own;
 }
 
 std::vector<std::string_view> YString::Items() const {

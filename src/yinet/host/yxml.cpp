@@ -184,13 +184,29 @@ class Reader {
   XmlError error_;
 };
 
+// How many elements begin in a document, outside of comments and CDATA sections.
+std::int64_t count_elements(std::string_view xml) {
+  constexpr auto kSkipped = std::to_array<std::pair<std::string_view, std::string_view>>(
+      {{"<!--", "-->"}, {"<![CDATA[", "]]>"}});
+  std::int64_t count = 0;
+  for (auto at = xml.find('<'); at != std::string_view::npos; at = xml.find('<', at + 1)) {
+    for (const auto& [begin, end] : kSkipped) {
+      if (xml.substr(at).starts_with(begin)) at = std::min(xml.find(end, at + begin.size()), xml.size() - 1);
+    }
+    constexpr std::string_view kNoElement = "/!?";
+    const bool element = xml[at] == '<' && at + 1 < xml.size() && kNoElement.find(xml[at + 1]) == std::string_view::npos;
+    if (element) ++count;
+  }
+  return count;
+}
+
 Result parse(std::string_view xml, std::string_view encoding, YObject& record) {
   if (xml.size() > static_cast<std::uint64_t>(setting_number(settings::kXmlSizeLimit)))
     return XmlError{"the document is larger than \"XML\"/\"GroessenLimit\" allows", 0};
   std::string utf8;
   if (auto error = xml_as_utf8(xml, encoding, utf8)) return error;
-  // Two tags for an element: a document that cannot stay within the limit is not even taken apart.
-  if (std::count(utf8.begin(), utf8.end(), '<') / 3 > setting_number(settings::kXmlElementLimit))
+  // A document that cannot stay within the limit is not even taken apart.
+  if (count_elements(utf8) > setting_number(settings::kXmlElementLimit))
     return XmlError{"more elements and attributes than \"XML\"/\"ElementLimit\" allows", 0};
 
   // References are left to library_text, which knows what to refuse; fragments are allowed so that text outside the root
