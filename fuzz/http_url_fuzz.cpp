@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "yinet/http/http.h"
 #include "yinet/http/http_request.h"
 #include "yinet/http/http_url.h"
 
@@ -26,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(url.find(parts.host) != std::string_view::npos);
 
   const yinet::RequestHead head{
-      .method = yinet::kMethodPost, .host = parts.host, .path = parts.path, .content_type = parts.path};
+      .method = EREQUST_TYPE::post, .host = parts.host, .path = parts.path, .content_type = parts.path};
   if (line_breaking_value(head)) return 0;
   const std::string text = request_head_text(head);
   constexpr int kLines = 9;  // the empty one included

@@ -163,7 +163,10 @@ bool HTTP::POST(const YString& url, const YBuffer& content, const YString& conte
 }
 
 void HTTP::set_request_field(const YString& name, const YString& value) {
-  guarded("HTTP::set_request_field", [&] { return fields_.Store<YString>(name, value), true; });
+  guarded("HTTP::set_request_field", [&] {
+    fields_.Store<YString>(name, value);
+    return true;
+  });
 }
 
 void HTTP::ParseUrl(const YString& url, YString& host, unsigned& port, YString& path, bool& useTls) {
@@ -179,7 +182,7 @@ void HTTP::ParseUrl(const YString& url, YString& host, unsigned& port, YString& 
 YString HTTP::GenarateHeader(const EREQUST_TYPE& type, const YString& host, const YString& path,
                              const int* contentLength, const YString* contentType) const {
   const std::string user_agent = setting_text(settings::kSystemName);
-  const yinet::RequestHead head{.method = static_cast<int>(type),
+  const yinet::RequestHead head{.method = type,
                                 .host = host,
                                 .path = path,
                                 .user_agent = user_agent,
@@ -200,9 +203,7 @@ bool HTTP::DoRequest(const YString& host, const unsigned& port, YBuffer& request
   SecureSocket socket;
   socket.share_sessions(true);
   if (useTls) socket.InitSSLClientContext(YString(), false, true);
-  // Without its context the socket would send in clear what was meant for TLS.
-  const bool ready = !useTls || socket.GetSSLContext() != nullptr;
-  if (!ready || socket.Connect(host, port, false) != 0) {
+  if (socket.Connect(host, port, false) != 0) {
     YLog.Event(message::kErrorLevel, message::kHttpConnectFailed, host);
     return false;
   }

@@ -40,6 +40,7 @@ class YINET_API HTTP {
                  YString& contentType, YString& status);
 
   static bool ReceiveResponse(SecureSocket& socket, YBuffer& body, YObject& header, YString& status);
+  // Steps of the reader that is not exact, under their exported names.
   static void ParseHeader(YString& headerText, YObject& header, YString& status);
   static bool isResponseContentComplete(const YBuffer& body, const bool& chunked, const int& contentLength);
   static void ProcessChunkedContent(YBuffer& in, YBuffer& out);  // takes over the bytes of `in`

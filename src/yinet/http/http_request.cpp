@@ -5,6 +5,7 @@
 
 #include "yinet/host/text.h"
 #include "yinet/host/yobject.h"
+#include "yinet/http/http.h"
 #include "yinet/http/http_message.h"
 #include "yinet/http/http_response.h"
 
@@ -28,9 +29,9 @@ std::string http_date(std::chrono::sys_seconds time) {
   return {text.data(), static_cast<std::size_t>(length)};
 }
 
-std::string_view method_word(int method) {
-  if (method == kMethodGet) return "GET";
-  if (method == kMethodPost) return "POST";
+std::string_view method_word(EREQUST_TYPE method) {
+  if (method == EREQUST_TYPE::get) return "GET";
+  if (method == EREQUST_TYPE::post) return "POST";
   return "";
 }
 
@@ -53,7 +54,7 @@ std::string request_head_text(const RequestHead& head) {
   for_each_cookie(head.cookies, [&text](const YString& name, const YString& value) {
     text += formatted("COOKIE: $1$=$2$\r\n", name, value);
   });
-  if (head.method == kMethodPost) {
+  if (head.method == EREQUST_TYPE::post) {
     text += formatted("Content-Length:$1$\r\n", std::to_string(head.content_length));
     text += formatted("Content-Type:$1$\r\n",
                       head.content_type.empty() ? std::string_view("text/plain") : head.content_type);
@@ -65,12 +66,12 @@ std::string request_head_text(const RequestHead& head) {
 std::optional<std::string> line_breaking_value(const RequestHead& head) {
   for (const std::string_view value : {head.host, head.path, head.user_agent})
     if (breaks_protocol_line(value)) return std::string(value);
-  if (head.method == kMethodPost && breaks_protocol_line(head.content_type)) return std::string(head.content_type);
+  if (head.method == EREQUST_TYPE::post && breaks_protocol_line(head.content_type)) return std::string(head.content_type);
   std::optional<std::string> broken;
   for_each_cookie(head.cookies, [&broken](const YString& name, const YString& value) {
-    if (breaks_protocol_line(name) || breaks_protocol_line(value)) broken = name.str();
+    if (!broken && (breaks_protocol_line(name) || breaks_protocol_line(value))) broken = name.str();
   });
-  for (int i = 0; head.fields && i < head.fields->GetStringKeyCount(); ++i) {
+  for (int i = 0; head.fields && !broken && i < head.fields->GetStringKeyCount(); ++i) {
     const YString name = head.fields->GetStringKey(i);
     if (breaks_protocol_line(name) || breaks_protocol_line(head.fields->GetString(name))) broken = name.str();
   }

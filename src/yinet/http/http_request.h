@@ -9,15 +9,13 @@
 #include <string_view>
 
 class YObject;
+enum class EREQUST_TYPE : int;
 
 namespace yinet {
 
-inline constexpr int kMethodGet = 1;
-inline constexpr int kMethodPost = 2;
-
 // Everything must stay alive while the head is made.
 struct RequestHead {
-  int method = kMethodGet;     // any other number gives a request line without a method word
+  EREQUST_TYPE method = {};
   std::string_view host = {};  // without the port
   std::string_view path = {};  // empty stands for "/"
   std::string_view user_agent = {};
@@ -32,8 +30,8 @@ struct RequestHead {
 // locale; every cookie has a line of its own.
 std::string request_head_text(const RequestHead& head);
 
-// The first value of the head that holds CR, LF or NUL and so would become a line of its own on the wire; of a cookie
-// or further field, its name. Such a head must not be sent. Empty when there is none.
+// The first value of the head that holds CR, LF or NUL and so would become a line of its own on the wire; of cookies
+// and further fields, the name. Such a head must not be sent. Empty when there is none.
 std::optional<std::string> line_breaking_value(const RequestHead& head);
 
 }  // namespace yinet
