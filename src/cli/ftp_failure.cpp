@@ -41,7 +41,7 @@ std::string why_not_written(bool opened, const std::string& local) {
 
 }  // namespace
 
-bool no_reply(ftps& ftp) { return ftp.GetScoketDescriptor() < 0; }
+bool no_reply(ftps& ftp) { return !ftp.has_connection(); }
 bool went_well(ftps& ftp) { return !no_reply(ftp) && ftp.get_last_mesnum() < ftp::kFirstRefusal; }
 
 int connection_failure(ftps& ftp, const std::string& server, const std::string& user) {

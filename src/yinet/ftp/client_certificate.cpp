@@ -2,7 +2,6 @@
 
 #include <openssl/err.h>
 
-#include "yinet/ftp/ftps_state.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/yfile.h"
 #include "yinet/host/ylog.h"

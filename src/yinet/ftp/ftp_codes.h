@@ -6,6 +6,8 @@
 
 namespace yinet::ftp {
 
+inline constexpr int kTraceChannel = 217;
+
 // FTP types; any other is plain FTP.
 inline constexpr int kTlsType = 4;   // explicit TLS
 inline constexpr int kSftpType = 5;  // scripts only: goes to the script class for SFTP

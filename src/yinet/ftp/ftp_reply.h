@@ -26,6 +26,7 @@ class FtpReplyReader {
 
   explicit FtpReplyReader(bool exact = false) : exact_(exact) {}
 
+  [[nodiscard]] bool exact() const { return exact_; }
   void feed(std::string_view bytes);  // pieces of any size; the view is not kept
   [[nodiscard]] State state() const;
   // The oldest reply, line ends included; of an unfinished or partial one what there is. Empty text when nothing is kept.

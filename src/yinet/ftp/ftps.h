@@ -74,15 +74,17 @@ class YINET_API ftps : public SecureSocket {
   // data connection; -32 local file; 256 time over, or the server refuses. `local` may name a folder.
   int download_file(const YString& remote, const YString& local, int);
   int download_files(const YString&, const YString&, int);  // transfers nothing: 0 connected, 1 not
-  // 0; -1 refused or no data connection; -4 not connected; -32 local file, an empty one too; 256 the data did not get
-  // through. The file is read into memory first. Folders in `remote` are entered with CWD.
+  // 0, also when the server's final reply did not come in time; -1 refused or no data connection; -4 not connected; -32
+  // local file, an empty one too; 256 the data did not get through. The file is read into memory first. Folders in `remote` are entered with CWD.
   int upload_file(const YString& local, const YString& remote, int type);
-  int del_file(const YString& remote);         // 0; -32 the server answers 550; -4 not connected; -1 name refused
+  // 0, also after any other answer and after none; -32 the server answers 550; -4 not connected; -1 name refused
+  int del_file(const YString& remote);
   long get_filesize(const YString& remote);    // -256 no such file, -1 otherwise not known
   int cmp_filesizes(const YString& local, const YString& remote);  // 0 equal, 1 both empty, others differ
   YString get_dir_content();   // LIST; "-1" without a data connection. Its final reply stays for the next read
   YString get_dir_content0();  // NLST; the same
-  int receive_datastr(SecureSocket* data, YString& out);  // all that comes, as text: 0
+  // What comes, as text: 0. It ends with the connection, after kFtpListingLimit of silence and at kFtpListingSize bytes.
+  int receive_datastr(SecureSocket* data, YString& out);
   YString ch_dir(const YString& dir);  // sends CWD without a directory
   YString get_act_dir();               // the result of a reply read, in decimal
 

@@ -11,6 +11,7 @@
 
 #include "yinet/ftp/client_certificate.h"
 #include "yinet/ftp/ftp_answers.h"
+#include "yinet/ftp/ftp_codes.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/ftp/ftps_state.h"
 #include "yinet/host/contained.h"
@@ -18,8 +19,10 @@
 #include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
 #include "yinet/host/wire_text.h"
+#include "yinet/host/yfile.h"
 #include "yinet/host/ylog.h"
 #include "yinet/net/readiness.h"
+#include "yinet/net/tls_context.h"
 
 using namespace yinet;
 using namespace yinet::ftp;
@@ -65,7 +68,7 @@ ftps::ftps(const ftps& other) : SecureSocket(), state_(std::make_unique<FtpsStat
 ftps& ftps::operator=(const ftps& other) {
   if (this == &other) return *this;
   Close();
-  SSL_CTX_free(std::exchange(sslContext, nullptr));
+  DropContext();
   copy_settings(other);
   load_certificate();
   return *this;
@@ -112,7 +115,13 @@ void ftps::init_client(const YString& host, const YString& user, const YString& 
 void ftps::load_certificate() {
   if (!b_certif()) return;
   InitSSLClientContext(certificate_, true, false);
-  if (sslContext != nullptr) use_client_certificates(sslContext, certificate_);
+  if (sslContext == nullptr) return;
+  use_client_certificates(sslContext, certificate_);
+  const auto items = certificate_.Items();
+  const bool names_folders = std::any_of(items.begin(), items.end(), [](std::string_view item) {
+    return !item.empty() && !YFile::Exist(YString(item));
+  });
+  if (!names_folders) trust_system(sslContext);
 }
 
 void ftps::copy_settings(const ftps& other) {
@@ -152,7 +161,7 @@ int ftps::connect0() {
   // With explicit TLS the connection begins in clear: the context waits for STARTTLS.
   SSL_CTX* const context = sslContext;
   if (ftp_type_ == kTlsType) sslContext = nullptr;
-  const int result = connect_control();
+  const int result = contained(kFailed, [&] { return connect_control(); });
   sslContext = context;
   if (result != kDone) return failed_with(kConnectFailed, kFailed);
   connected_ = true;
@@ -303,31 +312,35 @@ int ftps::get_ftpserver_mes() {
 int ftps::read_reply() {
   FtpReplyReader& replies = state_->replies;
   const Deadline deadline{milliseconds(reply_timeout_)};
-  const bool exact = setting_flag(settings::kFtpExactReplies);
   const auto most = static_cast<std::size_t>(setting_number(settings::kFtpReplySize));
   std::optional<Deadline> rest;  // of a multi-line reply that stopped before its last line
+  const auto may_end = [&] { return replies.state() == FtpReplyReader::State::unfinished && !replies.exact(); };
   const auto give_out = [&] {
-    set_last_mes(YString(text_from_wire(replies.take())));
+    const YString reply(text_from_wire(replies.take()));
+    set_last_mes(reply);
+    if (refused()) {
+      YLog.DebugEvent(kTraceChannel, message::kFtpCommandRefused, verb_of(get_last_command()),
+                      SecretScope::masked(trimmed(reply)));  // servers repeat passwords
+    }
     return kDone;
   };
   YString piece;
   for (;;) {
-    const auto state = replies.state();
-    const bool may_end = state == FtpReplyReader::State::unfinished && !exact;
-    if (state == FtpReplyReader::State::whole || (may_end && rest && rest->passed())) return give_out();
+    const bool whole = replies.state() == FtpReplyReader::State::whole;
+    if (whole || (may_end() && rest && rest->passed())) return give_out();
     if (replies.kept() > most) {
       YLog.Event(message::kErrorLevel, message::kFtpReplyTooLarge, address_text(host_, port_), std::to_string(most));
       return kTimeOver;
     }
     if (bio == nullptr) return kTimeOver;  // nothing can come any more
-    if (!may_end)
+    if (!may_end())
       rest.reset();
     else if (!rest)
       rest.emplace(milliseconds(setting_number(settings::kFtpReplyRest)));
 
     const int count = Receive(piece, kReplyPiece, false);
     if (count < 0) {
-      if (may_end) return give_out();
+      if (may_end()) return give_out();
       replies.clear();
       return count == SecureSocket::kReceiveEnded ? failed_with(kReceiveFailed, kNotConnected)
                                                   : failed_with(kReceiveError, kFailed);
@@ -339,7 +352,7 @@ int ftps::read_reply() {
       const milliseconds wait = rest ? std::min(rest->left(), deadline.left()) : deadline.left();
       wait_for_input(static_cast<int>(wait.count()));
     }
-    if (deadline.passed() && replies.state() != FtpReplyReader::State::whole) return may_end ? give_out() : kTimeOver;
+    if (deadline.passed() && replies.state() != FtpReplyReader::State::whole) return may_end() ? give_out() : kTimeOver;
   }
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "yinet/ftp/ftp_answers.h"
+#include "yinet/ftp/ftp_codes.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/ftp/ftps_state.h"
 #include "yinet/host/contained.h"
@@ -53,8 +54,9 @@ int ftps::open_data_channel(SecureSocket* data, int flags) {
 bool ftps::ask_for_data_address() {
   const YString peer = GetPartnerInfo(false).GetString(partner::kAddress);
   const bool ipv6 = !is_socks(proxy_type_) && peer.Find(":") >= 0;
-  send_command(ipv6 ? "EPSV" : "PASV", kReadReply);
-  const YString answer = get_last_mes(0);
+  // After a reply that did not come the last message is that of another command.
+  const bool answered = send_command(ipv6 ? "EPSV" : "PASV", kReadReply) != kTimeOver;
+  const YString answer = answered ? get_last_mes(0) : YString();
   data_port_ = 0;
   data_address_.Clear();
   const auto found = ipv6 ? usable_extended_address(answer) : usable_passive_address(answer);

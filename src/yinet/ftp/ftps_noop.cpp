@@ -1,5 +1,7 @@
 // The keep-alive thread: NOOP on the control connection until it is told to stop.
 
+#include <pthread.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -8,6 +10,7 @@
 #include <thread>
 #include <utility>
 
+#include "yinet/ftp/ftp_codes.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/ftp/ftps_state.h"
 #include "yinet/host/contained.h"
@@ -62,12 +65,21 @@ namespace {
 constexpr std::string_view kEventName = "FTPS:NOOPSTOP$1$";
 std::atomic<unsigned> g_threads_started = 0;
 
+// For debuggers and the system's lists of threads, which show the first 15 characters.
+void name_thread(const std::string& name) {
+  constexpr std::size_t kLongest = 15;
+  pthread_setname_np(pthread_self(), name.substr(0, kLongest).c_str());
+}
+
 }  // namespace
 
 tNoopThreadHandle ftps::StartNoopThread() {
   return contained(tNoopThreadHandle(), [&] {
     auto event = std::make_unique<FtpStopEvent>(formatted(kEventName, std::to_string(g_threads_started++)));
-    auto thread = std::make_unique<FtpThread>([this, stop = event.get()] { m_NoopThread(this, stop); });
+    auto thread = std::make_unique<FtpThread>([this, stop = event.get()] {
+      name_thread(stop->name());
+      m_NoopThread(this, stop);
+    });
     return tNoopThreadHandle{thread.release(), event.release()};
   });
 }

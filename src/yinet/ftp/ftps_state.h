@@ -4,7 +4,6 @@
 
 #include <mutex>
 
-#include "yinet/ftp/ftp_codes.h"
 #include "yinet/ftp/ftp_reply.h"
 #include "yinet/ftp/ftps.h"
 
@@ -20,9 +19,4 @@ struct FtpsState {
   ProgressReport report;
 };
 
-namespace ftp {
-
-inline constexpr int kTraceChannel = 217;
-
-}  // namespace ftp
 }  // namespace yinet

@@ -4,10 +4,12 @@
 #include <chrono>
 #include <cstdint>
 #include <limits>
+#include <new>
 #include <string>
 #include <thread>
 
 #include "yinet/ftp/ftp_answers.h"
+#include "yinet/ftp/ftp_codes.h"
 #include "yinet/ftp/ftps.h"
 #include "yinet/ftp/ftps_state.h"
 #include "yinet/host/contained.h"
@@ -30,6 +32,7 @@ using std::chrono::milliseconds;
 constexpr int kDownloadPiece = 16384;
 constexpr int kListingPiece = 2048;
 constexpr int kListingFlags = ftps::kForce | ftps::kOrdinary;
+constexpr const char* kNoListing = "-1";
 
 int poll_time(milliseconds wait) {
   return static_cast<int>(std::min<std::int64_t>(wait.count(), std::numeric_limits<int>::max()));
@@ -39,7 +42,11 @@ int poll_time(milliseconds wait) {
 bool read_whole(YFile& file, YBuffer& content) {
   const std::int64_t size = file.GetFileSize();
   if (size <= 0) return false;
-  content.SetSize(static_cast<long>(size));
+  try {
+    content.SetSize(static_cast<long>(size));
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
   return file.Read(content.Ptr(), content.Size()) == content.Size();
 }
 
@@ -157,9 +164,14 @@ int ftps::receive_file(SecureSocket& data, YFile& target, std::int64_t size) {
     if (count == SecureSocket::kReceiveEnded) break;
     if (count == 0) data.wait_for_input(poll_time(deadline.left()));
   }
+  const bool no_handshake = data.lacks_handshake();
+  data.Close();
+  if (no_handshake) {
+    get_ftpserver_mes();
+    return broken_off(kFailed);
+  }
   YLog.DebugEnd(kTraceChannel, message::kFtpTransferEnds, name);
   const bool written = target.Close();
-  data.Close();
   const int reply = get_ftpserver_mes();
   if (!written) return failed_with(kTargetNotWritten, kLocalFileFailed);
   const bool complete = reply == kDone && !refused() && received == size;
@@ -213,9 +225,10 @@ int ftps::send_file(SecureSocket& data, const YBuffer& content) {
   }
   for (bool sent = data.Send(content); !sent; sent = data.send_rest(content)) {
     if (data.is_broken() || deadline.passed()) {
+      const int result = data.lacks_handshake() ? kFailed : kTimeOver;
       data.Close();
       YLog.DebugEnd(kTraceChannel, message::kFtpTransferBroken, name);
-      return kTimeOver;
+      return result;
     }
     std::this_thread::sleep_for(std::min(milliseconds(setting_number(settings::kFtpResendPause)), deadline.left()));
   }
@@ -233,10 +246,13 @@ YString ftps::get_dir_content0() { return listing("NLST"); }
 YString ftps::listing(std::string_view command) {
   return contained(YString(), [&] {
     SecureSocket data;
-    if (open_data_channel(&data, kListingFlags) != kDone) return YString("-1");
+    if (open_data_channel(&data, kListingFlags) != kDone) return YString(kNoListing);
     send_command(YString(command), kReadReply);
     YString text;
-    if (!refused()) receive_datastr(&data, text);
+    if (!refused()) {
+      receive_datastr(&data, text);
+      if (data.lacks_handshake()) text = kNoListing;
+    }
     data.Close();
     return text;
   });
@@ -245,7 +261,7 @@ YString ftps::listing(std::string_view command) {
 int ftps::receive_datastr(SecureSocket* data, YString& out) {
   return contained(0, [&] {
     out.Clear();
-    if (data == nullptr || data->GetScoketDescriptor() < 0) return 0;
+    if (data == nullptr || !data->has_connection()) return 0;
     const milliseconds limit(setting_number(settings::kFtpListingLimit));
     const auto most = static_cast<std::size_t>(setting_number(settings::kFtpListingSize));
     std::string text;

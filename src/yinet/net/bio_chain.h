@@ -2,6 +2,7 @@
 
 // Questions to a connection's BIO chain. For .cpp files of this folder.
 
+#include <fcntl.h>
 #include <openssl/bio.h>
 #include <openssl/ssl.h>
 
@@ -25,5 +26,10 @@ inline SSL* session_of(BIO* bio) {
 inline bool is_connecting(BIO* bio) {
   return BIO_should_io_special(bio) && BIO_get_retry_reason(bio) == BIO_RR_CONNECT;
 }
+
+inline bool is_listener(BIO* bio) { return bio != nullptr && BIO_method_type(bio) == BIO_TYPE_ACCEPT; }
+
+// Programs that the host starts must not keep a port or a connection open.
+inline void keep_from_children(BIO* bio) { fcntl(descriptor_of(bio), F_SETFD, FD_CLOEXEC); }
 
 }  // namespace yinet

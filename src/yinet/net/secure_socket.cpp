@@ -30,6 +30,7 @@
 #include "yinet/net/sigpipe_guard.h"
 #include "yinet/net/socket_report.h"
 #include "yinet/net/socket_state.h"
+#include "yinet/net/tcp_connect.h"
 #include "yinet/net/tls_errors.h"
 #include "yinet/net/tls_session.h"
 #include "yinet/net/tls_session_store.h"
@@ -56,22 +57,6 @@ void send_at_once(int descriptor) {
 void make_non_blocking(int descriptor) {
   const int flags = fcntl(descriptor, F_GETFL);
   if (flags >= 0) fcntl(descriptor, F_SETFL, flags | O_NONBLOCK);
-}
-
-// Connects without blocking: OpenSSL takes the steps, from one address to the next, and this waits between them. The
-// step after a connect in progress must not be taken before the socket is writable: OpenSSL spins until then.
-// Gives the cause of the failure, nothing on success.
-std::optional<std::string> connect_in_steps(BIO* bio) {
-  BIO_set_nbio(bio, 1);
-  const milliseconds limit(setting_number(settings::kConnectLimit));
-  const Deadline deadline(limit);
-  while (BIO_do_connect(bio) <= 0) {
-    if (!BIO_should_retry(bio)) return take_error_text(0);
-    if (wait_ready(descriptor_of(bio), POLLOUT, deadline.left()) != Readiness::ready) {
-      return formatted("no connection within $1$ ms", std::to_string(limit.count()));
-    }
-  }
-  return std::nullopt;
 }
 
 // Takes in what the peer still sends until it has ended its side too or the time is over.
@@ -189,6 +174,7 @@ int SecureSocket::Reconnect() {
 }
 
 void SecureSocket::Close() {
+  info.Clear();
   contained(0, [&] {  // of its own: the connection ends even when there is no room for its session
     if (!state_->session_key.empty() && !state_->broken)
       TlsSessionStore::shared().keep(state_->session_key, session_of(bio));
@@ -204,26 +190,27 @@ void SecureSocket::Close() {
 
 int SecureSocket::Connect() {
   Close();
-  info.Clear();
   const int failure_message = blocking ? message::kConnectBlockingFailed : message::kConnectFailed;
-  if (!state_->refusal.empty()) {
-    report(kConnectLevel, failure_message, state_->refusal, connectTarget);
+  const std::string_view refusal = state_->tls_failed ? kNoTls : std::string_view(state_->refusal);
+  if (!refusal.empty()) {
+    report(kConnectLevel, failure_message, refusal, connectTarget);
     return -1;
   }
   ERR_clear_error();
-  bio = BIO_new_connect(connectTarget.Ptr());
-  std::optional<std::string> failure;
-  if (bio == nullptr) {
-    failure = take_error_text(0);
-  } else if (!blocking) {
-    failure = connect_in_steps(bio);
-  } else if (BIO_do_connect(bio) <= 0) {
-    failure = take_error_text(0);
+  std::string failure;
+  if (!blocking) {
+    TcpConnection made = connect_in_steps(connectTarget.str(), milliseconds(setting_number(settings::kConnectLimit)));
+    bio = made.chain.release();
+    failure = std::move(made.failure);
+  } else {
+    bio = BIO_new_connect(connectTarget.Ptr());
+    if (bio == nullptr || BIO_do_connect(bio) <= 0) failure = take_error_text(0);
   }
-  if (failure) {
-    report(kConnectLevel, failure_message, *failure, connectTarget);
+  if (!failure.empty()) {
+    report(kConnectLevel, failure_message, failure, connectTarget);
     return -1;
   }
+  keep_from_children(bio);
   ERR_clear_error();  // addresses tried in vain
   send_at_once(descriptor_of(bio));
   std::this_thread::sleep_for(milliseconds(setting_number(settings::kConnectPause)));

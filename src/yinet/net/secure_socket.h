@@ -119,12 +119,13 @@ class YINET_API SecureSocket {
 
   // Makes the TLS context for client connections. `certificates` is an item list of folders with trusted certificates
   // (hashed, as OpenSSL wants them); `listFlag` only chooses the message when one of them cannot be loaded. Without
-  // folders the system's trust store serves when verification is on. A context made before is replaced.
+  // folders the system's trust store serves when verification is on. A context made before is replaced. When none can be
+  // made, nothing connects until another call makes one: it would go out in clear.
   bool InitSSLClientContext(const YString& certificates, const bool& listFlag, const bool& ignoreVerification);
   // Makes the TLS context for accepted connections: certificate chain and key in PEM files (an empty `keyFile` means
   // that the key stands in the certificate file), the key's password (may be empty), and an item list of PEM files or
   // folders with the authorities whose client certificates are accepted. `requireClientCertificate` refuses clients
-  // without one.
+  // without one. After a failure nothing can be listened for until another call succeeds.
   bool InitSSLSeverContext(const YString& certificateFile, const YString& keyFile, const YString& keyPassword,
                            const YString& clientAuthorities, const bool& requireClientCertificate);  // (sic)
   // Further trusted authorities for the context made before: a PEM file, or a folder of hashed certificates. False
@@ -151,7 +152,7 @@ class YINET_API SecureSocket {
   bool wait_for_input(int limit_ms);
   // Reads from the system in larger pieces (setting kReadAhead) and serves Receive from them; counts and order stay what
   // they were. Off by default: only for connections whose descriptor is not handed on and which do not change to TLS
-  // after this. A new connection starts with it off.
+  // after this. It holds for later connections of the object too.
   void read_ahead(bool on);
   // Bytes of the last Send that the connection has taken, complete or not.
   [[nodiscard]] std::size_t bytes_sent() const;
@@ -161,6 +162,10 @@ class YINET_API SecureSocket {
   // Whether a Send or a Receive has failed because the connection broke, by a reset for example; trying again is of no
   // use then. The peer's own end of the connection does not count.
   [[nodiscard]] bool is_broken() const;
+  // Whether TLS was to protect this connection and its handshake, which a data channel leaves to the first transfer, has
+  // not come about: it is still due, failed, or brought a certificate that was rejected. Not a byte has passed then.
+  [[nodiscard]] bool lacks_handshake() const;
+  [[nodiscard]] bool has_connection() const;  // a listening object has none
   // Called by Send and send_rest on their thread with the bytes taken so far, after each piece. It must not throw.
   void on_sent(std::function<void(std::size_t)> observer);
   // To be called before this object's own TLS begins, and for each connection anew: it will resume the newest TLS session
@@ -177,6 +182,7 @@ class YINET_API SecureSocket {
   SecureSocket(BIO* connection, bool blocking);
 
   int Connect();
+  void DropContext();  // for connections without TLS
   bool SendBlocking(const YBuffer& data);
   bool SendBlocking(const YString& data);
   bool SendNonBlockig(const YBuffer& data);  // (sic)
@@ -229,7 +235,7 @@ class YINET_API SecureSocket {
   [[nodiscard]] std::string SharedSessionKey(bool verify) const;
   int ConnectTls();
   // Puts the session above the connection; its handshake comes with the first transfer.
-  bool DelayHandshake(SSL* session, bool verify);
+  bool DelayHandshake(SSL* session, bool verify, int failed_message, int rejected_message, int level);
   // 0, -1 for an unfinished handshake or -2 for a rejected certificate, each reported under its number.
   int JudgePeer(bool verify, int unfinished_message, int rejected_message, int level);
   bool MakeServerContext(const YString& certificate_file, const YString& key_file, const YString& key_password,

@@ -1,6 +1,5 @@
 // Listening: a SecureSocket that hands out one new SecureSocket for each connection it accepts.
 
-#include <fcntl.h>
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
@@ -41,9 +40,6 @@ ListenAddress listen_address(unsigned int port) {
   return {formatted("*:$1$", number), BIO_FAMILY_IPV4};
 }
 
-// Programs that the host starts must not keep a port or a connection open.
-void keep_from_children(BIO* chain) { fcntl(descriptor_of(chain), F_SETFD, FD_CLOEXEC); }
-
 // A server's end of TLS, as each accepted connection gets a copy of it. Null on failure.
 BIO* make_tls_template(SSL_CTX* context) {
   BIO* const filter = BIO_new_ssl(context, 0);
@@ -62,8 +58,6 @@ void report_bind_failure(unsigned int port, std::string_view description, std::s
                formatted("nPort: $1$\r\nprocessFile: $2$\r\nError: $3$", number, process, cause));
 }
 
-bool is_listener(BIO* bio) { return bio != nullptr && BIO_method_type(bio) == BIO_TYPE_ACCEPT; }
-
 }  // namespace
 }  // namespace yinet
 
@@ -72,11 +66,14 @@ using namespace yinet;
 bool SecureSocket::PrepareForAccepting(const unsigned& port, bool blocking_mode, const YString& description) {
   return contained(false, [&] {
     Close();
-    info.Clear();
     connectTarget.Clear();
     ERR_clear_error();
     if (port > kHighestPort) {
       report_bind_failure(port, description, "the port is not in 0 to 65535");
+      return false;
+    }
+    if (state_->tls_failed) {
+      report(kConnectLevel, message::kListenTlsFailed, kNoTls);
       return false;
     }
     ChainHandle tls;
@@ -134,6 +131,7 @@ SecureSocket* SecureSocket::Accept() {
 
 bool SecureSocket::Accept(SecureSocket** connection) {
   return contained(false, [&] {
+    if (connection == nullptr) return false;
     if (blocking) {
       report(kMisuseLevel, message::kAcceptNeedsNonBlocking, {});
       return false;

@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <limits>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -30,17 +31,23 @@ constexpr int kReplyBytes = 2;       // what every reply begins with
 constexpr int kSocks5TypeBytes = 2;  // reserved byte and address type
 constexpr int kSocks4TailBytes = 6;  // port and address
 
+// Codes from 1 on.
 constexpr auto kSocks5Refusals = std::to_array<std::string_view>(
-    {"", "general failure", "not allowed by the rules", "network unreachable", "host unreachable", "connection refused",
+    {"general failure", "not allowed by the rules", "network unreachable", "host unreachable", "connection refused",
      "time to live expired", "command not supported", "address type not supported"});
 
 unsigned char byte_at(const YBuffer& bytes, long position) {
   return static_cast<unsigned char>(bytes.GetChar(position));
 }
 
-std::string refusal_text(unsigned char code) {
+// Codes from 91 on.
+constexpr auto kSocks4Refusals = std::to_array<std::string_view>(
+    {"refused or failed", "the proxy cannot ask this machine who the user is", "this machine names another user"});
+
+std::string refusal_text(unsigned char code, std::span<const std::string_view> words, int first) {
   std::string text = "reply code " + std::to_string(code);
-  if (code > 0 && code < kSocks5Refusals.size()) text += ": " + std::string(kSocks5Refusals[code]);
+  const auto place = static_cast<std::size_t>(code - first);
+  if (code >= first && place < words.size()) text += ": " + std::string(words[place]);
   return text;
 }
 
@@ -53,6 +60,7 @@ int SecureSocket::SocksConnect(const unsigned int& version) {
   return contained(kNothingToDo, [&] {
     const auto target = socks_target(socksTargetAddress);
     if (!target) return kNothingToDo;
+    PartnerAddress();  // for the messages: after a reset by the proxy the system no longer knows it
     if (version == 5) return SocksConnect5();
     if (version == 4) return SocksConnect4();
     return kNothingToDo;
@@ -108,7 +116,7 @@ int SecureSocket::SocksConnect5() {
   const bool wrong_version = strict && byte_at(reply, 0) != kSocks5Version;
   if (wrong_version || byte_at(reply, 1) != kSocks5Succeeded) {
     return SocksFailure(message::kSocks5ConnectRefused, kProtocolFailed,
-                        wrong_version ? "not a SOCKS 5 reply" : refusal_text(byte_at(reply, 1)));
+                        wrong_version ? "not a SOCKS 5 reply" : refusal_text(byte_at(reply, 1), kSocks5Refusals, 1));
   }
   if (SkipBoundAddress(strict)) return 0;
   return SocksFailure(message::kSocks5ConnectRefused, kProtocolFailed, "the reply is not complete");
@@ -169,7 +177,7 @@ int SecureSocket::SocksConnect4() {
   const bool wrong_version = strict && byte_at(reply, 0) != kSocks4ReplyVersion;
   if (wrong_version || byte_at(reply, 1) != kSocks4Granted) {
     return SocksFailure(message::kSocks4Refused, kProtocolFailed,
-                        wrong_version ? "not a SOCKS 4 reply" : refusal_text(byte_at(reply, 1)));
+                        wrong_version ? "not a SOCKS 4 reply" : refusal_text(byte_at(reply, 1), kSocks4Refusals, 91));
   }
   YBuffer tail;
   if (!SocksReceive(tail, kSocks4TailBytes)) return SocksFailure(message::kSocks4TailNotRead, kProtocolFailed);

@@ -34,7 +34,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr int kCertificateRejected = -2;
+constexpr int kFailed = -1;
+constexpr int kRejected = -2;
 constexpr std::string_view kServerSessionId = "YInet";  // lets clients with certificates resume their sessions
 
 // A caller may leave the certificate unchecked only while the host lets it.
@@ -63,6 +64,8 @@ bool SecureSocket::InitSSLClientContext(const YString& certificates, const bool&
     LoadSSLLib();
     ERR_clear_error();
     replace_context(sslContext, make_client_context());
+    state_->trusts_system = false;
+    state_->tls_failed = sslContext == nullptr;
     if (sslContext == nullptr) {
       report(kTransferLevel, message::kTlsContextFailed, take_tls_error());
       return false;
@@ -74,8 +77,10 @@ bool SecureSocket::InitSSLClientContext(const YString& certificates, const bool&
       return false;
     }
     const bool verify = must_verify(ignoreVerification);
-    if (verify && certificates.IsEmpty()) trust_system(sslContext);
-    if (state_->authorities) SSL_CTX_set1_cert_store(sslContext, state_->authorities.get());
+    if (state_->authorities)
+      SSL_CTX_set1_cert_store(sslContext, state_->authorities.get());
+    else if (verify && certificates.IsEmpty())
+      trust_system(sslContext);
     state_->trusts_system = certificates.IsEmpty() && !state_->authorities;
     ignoreCertificateVerification = !verify;
     SSL_CTX_set_verify(sslContext, verify ? SSL_VERIFY_PEER : SSL_VERIFY_NONE, nullptr);
@@ -85,6 +90,11 @@ bool SecureSocket::InitSSLClientContext(const YString& certificates, const bool&
   });
 }
 
+void SecureSocket::DropContext() {
+  replace_context(sslContext, nullptr);
+  state_->tls_failed = false;
+}
+
 bool SecureSocket::MakeServerContext(const YString& certificate_file, const YString& key_file,
                                      const YString& key_password, const YString& client_authorities,
                                      bool require_client_certificate) {
@@ -92,6 +102,7 @@ bool SecureSocket::MakeServerContext(const YString& certificate_file, const YStr
   ERR_clear_error();
   keyText = key_password;
   replace_context(sslContext, nullptr);
+  state_->tls_failed = true;
   ContextHandle context = make_server_context();
   bool usable = context != nullptr;
   if (usable) {
@@ -118,6 +129,7 @@ bool SecureSocket::MakeServerContext(const YString& certificate_file, const YStr
   SSL_CTX_set_session_id_context(context.get(), reinterpret_cast<const unsigned char*>(kServerSessionId.data()),
                                  static_cast<unsigned int>(kServerSessionId.size()));
   replace_context(sslContext, std::move(context));
+  state_->tls_failed = false;
   ERR_clear_error();
   return true;
 }
@@ -198,7 +210,7 @@ int SecureSocket::tryNonBlockingSllConnect(SSL* session) {
   }
 }
 
-bool SecureSocket::DelayHandshake(SSL* session, bool verify) {
+bool SecureSocket::DelayHandshake(SSL* session, bool verify, int failed_message, int rejected_message, int level) {
   BIO* const filter = BIO_new(BIO_f_ssl());
   if (filter == nullptr) return false;
   if (state_->read_ahead && state_->ahead_capacity > 0) read_ahead_in_session(session, state_->ahead_capacity);
@@ -208,11 +220,12 @@ bool SecureSocket::DelayHandshake(SSL* session, bool verify) {
   if (blocking) SSL_set_mode(session, SSL_MODE_AUTO_RETRY);
   BIO_set_ssl(filter, session, BIO_CLOSE);
   BIO_free(std::exchange(bio, filter));
-  if (verify) {
-    state_->judge_peer = [this] {
-      return JudgePeer(true, message::kStartTlsFailed, message::kStartTlsCertificateRejected, kTransferLevel) == 0;
-    };
-  }
+  state_->handshake = DelayedHandshake::due;
+  state_->end_handshake = [=, this](std::string_view cause) {
+    if (cause.empty()) return JudgePeer(verify, failed_message, rejected_message, level) == 0;
+    report(level, failed_message, cause, connectTarget);
+    return false;
+  };
   return true;
 }
 
@@ -271,14 +284,14 @@ int SecureSocket::JudgePeer(bool verify, int unfinished_message, int rejected_me
   if (SSL_is_init_finished(session) == 0) {
     report(level, unfinished_message, "the handshake is not finished, so there is no verified certificate",
            connectTarget);
-    return -1;
+    return kFailed;
   }
   const long result = verification_result(session);
   if (result == X509_V_OK) return 0;
   const CertificateHandle certificate(SSL_get1_peer_certificate(session));
   report(level, rejected_message, GetZertifikatInfo(certificate.get()), connectTarget, std::to_string(result));
   ERR_clear_error();
-  return kCertificateRejected;
+  return kRejected;
 }
 
 // Names what must be the same for a session to be resumed: the server, what was checked of it, and the policy. Empty
@@ -295,7 +308,10 @@ int SecureSocket::ConnectTls() {
   const std::string key = SharedSessionKey(verify);
   if (!key.empty()) state_->resumed = TlsSessionStore::shared().take(key);
   SessionHandle session = make_client_session(sslContext, expected_host(*state_), verify, state_->resumed.get());
-  const bool done = dataChannel && session ? DelayHandshake(session.get(), verify) : PerformSSlConnect(session.get());
+  const bool done = dataChannel && session
+                        ? DelayHandshake(session.get(), verify, message::kConnectTlsFailed,
+                                         message::kCertificateRejected, kConnectLevel)
+                        : PerformSSlConnect(session.get());
   if (!done) {
     report(kConnectLevel, message::kConnectTlsFailed, take_tls_error(), connectTarget);
     return -1;
@@ -323,7 +339,10 @@ int SecureSocket::STARTTLS(const YString& certificates, const bool& listFlag, co
     const bool verify = must_verify(ignoreVerification);
     state_->drop_buffered();
     SessionHandle session = make_client_session(chosen, expected_host(*state_), verify, state_->resumed.get());
-    const bool done = dataChannel && session ? DelayHandshake(session.get(), verify) : PerformSSlConnect(session.get());
+    const bool done = dataChannel && session
+                          ? DelayHandshake(session.get(), verify, message::kStartTlsFailed,
+                                           message::kStartTlsCertificateRejected, kTransferLevel)
+                          : PerformSSlConnect(session.get());
     if (!done) {
       report(kTransferLevel, message::kStartTlsFailed, take_tls_error(), connectTarget);
       return -1;

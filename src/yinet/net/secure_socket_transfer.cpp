@@ -61,15 +61,22 @@ IoResult why_nothing_moved(BIO* bio, int system_error) {
   return {error == 0 && system_error == 0 ? Io::closed : Io::failed, 0, system_error};
 }
 
-// A delayed handshake whose certificate counts (there may be none), as far as it goes without waiting. After `done` bytes may follow.
+// A delayed handshake (there may be none), as far as it goes without waiting. After `done` bytes may follow.
 IoResult handshake_step(BIO* bio, SocketState& state) {
-  if (!state.judge_peer) return {Io::done};
+  if (state.handshake == DelayedHandshake::none) return {Io::done};
+  if (state.handshake == DelayedHandshake::failed) return {Io::failed};
   ERR_clear_error();
   errno = 0;
-  if (BIO_do_handshake(bio) <= 0) return why_nothing_moved(bio, errno);
-  const bool trusted = state.judge_peer();  // reports what it rejects
-  state.judge_peer = trusted ? std::function<bool()>() : [] { return false; };
-  return {trusted ? Io::done : Io::failed};
+  std::string cause;
+  if (BIO_do_handshake(bio) <= 0) {
+    const IoResult result = why_nothing_moved(bio, errno);
+    if (result.outcome != Io::closed && result.outcome != Io::failed) return result;
+    cause = result.outcome == Io::closed ? "the peer ended the connection in the handshake"
+                                         : take_error_text(result.system_error);
+  }
+  const bool stands = state.end_handshake(cause);
+  state.handshake = stands ? DelayedHandshake::none : DelayedHandshake::failed;
+  return {stands ? Io::done : Io::failed};
 }
 
 IoResult read_step(BIO* bio, SocketState& state, char* target, std::size_t size) {
@@ -224,13 +231,13 @@ IoResult read_for_caller(BIO* bio, SocketState& state, char* target, std::size_t
   state.input_drained = result.outcome != Io::done;
   state.input_event = event_for(result.outcome == Io::wait_write ? Io::wait_write : Io::wait_read);
   if (result.outcome == Io::done) taken += result.count;
+  if (result.outcome == Io::failed) state.broken = true;  // the system tells of a reset once
   // An end seen behind the last buffered bytes is met again by the next read.
   if (taken > 0) {
     ERR_clear_error();
     state.wrote_last = false;
     return {Io::done, taken};
   }
-  if (result.outcome == Io::failed) state.broken = true;
   return result;
 }
 
@@ -290,11 +297,11 @@ int receive_into(Container& target, int size, bool quiet, BIO* bio, SocketState&
 using namespace yinet;
 
 bool SecureSocket::Send(const YBuffer& data) {
-  return contained(false, [&] { return bio != nullptr && (blocking ? SendBlocking(data) : SendNonBlockig(data)); });
+  return contained(false, [&] { return has_connection() && (blocking ? SendBlocking(data) : SendNonBlockig(data)); });
 }
 
 bool SecureSocket::Send(const YString& data) {
-  return contained(false, [&] { return bio != nullptr && (blocking ? SendBlocking(data) : SendNonBlockig(data)); });
+  return contained(false, [&] { return has_connection() && (blocking ? SendBlocking(data) : SendNonBlockig(data)); });
 }
 
 bool SecureSocket::SendBlocking(const YBuffer& data) {
@@ -316,7 +323,7 @@ bool SecureSocket::SendNonBlockig(const YString& data) {
 
 bool SecureSocket::send_rest(const YBuffer& data) {
   return contained(false, [&] {
-    if (bio == nullptr || state_->sent > data.view().size()) return false;
+    if (!has_connection() || state_->sent > data.view().size()) return false;
     if (state_->sent == data.view().size() && state_->sent > 0) return true;
     return send_and_report(bio, *state_, data.view(), blocking, blocking ? kBufferBlocking : kBufferNonBlocking);
   });
@@ -324,6 +331,8 @@ bool SecureSocket::send_rest(const YBuffer& data) {
 
 std::size_t SecureSocket::bytes_sent() const { return state_->sent; }
 bool SecureSocket::is_broken() const { return state_->broken; }
+bool SecureSocket::has_connection() const { return bio != nullptr && !is_listener(bio); }
+bool SecureSocket::lacks_handshake() const { return state_->handshake != DelayedHandshake::none; }
 void SecureSocket::on_sent(std::function<void(std::size_t)> observer) { state_->on_sent = std::move(observer); }
 
 int SecureSocket::Receive(YBuffer& target, const int& size, bool quiet) {
@@ -339,19 +348,19 @@ int SecureSocket::Receive(YString& target, const int& size, bool quiet) {
 }
 
 int SecureSocket::ReceiveBlocking(YBuffer& target, const int& size, bool quiet) {
-  return receive_into(target, size, quiet, bio, *state_, true, message::kReceiveBufferBlockingFailed);
+  return receive_into(target, size, quiet, has_connection() ? bio : nullptr, *state_, true, message::kReceiveBufferBlockingFailed);
 }
 
 int SecureSocket::ReceiveBlocking(YString& target, const int& size, bool quiet) {
-  return receive_into(target, size, quiet, bio, *state_, true, message::kReceiveTextBlockingFailed);
+  return receive_into(target, size, quiet, has_connection() ? bio : nullptr, *state_, true, message::kReceiveTextBlockingFailed);
 }
 
 int SecureSocket::ReceiveNonBlocking(YBuffer& target, const int& size, bool quiet) {
-  return receive_into(target, size, quiet, bio, *state_, false, message::kReceiveBufferFailed);
+  return receive_into(target, size, quiet, has_connection() ? bio : nullptr, *state_, false, message::kReceiveBufferFailed);
 }
 
 int SecureSocket::ReceiveNonBlocking(YString& target, const int& size, bool quiet) {
-  return receive_into(target, size, quiet, bio, *state_, false, message::kReceiveTextFailed);
+  return receive_into(target, size, quiet, has_connection() ? bio : nullptr, *state_, false, message::kReceiveTextFailed);
 }
 
 bool SecureSocket::GetBinaryFromReceive(YBuffer& target, int count) {

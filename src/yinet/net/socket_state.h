@@ -8,10 +8,14 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "yinet/net/openssl_handles.h"
 
 namespace yinet {
+
+// A TLS handshake that waits for the first transfer of bytes.
+enum class DelayedHandshake { none, due, failed };
 
 struct SocketState {
   // Whom the connection is for: the last Connect's host and port, behind a proxy the final ones. Named towards a TLS
@@ -28,6 +32,9 @@ struct SocketState {
   bool share_sessions = false;
   bool trusts_system = false;  // the context's authorities are the system's, and nothing else
 
+  // A TLS context was asked for and could not be made: nothing may go out in clear instead.
+  bool tls_failed = false;
+
   std::function<void(std::size_t)> on_sent;  // may be empty
 
   // --- The connection that stands; reset() with every new one ---
@@ -38,9 +45,8 @@ struct SocketState {
   short input_event = POLLIN;    // what the last read waits for (TLS may have to write first)
   bool input_drained = false;    // the last read found nothing: only the system can tell of more
   std::string session_key;       // where the session is to be kept; empty: nowhere
-  // Not empty while a delayed handshake, whose certificate counts, is due: asked once it is finished, and false means
-  // that not a byte may follow.
-  std::function<bool()> judge_peer;
+  DelayedHandshake handshake = DelayedHandshake::none;
+  std::function<bool(std::string_view)> end_handshake;  // see DelayHandshake
 
   // --- Read-ahead: bytes [begin, end) of `ahead` belong to the next reads ---
   bool read_ahead = false;
@@ -56,7 +62,8 @@ struct SocketState {
     send_unfinished = wrote_last = broken = input_drained = false;
     input_event = POLLIN;
     session_key.clear();
-    judge_peer = nullptr;
+    handshake = DelayedHandshake::none;
+    end_handshake = nullptr;
     drop_buffered();
   }
 };

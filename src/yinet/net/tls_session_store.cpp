@@ -9,9 +9,9 @@
 namespace yinet {
 
 TlsSessionStore& TlsSessionStore::shared() {
-  // Callers have set OpenSSL up before, so this goes before OpenSSL cleans up at the end of the process.
-  static TlsSessionStore store;
-  return store;
+  // Never destroyed: a connection may still be closed while the process ends.
+  static auto* const store = new TlsSessionStore;
+  return *store;
 }
 
 SslSessionHandle TlsSessionStore::take(std::string_view key) {

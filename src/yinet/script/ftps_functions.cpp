@@ -226,13 +226,17 @@ constexpr std::array kDownloadParameters = {
     kProxyAddressRow, kProxyUserRow, kProxyPasswordRow, kOptionsRow};
 constexpr std::array kUploadParameters = {
     kTypeRow, kHostRow, kUserRow, kPasswordRow, in_text(key::kSourceFile, "The local file; an empty one is not taken."),
-    in_text(key::kTargetFile, "Name on the server; folders before a slash are entered. The local name when empty."),
+    in_text(key::kTargetFile,
+            "Name on the server; folders before a slash are entered. The local name when empty or behind a slash at the end, "
+            "which bit 4 of \"pOptionen\" then does not find."),
     kCertificateRow, kProxyTypeRow, kProxyAddressRow, kProxyUserRow, kProxyPasswordRow, kOptionsRow};
 constexpr std::array kDeleteParameters = {
     kTypeRow, kHostRow, kUserRow, kPasswordRow, kRemoteFileRow, kCertificateRow,
     kProxyTypeRow, kProxyAddressRow, kProxyUserRow, kProxyPasswordRow};
 
 constexpr std::string_view kResultMeaning = "1 when it succeeded, otherwise 0; true or false with a local host.";
+constexpr std::string_view kDeletedMeaning =
+    "0 when the server answers 550 or there is no login, otherwise 1; true or false with a local host.";
 constexpr std::array kServerMessages = {message::kScriptFunctionFailed, message::kFtpLineBreakRefused,
                                         message::kFtpTlsRefused, message::kFtpReplyTooLarge,
                                         message::kFtpClientCertificateFailed};
@@ -258,7 +262,7 @@ constexpr auto kFunctions = std::to_array<ScriptFunction>({
     {"FTPS_UPLOAD", &FTPS_UPLOAD, "FTPS", "Brings one file to an FTP server.", kUploadParameters, kTypeInteger,
      kResultMeaning, kUploadMessages, kUploadExample},
     {"FTPS_LOESCHE", &FTPS_LOESCHE, "FTPS", "Deletes one file on an FTP server.", kDeleteParameters, kTypeInteger,
-     kResultMeaning, kDeleteMessages, kDeleteExample}});
+     kDeletedMeaning, kDeleteMessages, kDeleteExample}});
 
 }  // namespace
 

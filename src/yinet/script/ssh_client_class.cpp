@@ -16,10 +16,11 @@ void store_as_number(YObject& parameters) { store_result(parameters, parameters.
 // an exported name.
 [[maybe_unused]] const bool g_registered = [] {
   register_script_function(ssh_client::kClass, ssh_client::kDownload, [](YObject& parameters) {
-    if (parameters.GetString(key::kTargetFolder).IsEmpty()) parameters.StoreText(key::kTargetFolder, ".");
-    parameters.Store<bool>(key::kComplete, true);
-    ssh_download(parameters);
-    store_as_number(parameters);
+    YObject call = parameters;  // the caller's own keep their values
+    if (call.GetString(key::kTargetFolder).IsEmpty()) call.StoreText(key::kTargetFolder, ".");
+    call.Store<bool>(key::kComplete, true);
+    ssh_download(call);
+    store_result(parameters, call.GetBool(key::kResult) ? 1 : 0);
   });
   register_script_function(ssh_client::kClass, ssh_client::kUpload, [](YObject& parameters) {
     ssh_upload(parameters);
