@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
 #include <thread>
-#include <vector>
 
 #include "support/log_capture.h"
 #include "yinet/charset/charset_label.h"

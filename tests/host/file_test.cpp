@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,8 +8,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
-#include <functional>
 #include <thread>
 
 #include "support/log_capture.h"
@@ -28,7 +25,6 @@ using testing::UnorderedElementsAre;
 namespace fs = std::filesystem;
 
 constexpr std::uint32_t kReadWrite = kAccessRead | kAccessWrite;
-constexpr uid_t kNobody = 65534;
 
 // A folder of the test's own, with "TEMP:" in a sub-folder of it. No test may leave a descriptor behind.
 class File : public testing::Test {
@@ -44,11 +40,8 @@ class File : public testing::Test {
   static fs::path temporary_folder() { return on_disk("TEMP:").parent_path(); }
   [[nodiscard]] fs::path usual_folder() const { return base / ("yinet-" + std::to_string(geteuid())); }
   static unsigned mode_of(const fs::path& path) { return static_cast<unsigned>(fs::status(path).permissions()); }
-  static void limit(decltype(RLIMIT_NOFILE) resource, rlim_t most) {  // as much of it as the process may have
-    rlimit limits{};
-    getrlimit(resource, &limits);
-    limits.rlim_cur = std::min(most, limits.rlim_max);
-    setrlimit(resource, &limits);
+  void shell(const std::string& line) const {  // in the folder; the test itself is $PPID
+    EXPECT_EQ(std::system(("cd " + folder.path().string() + " && " + line).c_str()), 0) << line;
   }
   [[nodiscard]] long times_logged(int number) const { return std::ranges::count(log.numbers(), number); }
 
@@ -107,35 +100,26 @@ TEST_F(File, TheTemporaryFolderIsPrivateAndWhereTheHostOrTheEnvironmentSays) {
 
 // What somebody may have put there before us, or between two uses.
 TEST_F(File, WhatIsPlantedInPlaceOfTheTemporaryFolderIsNotUsed) {
-  const fs::path elsewhere = folder.make_folder("elsewhere");
-  chmod(elsewhere.c_str(), 0700);
-  const std::function<void(const fs::path&)> plants[] = {
-      [&](const fs::path& place) { fs::create_directory_symlink(elsewhere, place); },
-      [&](const fs::path& place) {
-        fs::rename(temporary_folder(), folder / "moved");
-        fs::create_directory_symlink(elsewhere, place);
-      },
-      [](const fs::path& place) { write_file(place, "x"); },
-      [](const fs::path& place) { fs::create_directory(place), chmod(place.c_str(), 0755); },
-      [](const fs::path& place) {  // somebody else's, where we can make one
-        fs::create_directory(place), chmod(place.c_str(), geteuid() == 0 ? 0700 : 0777);
-        static_cast<void>(!chown(place.c_str(), kNobody, kNobody));
-      }};
-  for (long times = 1; const auto& plant : plants) {
-    SCOPED_TRACE(times);
-    base = folder.make_folder("base" + std::to_string(times));
-    set_setting("Dateien", "TempVerzeichnis", base.string());
-    plant(usual_folder());
-    std::array<fs::path, 4> used;
-    std::vector<std::jthread> threads;
-    for (fs::path& path : used) threads.emplace_back([&path] { path = temporary_folder(); });
-    threads.clear();
-    EXPECT_TRUE(used[0].string().starts_with(usual_folder().string() + "-")) << used[0];
-    EXPECT_THAT(used, testing::Each(used[0])) << "all threads use one";
-    EXPECT_EQ(times_logged(message::kTemporaryFolderUnusable), times++) << "said once";
-    EXPECT_TRUE(YFile("TEMP:x").Open(kCreateNew, kAccessWrite) && fs::exists(used[0] / "x")) << "from now on";
-  }
-  EXPECT_TRUE(fs::is_empty(elsewhere));
+  shell("mkdir -m 700 elsewhere");
+  long times = 0;
+  for (const char* plant : {"ln -s ../elsewhere $1$", "touch $1$", "mkdir -m 755 $1$",  // the last: somebody else's
+                            "mkdir -m 777 $1$ && { ! chown 1 $1$ || chmod 700 $1$; }"})
+    for (const bool was_used : {false, true}) {
+      SCOPED_TRACE(plant);
+      base = folder.make_folder("base" + std::to_string(++times));
+      set_setting("Dateien", "TempVerzeichnis", base.string());
+      if (was_used) fs::remove(temporary_folder());
+      shell(formatted(plant, usual_folder().string()));
+      std::array<fs::path, 4> used;
+      std::vector<std::jthread> threads;
+      for (fs::path& path : used) threads.emplace_back([&path] { path = temporary_folder(); });
+      threads.clear();
+      EXPECT_TRUE(used[0].string().starts_with(usual_folder().string() + "-")) << used[0];
+      EXPECT_THAT(used, testing::Each(used[0])) << "all threads use one";
+      EXPECT_EQ(times_logged(message::kTemporaryFolderUnusable), times) << "said once";
+      EXPECT_TRUE(YFile("TEMP:x").Open(kCreateNew, kAccessWrite) && fs::exists(used[0] / "x")) << "from now on";
+    }
+  EXPECT_TRUE(fs::is_empty(folder / "elsewhere"));
 }
 
 TEST_F(File, FoldersAreMadeWithAllAboveThemAndListed) {
@@ -152,11 +136,8 @@ TEST_F(File, FoldersAreMadeWithAllAboveThemAndListed) {
 
 TEST_F(File, LinksPlantedInTheTemporaryFolderAreNeverFollowed) {
   const fs::path victim = folder.write("elsewhere/victim", "precious");
-  const fs::path temp = on_disk("TEMP:");
-  fs::create_symlink(victim, temp / "link");
-  fs::create_symlink(folder / "elsewhere/none", temp / "dangling");
-  fs::create_directory_symlink(victim.parent_path(), temp / "sub");
-  ASSERT_EQ(mkfifo((temp / "pipe").c_str(), 0600), 0);  // opening one must not hang
+  shell("ln -s elsewhere/victim link && cd " + on_disk("TEMP:").string() +
+        " && ln -s ../../link link && ln -s ../../elsewhere sub && ln -s sub/none dangling && mkfifo pipe");
   for (const YString name : {"TEMP:link", "TEMP:dangling", "TEMP:sub\\victim", "TEMP:sub\\new", "TEMP:pipe"})
     for (const YString& form : {name, YFileManager.ResolvePath(name)}) {
       for (const int creation : {kCreateNew, kCreateAlways, kOpenExisting, kOpenAlways, kTruncateExisting})
@@ -171,7 +152,6 @@ TEST_F(File, LinksPlantedInTheTemporaryFolderAreNeverFollowed) {
   EXPECT_TRUE(YFile::Delete("TEMP:link")) << "the link goes, not what it names";
   EXPECT_EQ(read_file(victim), "precious");
   EXPECT_THAT(YFileManager.ListFolder(name_of("elsewhere")), UnorderedElementsAre("victim"));
-  fs::create_symlink("elsewhere/victim", folder / "link");
   EXPECT_EQ(YFile(name_of("link")).GetFileSize(), 8) << "elsewhere links are followed";
 }
 
@@ -188,23 +168,21 @@ TEST_F(File, ATreeOfAnyDepthIsEmptiedButNothingBehindItsLinks) {
   std::string deep = eml.string();
   for (int depth = 0; depth < 600; ++depth) deep += "/d";
   fs::create_directories(deep);
-  limit(RLIMIT_NOFILE, 64);  // the tree is deeper than the process may open folders
+  shell(
+      "ln -s outside link && prlimit --pid $PPID --nofile=64:");  // the tree is deeper than the process may open folders
   EXPECT_TRUE(YFileManager.EmptyFolder("TEMP:~EML\\") && fs::is_empty(eml));
-  fs::create_directory_symlink("outside", folder / "link");
   for (const char* name : {"outside/kept", "link", "link\\"}) EXPECT_FALSE(YFileManager.EmptyFolder(name_of(name)));
   EXPECT_EQ(read_file(outside), "precious");
   EXPECT_TRUE(YFileManager.EmptyFolder(name_of("outside/")) && fs::is_empty(folder / "outside"));
 }
 
 TEST_F(File, WhatCantBeDeletedIsReportedAndTheRestGoes) {
-  for (const char* name : {"a", "locked/stays", "z"}) folder.write("mixed/" + std::string(name), "x");
+  shell("mkdir -p mixed/locked && touch mixed/a mixed/locked/stays mixed/z && chmod 500 mixed/locked");
   const fs::path mixed = folder / "mixed";
-  chmod((mixed / "locked").c_str(), 0500);
   if (geteuid() == 0) {  // root may delete anything: be somebody else for a moment
-    for (const fs::path& path : {folder.path(), mixed, mixed / "locked"})
-      ASSERT_EQ(chown(path.c_str(), kNobody, kNobody), 0);
+    shell("chown 65534 . mixed mixed/locked");
     EXPECT_TRUE(!YFileManager.EmptyFolder(name_of("mixed")) && fs::exists(mixed / "a")) << "somebody else's";
-    ASSERT_EQ(seteuid(kNobody), 0);
+    ASSERT_EQ(seteuid(65534), 0);
   }
   EXPECT_FALSE(YFileManager.EmptyFolder(name_of("mixed/locked")) || YFileManager.EmptyFolder(name_of("mixed")));
   static_cast<void>(!seteuid(getuid()));
@@ -264,15 +242,13 @@ TEST_F(File, CopyMakesTheSameBytesOrNoFileAndNeverHarmsItsSource) {
     EXPECT_EQ(mode_of(on_disk(copy + ".new")), copy.StartsWith("TEMP:") ? 0600U : 0644U);
   }
   std::signal(SIGXFSZ, SIG_IGN);
-  limit(RLIMIT_FSIZE, 300 * 1024);
+  shell("prlimit --pid $PPID --fsize=300000:");
   for (const YString& target : {YString("TEMP:copy"), name_of("copy")})
     EXPECT_TRUE(!YFile::Copy(name_of("source"), target) && errno == EFBIG && !YFile::Exist(target));
-  limit(RLIMIT_FSIZE, RLIM_INFINITY);
+  shell("prlimit --pid $PPID --fsize=unlimited:");
   EXPECT_TRUE(!YFile::Copy(name_of("source"), "/dev/full") && errno == ENOSPC && fs::exists("/dev/full"));
-  folder.write("target", "target");
+  shell("ln source same && ln -s source link && printf target >target");
   EXPECT_TRUE(!YFile::Copy(name_of("source"), name_of("target"), false) && read_file(folder / "target") == "target");
-  fs::create_hard_link(source, folder / "same");
-  fs::create_symlink("source", folder / "link");
   for (const YString& same : {name_of("source"), name_of("same"), name_of("link")})
     EXPECT_FALSE(YFile::Copy(name_of("source"), same) || YFile::Copy(same, name_of("source"))) << same.str();
   EXPECT_TRUE(read_file(source) == content);

@@ -10,24 +10,18 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <string>
 #include <thread>
 
 #include "yinet/script/yinet_call.h"
 
 namespace {
 
-struct Closer {
-  void operator()(void* library) const { dlclose(library); }
-};
-
-std::unique_ptr<void, Closer> opened(int flags = 0) {
-  return std::unique_ptr<void, Closer>(dlopen(YINET_LIBRARY, RTLD_NOW | RTLD_LOCAL | flags));
-}
+using Library = std::unique_ptr<void, int (*)(void*)>;
+Library opened(int flags = 0) { return Library(dlopen(YINET_LIBRARY, RTLD_NOW | RTLD_LOCAL | flags), &dlclose); }
 bool is_loaded() { return opened(RTLD_NOLOAD) != nullptr; }
 
 template <typename Function>
-Function* symbol(const std::unique_ptr<void, Closer>& library, const char* name) {
+Function* symbol(const Library& library, const char* name) {
   return reinterpret_cast<Function*>(dlsym(library.get(), name));
 }
 

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include <stdexcept>
-#include <string>
 
 #include "support/log_capture.h"
 #include "yinet/script/script_frame.h"

@@ -1,9 +1,11 @@
-// Texts: letter case, numbers, ranges, item lists, placeholders, code pages; and bytes.
+// Texts: letter case, numbers, ranges, item lists, placeholders, code pages; bytes; dates and times.
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdint>
-#include <random>
+#include <cstdlib>
+#include <ctime>
 #include <tuple>
 
 #include "yinet/yinet.h"
@@ -20,21 +22,6 @@ TEST(Text, LetterCaseIsThatOfTheCodePage) {
   for (const auto& [a, b] : {std::pair("\xD7", "\xF7"), {"\xDF", "\xFF"}, {"[", "{"}, {"a", "ab"}})
     EXPECT_TRUE(!equal_ignoring_case(a, b) && compare_ignoring_case(a, b) != 0) << a;
   EXPECT_TRUE(YString("abc").Compare("ABD", 1, 2) == 0 && YString("abc").Compare("ABD", 1, -1) < 0);
-}
-
-TEST(Text, FindIgnoringCaseAgreesWithANaiveSearch) {
-  std::mt19937 random(1);
-  const auto make = [&random](std::size_t longest) {
-    std::string text;
-    for (std::size_t i = random() % (longest + 1); i > 0; --i) text += "aAbB\xE4\xC4"[random() % 6];
-    return text;
-  };
-  for (int round = 0; round < 3000; ++round) {
-    const std::string text = make(20), what = make(3);
-    const std::size_t from = random() % 22;
-    ASSERT_EQ(find_ignoring_case(text, what, from), to_lower(text).find(to_lower(what), from))
-        << text << " / " << what << " / " << from;
-  }
 }
 
 TEST(Text, NumbersSaturateAndPlaceholdersAreFilledInOnePass) {
@@ -106,6 +93,36 @@ TEST(CodePage, EveryByteSurvivesAndMalformedOrForeignTextIsToldApart) {
     EXPECT_EQ(ansi_from_utf8_lossy(utf8), lossy) << printable(utf8);
     EXPECT_TRUE(is_valid_utf8(utf8) == (lossy == "?"sv) && !ansi_from_utf8(utf8)) << printable(utf8);
   }
+}
+
+TEST(DateAndTime, LocalTimesDateNumbersAndIsoTextsBecomeInstants) {
+  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);  // the rules written out, so that no zone files are needed
+  tzset();
+  YDateAndTime value;
+  // A time that the clock skips shows as if it had not been moved; of one that comes twice the earlier counts.
+  const std::tuple<YDate, YTime, const char*> local[] = {{{2026, 7, 1}, {0, 0, 0, 7}, "2026-07-01T00:00:00.007+02:00"},
+                                                         {{2026, 3, 29}, {2, 30, 0}, "2026-03-29T03:30:00+02:00"},
+                                                         {{2026, 10, 25}, {2, 0, 0}, "2026-10-25T02:00:00+02:00"}};
+  for (const auto& [date, time, iso] : local) EXPECT_EQ((value.Set(date, time), value.toIso()), iso);
+  const std::pair<double, const char*> days_since_1899[] = {{-1.25, "1899-12-29T06:00:00+01:00"},
+                                                            {46346.999999999, "2026-11-21T00:00:00+01:00"},
+                                                            {-693594, ""},
+                                                            {HUGE_VAL, ""}};
+  for (const auto& [number, iso] : days_since_1899) EXPECT_EQ((value.Set(number), value.toIso()), iso) << number;
+  value.Set(YDateAndTime::kNow);
+  EXPECT_NEAR(static_cast<double>(value.EpochMilliseconds()) / 1000, static_cast<double>(std::time(nullptr)), 2);
+  YDate date(2024, 2, 28);
+  date.AddDays(2);
+  EXPECT_EQ(date, YDate(2024, 3, 1));
+  date.AddDays(INT32_MAX);
+  EXPECT_FALSE(date.IsSet() || date.Set(1900, 2, 29) || date.Set(2026, 257, 1) || date.Set(2026, 1, 257));
+  // The fuzzer proves that what is taken comes back as the same instant.
+  for (const char* good : {"1969-12-31t19:00:00.5-05:00", "1970-01-01T01:00:00.5", "1970-01-01T00:00:00.500999999z"})
+    EXPECT_TRUE(value.SetIso(good) && value.EpochMilliseconds() == 500) << good;
+  for (const char* bad :
+       {"1970-01-01T00:00:00.Z", "1970-1-01T00:00:00Z", "1970-02-30T00:00:00Z", "1970-01-01T24:00:00Z",
+        "1970-01-01T00:00:00ZZ", "1970-01-01T00:00:00+24:00", "0001-01-01T00:00:00+23:59"})
+    EXPECT_TRUE(!value.SetIso(bad) && value.EpochMilliseconds() == 500) << bad;
 }
 
 }  // namespace
