@@ -1,8 +1,9 @@
-// "yinet call" and "yinet dns" from end to end: a real server on the one side, the program's output on the other.
+// The commands that use the network, from end to end: a real server on the one side, the program's output on the other.
 
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "cli/program.h"
@@ -26,18 +27,28 @@ TEST(CallCommand, FetchesADocumentPlainAndOverTls) {
   const std::string document = pattern_bytes(300001);
   nginx.add_document("document.bin", document);
   const std::string setting = "--set=Dateien/TempVerzeichnis=" + folder.path().string();
-  for (const std::string& url : {nginx.url("/document.bin"), nginx.tls_url("/document.bin")}) {
+  const std::filesystem::path temporary = folder / ("yinet-" + std::to_string(geteuid()));
+  for (const std::string& url : {nginx.url("/document.bin"), nginx.tls_url("/chunked/document.bin")}) {
     const CommandResult result = run_program({"call", "HTTP_GET", "pUrl=" + url, setting});
     ASSERT_EQ(result.exit_code, 0) << result.errors;
     const json record = json::parse(result.output);
     EXPECT_TRUE(record["_RETV"] == true && record["pStatus"] == "200 OK");
     const std::string file = record["pResponseFile"].get<std::string>().substr(5);  // behind "TEMP:"
-    EXPECT_TRUE(read_file(folder / ("yinet-" + std::to_string(geteuid())) / file) == document);
+    EXPECT_TRUE(read_file(temporary / file) == document);
+    std::filesystem::remove(temporary / file);
     EXPECT_THAT(result.errors,
                 AllOf(HasSubstr("pResponseFile is the file " + folder.path().string()), Not(HasSubstr("21922"))));
   }
-  const CommandResult missing = run_program({"call", "HTTP_GET", "--trace", "pUrl=" + nginx.url("/missing")});
-  EXPECT_TRUE(missing.exit_code == 1 && json::parse(missing.output)["_RETV"] == false);
+  // The write fails in the middle, as on a full disk.
+  const std::string limited = "trap '' XFSZ; ulimit -f 8; exec " YINET_PROGRAM " call HTTP_GET pResponseFile=before ";
+  const CommandResult full = run_command({"sh", "-c", limited + setting + " pUrl=" + nginx.url("/document.bin")});
+  EXPECT_THAT(full.output, AllOf(HasSubstr(R"("pStatus": "200 OK")"), HasSubstr(R"("pResponseFile": "before")")));
+  EXPECT_THAT(full.errors, HasSubstr("21906"));
+  EXPECT_TRUE(full.exit_code == 0 && std::filesystem::is_empty(temporary));
+  const CommandResult missing =
+      run_program({"call", "HTTP_GET", "--trace", "pResponseFile=before", "pUrl=" + nginx.url("/missing")});
+  EXPECT_TRUE(missing.exit_code == 1 && json::parse(missing.output)["_RETV"] == false &&
+              json::parse(missing.output)["pResponseFile"] == "before");
   EXPECT_THAT(missing.errors, AllOf(HasSubstr("21922"), HasSubstr("HTTP_GET failed: 404 Not Found")));
 }
 
@@ -98,25 +109,107 @@ TEST(DnsCommand, UsesSearchListAndHostsFileOfTheSystem) {
   YINET_REQUIRE_NETWORK_NAMESPACES();
   const TempDir folder;
   const std::string path = folder.path().string();
-  folder.write("first.test.zone", "@ SOA ns m 1 1 1 1 1\n@ NS ns\nonly A 192.0.2.1\n@ MX 20 slow\n@ MX 10 fast\n");
-  folder.write("second.test.zone", "@ SOA ns m 1 1 1 1 1\n@ NS ns\nhost A 192.0.2.2\nonly A 192.0.2.3\n");
+  folder.write("test.zone",
+               "@ SOA ns m 1 1 1 1 1\n@ NS ns\nonly.first A 192.0.2.1\nfirst MX 20 slow.first\nfirst MX 10 fast.first\n"
+               "host.second A 192.0.2.2\nonly.second A 192.0.2.3\n");
   folder.write("knot.conf", "server:\n  listen: 127.0.0.1@53\n  rundir: " + path + "\ndatabase:\n  storage: " + path +
-                                "\ntemplate:\n  - id: default\n    storage: " + path +
-                                "\n    file: \"%s.zone\"\n    zonefile-sync: -1\n    journal-content: none\n"
-                                "zone:\n  - domain: first.test\n  - domain: second.test\n");
+                                "\nzone:\n  - domain: test\n    storage: " + path + "\n    journal-content: none\n");
   folder.write("resolv.conf", "search first.test second.test\nnameserver 127.0.0.1\n");
   folder.write("hosts", "::1 listed\n192.0.2.50 Listed alias.of.listed\n192.0.2.51 listed\n");
-  // Zones are loaded one by one, some of them after the server says that it has started.
   const std::string script =
       "cd " + path +
       "; mount --bind hosts /etc/hosts || exit 3; : >log; knotd -c knot.conf >log 2>&1 & server=$!; "
-      "for i in $(seq 200); do [ $(grep -c 'loaded, serial' log) -ge 2 ] && break; sleep 0.02; done; "
+      "for i in $(seq 200); do grep -q 'loaded, serial' log && break; sleep 0.02; done; "
       "for query in 'mx first.test' 'a host' 'a only' 'a LISTED' 'a alias.of.listed.' 'a host.'; do " YINET_PROGRAM
       " dns $query; code=$?; done; kill $server; wait; exit $code";
   const CommandResult result = run_command(in_network_namespace({"sh", "-c", script}, folder / "resolv.conf"));
   EXPECT_EQ(result.output, "10 fast.first.test\n20 slow.first.test\n192.0.2.2\n192.0.2.1\n192.0.2.50\n192.0.2.50\n");
   EXPECT_TRUE(result.exit_code == 1 && result.errors.find("9005") != std::string::npos)
       << "it knows nothing of the root";
+}
+
+TEST(TransferCommands, MoveListAndDeleteFilesAndTellWhyNot) {
+  YINET_SKIP_FOR(SshServer::missing());
+  YINET_SKIP_FOR(FtpServer::missing(FtpBrand::proftpd));
+  YINET_SKIP_FOR(SocksServer::missing(SocksServer::Brand::dante));
+  for (const char* program : {"nginx", "tinyproxy"}) YINET_REQUIRE_PROGRAM(program);
+  const FtpServer ftp_server({.brand = FtpBrand::proftpd, .tls = true});
+  const SshServer ssh_server;
+  const NginxServer web;
+  const SocksServer socks(SocksServer::Brand::dante);
+  const HttpProxy http_proxy;
+  ScriptedPeer cut_data(Script().send("0123").close());
+  const int port = cut_data.port();
+  const std::string passive = "127,0,0,1," + std::to_string(port / 256) + "," + std::to_string(port % 256);
+  Script cut;  // one reply ends later than the usual form would wait
+  cut.send("220 hi\r\n").expect("USER u\r\n").send("331 a\r\n").expect("PASS p\r\n").send("230-b\r\n");
+  cut.pause(milliseconds(700)).send("230 b\r\n").expect("TYPE I\r\n").send("200 c\r\n").expect("SIZE f\r\n");
+  cut.send("213 10\r\n").expect("PASV\r\n").send("227 (" + passive + ")\r\n").expect("RETR f\r\n");
+  cut.send("150 d\r\n226 e\r\n").expect("QUIT\r\n").send("221 f\r\n").read_to_end();
+  ScriptedPeer cut_server(cut);
+  const TempDir local;
+  const std::string name = "50% M\xC3\xA4rz#1.txt", name_in_url = "50%25%20M%C3%A4rz%231.txt";
+  const std::string source = local.write(name, "content").string(), none = (local / "none").string();
+  const std::string back = (local / "back").string(), nowhere = (local / "none/x").string();
+  const std::string by = "--proxy=socks5://" + socks.address(), by_http = "--proxy=http://" + http_proxy.address();
+  const std::string ftp = "ftps://" + ftp_server.user() + "@" + ftp_server.address() + "/";
+  const std::string sftp = "sftp://" + SshServer::user() + "@" + ssh_server.address() + "/";
+  const std::string wrong_sftp = "sftp://" + SshServer::user() + ":falsch@" + ssh_server.address() + "/";
+  const std::string folder = sftp + "B%C3%BC%20cher/", file = folder + name_in_url;
+  const std::string refused = "127.0.0.1:" + std::to_string(refused_port()) + "/x";
+  const std::map<std::string, std::string> environment = {{"YINET_FTP_PASSWORD", ftp_server.password()},
+                                                          {"YINET_SFTP_PASSWORD", SshServer::password()},
+                                                          {"YINET_PASSWORD", SshServer::password()},
+                                                          {"YINET_KOMMUNIKATION_PAUSENACHVERBINDUNG", "0"},
+                                                          {"YINET_DATEITRANSFER_VERBINDUNGSLIMIT", "120000"}};
+  const struct {
+    std::vector<std::string> arguments;
+    int exit_code;
+    std::string said = {};
+  } steps[] = {{{"ftp", "put", ftp, source, by}, 0, "7 bytes in "},
+               {{"ftp", "size", ftp + name_in_url, by}, 0, "7\n"},
+               {{"ftp", "ls", ftp, by}, 0, name + "\n"},
+               {{"ftp", "get", ftp + name_in_url, back, by}, 0},
+               {{"ftp", "rm", ftp + name_in_url, by}, 0},
+               {{"ftp", "rm", ftp + name_in_url, by}, 5},
+               {{"ftp", "put", ftp, none, by}, 6},
+               {{"ftp", "get", "ftp://u:p@" + cut_server.target() + "/f", back}, 7, "4 of 10 bytes"},
+               {{"ftp", "size", "ftp://" + refused}, 3},
+               {{"ftp", "size", "ftps://u:falsch@" + ftp_server.address() + "/x"}, 4},
+               {{"sftp", "ls", wrong_sftp}, 4},
+               {{"sftp", "mkdir", folder, by}, 0},
+               {{"sftp", "put", folder, source, by}, 0, "7 bytes in "},
+               {{"sftp", "ls", folder, by}, 0, name + "\n"},
+               {{"sftp", "get", file, back, by}, 0},
+               {{"sftp", "ls", folder, by, "--trace"}, 0, "ssh-ed25519 SHA256:"},
+               {{"sftp", "get", folder + "none", back, by}, 5},
+               {{"sftp", "rm", file, by}, 0},
+               {{"sftp", "put", file, none}, 6},
+               {{"exists", file}, 5},  // nothing is emptied for a missing file
+               {{"sftp", "rmdir", folder, by}, 0},
+               {{"sftp", "ls", sftp, "--key", ssh_server.user_key().string()}, 0},
+               {{"sftp", "ls", sftp, "--known-hosts", source}, 3},
+               {{"mkdir", folder}, 0},
+               {{"exists", folder}, 0},
+               {{"put", source, folder, by_http}, 0},
+               {{"get", file, back}, 0},
+               {{"get", file, nowhere}, 6},
+               {{"get", web.url("/status/401"), back}, 4},
+               {{"put", source, web.url()}, 1},
+               {{"get", web.tls_url("/hello.txt?x=1"), local.path().string()}, 0},
+               {{"get", "sftp://u:p@" + refused, back}, 3},
+               {{"rm", file}, 0},
+               {{"rmdir", folder}, 0}};
+  for (const auto& [arguments, exit_code, said] : steps) {
+    std::filesystem::remove(back);
+    const CommandResult result = run_program(arguments, "", environment);
+    EXPECT_EQ(result.exit_code, exit_code) << testing::PrintToString(arguments) << result.errors;
+    EXPECT_THAT(result.output + result.errors, AllOf(HasSubstr(said), Not(HasSubstr("falsch"))));
+    EXPECT_TRUE(exit_code != 0 || !std::ranges::count(arguments, back) || read_file(back) == "content");
+  }
+  EXPECT_EQ(read_file(local / "hello.txt"), NginxServer::kHello);
+  EXPECT_EQ(run_program({"ftp", "put", ftp, source, "--quiet"}, "", environment).errors, "");
+  EXPECT_EQ(ftp_server.content(name), "content");
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <nlohmann/json.hpp>
-
 #include "cli/program.h"
 #include "support/temp_dir.h"
 
@@ -30,9 +28,9 @@ TEST(Program, TellsConvertsAndSaysCauseAndCure) {
       {{"charset", "convert", "--from", "UTF-16LE", "--to", "utf-8"}, "ab", 0, std::string("a\0b\0", 4)},
       {{"charset", "list"}, "ibm-5348_P100-1997\n", 0},
       {{"mail", "compose", "-"}, "the mail has no recipients", 0, "{}"},
+      {{"mail", "parts", YINET_EXAMPLES "/angebot.eml"}, "\n    text/html  utf-8  quoted-printable  143 bytes\n", 0},
       {{"--set", "DNS/Serwer=x", "dns", "a", "localhost"}, "DNS/Server", 0},
       {{"functons"}, "there is no command \"functons\"; did you mean functions?"},
-      {{"call"}, "FUNCTION is required; \"yinet call --help\""},
       {{"call", "HTTP_GTE"}, "did you mean HTTP_GET?"},
       {{"call", "HTTP_GET", "pUlr=x"}, "did you mean pUrl?"},
       {{"call", "HTTP_GET", "pUrl"}, "write KEY=TEXT, KEY:=JSON or KEY=@FILE"},
@@ -80,26 +78,6 @@ TEST(Program, SettingsComeFromFileEnvironmentAndOptions) {
   for (const char* line : {"DNS/Versuche = 7\n", "DNS/Zeitlimit = 9\n", "DNS/Server = 192.0.2.1\n",
                            "SYSTEM/NAME = B\xC3\xA4r\n", "ProxyPasswort = ***\n"})
     EXPECT_THAT(result.output, HasSubstr(line));
-}
-
-TEST(Program, AComposedMailComesBackWhenItIsDecoded) {
-  const TempDir folder;
-  const std::string on_disk = folder.write("platte.bin", std::string("\x00\xFF.\r\n", 5)).string();
-  const nlohmann::json record = {
-      {"ABSENDER", "eva@example.org"},     {"EMPF\xC3\x84NGER", {"max@example.org", "lager@example.org"}},
-      {"BETREFF", "M\xC3\xA4rz"},          {"NACHRICHT", "Gr\xC3\xBC\xC3\x9F\n.\n..punkt\rEnde"},
-      {"ANLAGEN", {"liste.csv", on_disk}}, {"liste.csv", {{"$base64", "QSwNCg=="}}}};
-  const std::string mail = (folder / "out.eml").string();
-  ASSERT_EQ(run_program({"mail", "compose", "-", "-o", mail}, record.dump()).exit_code, 0);
-  const nlohmann::json decoded = nlohmann::json::parse(run_program({"mail", "decode", mail, "--json"}).output);
-  EXPECT_EQ(decoded["EMPF\xC3\x84NGER"], "max@example.org\x01lager@example.org");
-  EXPECT_EQ(decoded["NACHRICHT"], "Gr\xC3\xBC\xC3\x9F\r\n.\r\n..punkt\r\nEnde");
-  EXPECT_EQ(decoded["ANLAGEN"], "liste.csv\x01platte.bin");
-  EXPECT_EQ(decoded["platte.bin"]["$base64"], "AP8uDQo=");
-  EXPECT_EQ(run_program({"mail", "parts", "-"}, read_file(mail)).output,
-            "multipart/mixed\n  text/plain  iso-8859-1  8Bit  22 bytes\n"
-            "  application/octet-stream  liste.csv  base64  4 bytes\n"
-            "  application/octet-stream  platte.bin  base64  5 bytes\n");
 }
 
 }  // namespace

@@ -194,9 +194,8 @@ TEST(HttpText, HostileInputCostsNoMoreThanItsSize) {
   EXPECT_EQ(fields.GetString("A").Length(), 1999999);
   EXPECT_TRUE(HttpHelper.ParseHeaderValue(YString(std::string(1 << 20, ';')), nullptr, &fields));
   YString status;
-  parse_header_block("x 1\r\n" + repeated("N: v\r\nSet-Cookie: c=v\r\n", 1000000), 300, fields, status);
   std::string many = "x 1\r\n";
-  for (int i = 0; i < 1000000; ++i) many += "Set-Cookie: c" + std::to_string(i) + "=v\r\n";
+  for (int i = 0; i < 1000000; ++i) many += "N: v\r\nSet-Cookie: c" + std::to_string(i) + "=v\r\nSet-Cookie: c=v\r\n";
   parse_header_block(many, 300, fields, status);
   EXPECT_EQ(fields.Find<YObject>("COOKIES")->GetStringKeyCount(), 300);
   EXPECT_FALSE(HttpHelper.ExtractMessageParts(YBuffer("x" + repeated("\r\n\r", 1000000)), nullptr, nullptr));

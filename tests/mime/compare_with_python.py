@@ -77,10 +77,6 @@ def collect(message, want):
         want["files"].append(data)
 
 
-def items(text):
-    return text.split("\x01") if text else []
-
-
 def differences(mail, record):
     message = email.message_from_bytes(mail.read_bytes())
     want = {"texts": [], "files": [], "mails": 0, "defects": []}
@@ -92,8 +88,8 @@ def differences(mail, record):
     for field, key in (("to", "EMPF\u00c4NGER"), ("cc", "KOPIE")):
         addresses = email.utils.getaddresses([raw_header(message, field)])
         pairs[field] = [[address for _, address in addresses if address],
-                        [address.strip() for address in items(record.get(key, ""))]]
-    files = {name: base64.b64decode(record[name]["$base64"]) for name in items(record.get("ANLAGEN", ""))}
+                        [address.strip() for address in record.get(key, "").split("\x01") if address]]
+    files = {name: base64.b64decode(record[name]["$base64"]) for name in record.get("ANLAGEN", "").split("\x01") if name}
     text = record.get("NACHRICHT", "")
     if cut := CUT_NOTICE.search(text):  # the whole text is in the file that it names
         text = files.pop(cut.group(1)).decode(CODE_PAGE, "replace")

@@ -11,9 +11,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 const std::string kEmbedded = "\r\n\r\nEingebettete Mail:\r\n\r\n";
-const std::string kText = "Content-Type: text/plain\r\n\r\n";
 const std::string kHtml = "Content-Type: text/html\r\n\r\n";
-const std::string kMail = "Content-Type: message/rfc822\r\n\r\n";
 const std::string kCoding = "Content-Transfer-Encoding: ";
 
 // A multipart/mixed mail of these parts, each with its header.
@@ -166,28 +164,25 @@ TEST_F(MailTest, PartInformationDescribesWithoutDecoding) {
 }
 
 // Fails in the header of the part called f.bin, or moves the mail's folder to where nothing can be written.
-class Disturbed : public OpenMessage {
- public:
-  explicit Disturbed(bool fails) : fails_(fails) {}
+struct Disturbed : OpenMessage {
   void m_DecodeHeader(YObject* record, YString& header) override {
     YMIMEMessage::m_DecodeHeader(record, header);
     if (record->GetString("name") != "f.bin") return;
-    if (fails_) throw std::bad_alloc();
+    if (fails) throw std::bad_alloc();
     m_MailDir = YString("/proc/nowhere/");
   }
-
- private:
-  bool fails_;
+  bool fails = true;
 };
 
 TEST_F(MailTest, WhatGoesWrongOnTheWayLosesAndLeavesNothing) {
   const std::string mail = mixed({kMail, file_part("a.bin", "a"), file_part("f.bin", "xyz")}, "To: a@x.de\r\n");
   const YString file(folder_.write("mail.eml", mail).string());
-  EXPECT_FALSE(Disturbed(true).Decode(file, &mail_, 0));
+  Disturbed message;
+  EXPECT_FALSE(message.Decode(file, &mail_, 0));
   EXPECT_THAT(log_.numbers(), ElementsAre(21001));
   EXPECT_THAT(files_left(), IsEmpty());
   std::filesystem::create_symlink("/nowhere/at/all", temporary_ / "f.bin");
-  Disturbed message(false);
+  message.fails = false;
   EXPECT_TRUE(message.Decode(file, &mail_, 0));
   EXPECT_EQ(text("f_2.bin"), "xyz") << "taken by the temporary folder";
   folder_.write("mail.eml", "Subject: y\r\n\r\nText");
@@ -203,22 +198,19 @@ TEST_F(MailTest, TheScriptFunctionKeepsTheFilesOfTheLastMail) {
       {mixed({kText + "Text", file_part("a.bin", "x")}), "false Text"},
       {mixed({kText + "Text", file_part("a.bin", "lang")}, "Subject: Re: Angebot 2024/05 (final)\r\n"),
        "[ReAngebot202405.mail.txt=Text][a.bin=lang]"},
-      {mixed({kText + "T", file_part("a.bin", "x")}, "Subject: \xA7\xC4!\r\n"),
-       "[a.bin=x][\xC2\xA7\xC3\x84.mail.txt=T]"},
+      {mixed({kText + "T", file_part("a.bin", "x")}, "Subject: \xA7\xC4!\r\n"), "[a.bin=x][\xA7\xC4.mail.txt=T]"},
       {mixed({kText + "Text", file_part("x.mail.txt", "Anlage")}), "[x.mail.txt=Anlage]Text"},  // one name for both
       {"", "false "}};
   for (const auto& [mail, expected] : kRows) {
-    YObject arguments;
-    auto& parameters = arguments.Ensure<YObject>("0");
+    YObject parameters;
     parameters.StoreText("pEMLDatei", folder_.write("mail.eml", mail).string());
     parameters.Store<std::int32_t>("pOptionen", 1);
-    MIME_DEKODIERE(&arguments);
+    call_function("MIME_DEKODIERE", parameters);
     mail_ = *parameters.Find<YObject>("pMail");
     const bool has_folder = YFileManager.FolderExists(kFolder);
     std::vector<std::string> files;
-    if (has_folder)
-      for (const auto& entry : std::filesystem::directory_iterator(YFileManager.ResolveSystemPath(kFolder)))
-        files.push_back("[" + entry.path().filename().string() + "=" + read_file(entry.path()) + "]");
+    for (const YString& name : YFileManager.ListFolder(kFolder))
+      files.push_back("[" + name.str() + "=" + read_file(YFileManager.ResolveSystemPath(kFolder + name)) + "]");
     std::ranges::sort(files);
     EXPECT_EQ((parameters.GetBool("_RETV") ? "" : "false ") + joined(files, "") + text("NACHRICHT"), expected);
     for (const auto& name : attachments()) EXPECT_NE(mail_.Exist(name), has_folder) << name;

@@ -27,10 +27,8 @@ constexpr std::size_t kMemoryKib = 256 * 1024;
 std::string multipart(const std::string& boundary) {
   return "Content-Type: multipart/mixed; boundary=\"" + boundary + "\"\r\n\r\n--" + boundary + "\r\n";
 }
-const std::string kText = "Content-Type: text/plain\r\n\r\n";
 const std::string kLast = kText + "zuletzt";
 const std::string kNext = "\r\n--b1\r\n";
-const std::string kMail = "Content-Type: message/rfc822\r\n\r\n";
 const std::string kFile = "Content-Type: a/b; name=a.bin\r\n";
 // A multipart with these parts, each with the delimiter behind it, before the last.
 std::string with_parts(const std::string& parts) { return multipart("b1") + parts + kLast + "\r\n--b1--"; }

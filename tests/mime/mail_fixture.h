@@ -4,16 +4,14 @@
 
 #include <gmock/gmock.h>
 
-#include <filesystem>
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 #include "yinet/yinet.h"
 
 namespace yinet::test {
+
+inline const std::string kText = "Content-Type: text/plain\r\n\r\n";
+inline const std::string kMail = "Content-Type: message/rfc822\r\n\r\n";
 
 // A message whose steps can be reached.
 class OpenMessage : public YMIMEMessage {

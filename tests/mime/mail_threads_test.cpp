@@ -5,8 +5,7 @@
 namespace yinet::test {
 namespace {
 
-constexpr int kThreads = 8;
-constexpr int kMailsPerThread = 30;
+constexpr int kThreads = 8, kMailsPerThread = 30;
 
 // Each thread builds, composes and decodes mails of its own while agents are registered, and decodes a file of all, whose
 // attachments are written into one folder under one name.
