@@ -72,6 +72,14 @@ TEST(YObject, TypedPointersStayReadersConvertAndIntegerKeysStandBeside) {
     EXPECT_EQ(record.GetString(key), as_text) << key;
     EXPECT_TRUE(record.GetInteger(key) == number && record.GetBool(key) == truth) << key;
   }
+  YObject outer, inner;
+  inner.StoreText("x", "deep");
+  outer.Store("x", inner);
+  outer.Add(*outer.Find<YObject>("x"));  // replaces the record that it takes
+  EXPECT_EQ(outer.GetString("x"), "deep");
+  outer.Store("x", inner);
+  outer = std::move(*outer.Find<YObject>("x"));
+  EXPECT_EQ(outer.GetString("x"), "deep");
 }
 
 std::string repeated(std::string_view piece, std::size_t times) {
@@ -156,12 +164,14 @@ TEST(Xml, BrokenAndHostileDocumentsAreRefusedWithReasonAndPosition) {
       {"\xFF\xFE<", "error: the document is not in its encoding \"utf-16le\""},
       {"<?xml version='1.0' encoding='iso-8859-1,swaplfnl'?><a/>", "error: unknown encoding"},
       {std::string(33 * 1024 * 1024, ' ') + "<a/>", R"(error: the document is larger than "XML"/"GroessenLimit")"},
+      {"<a><![CDATA[" + repeated("<", 4'000'000) + "]]></a>", "{\"a\":\"<<"},
       {repeated("<a>", 200) + repeated("</a>", 200), "{\"a\":{"}};
   for (const auto& [xml, error] : kCases) EXPECT_THAT(read(xml), testing::StartsWith(error));
   const std::tuple<const char*, std::optional<std::string>, std::string> kLimits[] = {
       {"TiefenLimit", std::nullopt, repeated("<a>", 201) + repeated("</a>", 201)},
       {"TiefenLimit", "2000000000", repeated("<a>", 100'000) + repeated("</a>", 100'000)},  // never so deep
       {"ElementLimit", "3", "<a><b/><b/><b/></a>"},
+      {"ElementLimit", "3", "<!--<x>--><a><![CDATA[<x/><x/>]]><b/><b/><b/></a>"},
       {"ElementLimit", std::nullopt, "<a" + repeated(" b=''", 1'000'000) + "/>"}};
   for (const auto& [limit, value, xml] : kLimits) {
     yinet::set_setting("XML", limit, value);

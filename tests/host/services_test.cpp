@@ -74,12 +74,17 @@ TEST(Log, SinksAndHandlersMayThrowAndSinksCannotCallThemselves) {
   for (int i = 0; i < 2; ++i) EXPECT_FALSE(YError.Message(6, 21711, "text", "ftp://a:b@c", false, "more"));
   set_error_handler([&](const ErrorMessage& error) {  // decides alone
     seen += error.text;
+    raise_message(6, message::kDnsQueryFailed, "again", "9003");  // goes to the log
     throw std::runtime_error("handler");
   });
+  set_message_catalogue([](int number) { return std::optional(YTextManager.GetYText(number).str() + "$1$"); });
   EXPECT_FALSE(raise_message(6, message::kDnsQueryFailed, "name", "9003"));
+  set_message_catalogue(nullptr);
   set_error_handler(nullptr);
   set_log_sink(nullptr);
-  EXPECT_EQ(seen, "text ftp://a:b@c; more\ntext ftp://a:b@c; more\nThe DNS query for name failed (status 9003).");
+  EXPECT_EQ(seen,
+            "text ftp://a:b@c; more\ntext ftp://a:b@c; more\nThe DNS query for  failed (status ).name"
+            "The DNS query for  failed (status ).again \n");
   testing::internal::CaptureStderr();  // where the built-in sink writes
   YLog.Event(6, message::kHttpConnectFailed, "host");
   set_log_json(true);
@@ -148,6 +153,7 @@ TEST(Settings, OverridesComeBeforeASourceAndThatTakesThePlaceOfTheFile) {
   set_settings_source([](std::string_view, std::string_view name) -> std::optional<std::string> {
     if (name == "Frist") throw std::runtime_error("no");
     if (name != "Abfragen") return std::nullopt;
+    YFile::Exist("TEMP:x");  // asks for settings
     set_setting("HTTP", "CookieLimit", "4");
     return std::to_string(setting_number(settings::kHttpCookieLimit));  // may look up settings itself
   });
