@@ -36,8 +36,8 @@ class YINET_API charset_class {
   YString get_converter_name(int code) const noexcept;
 
  private:
-  // What ICU lists. The same for all objects, and made at the first use: it takes ICU tens of milliseconds, which loading
-  // the library shall not cost.
+  // What ICU lists. The same for all objects, and made at the first use: ICU then reads its data from the disk, which
+  // loading the library shall not cost.
   static const YObject& m_ConverterKeys();
 
   YString m_ANSIName;

@@ -199,7 +199,7 @@ int SecureSocket::Connect() {
   ERR_clear_error();
   std::string failure;
   if (!blocking) {
-    TcpConnection made = connect_in_steps(connectTarget.str(), milliseconds(setting_number(settings::kConnectLimit)));
+    TcpConnection made = connect_in_steps(connectTarget.str());
     bio = made.chain.release();
     failure = std::move(made.failure);
   } else {

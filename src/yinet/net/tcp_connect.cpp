@@ -4,9 +4,12 @@
 #include <openssl/crypto.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <chrono>
 #include <memory>
 #include <utility>
 
+#include "yinet/host/setting_table.h"
 #include "yinet/host/text.h"
 #include "yinet/net/bio_chain.h"
 #include "yinet/net/readiness.h"
@@ -61,15 +64,18 @@ ChainHandle connect_to(const BIO_ADDRINFO& address, milliseconds limit, std::str
 
 }  // namespace
 
-TcpConnection connect_in_steps(const std::string& target, milliseconds limit) {
+TcpConnection connect_in_steps(const std::string& target) {
+  const milliseconds limit(setting_number(settings::kConnectLimit));
+  const milliseconds address_limit(setting_number(settings::kAddressLimit));
   const Deadline deadline(limit);
   const Addresses addresses = addresses_of(target);
   if (!addresses) return {nullptr, take_error_text(0)};
   int left = 0;
   for (const BIO_ADDRINFO* address = addresses.get(); address; address = BIO_ADDRINFO_next(address)) ++left;
   std::string failure = formatted("no connection within $1$ ms", std::to_string(limit.count()));
-  for (const BIO_ADDRINFO* address = addresses.get(); address; address = BIO_ADDRINFO_next(address)) {
-    if (ChainHandle chain = connect_to(*address, deadline.left() / left--, failure)) return {std::move(chain), {}};
+  for (const BIO_ADDRINFO* address = addresses.get(); address; address = BIO_ADDRINFO_next(address), --left) {
+    const milliseconds share = left == 1 ? deadline.left() : std::min(deadline.left() / left, address_limit);
+    if (ChainHandle chain = connect_to(*address, share, failure)) return {std::move(chain), {}};
   }
   return {nullptr, std::move(failure)};
 }

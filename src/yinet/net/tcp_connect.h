@@ -2,7 +2,6 @@
 
 // TCP connections made without blocking. For .cpp files of this folder.
 
-#include <chrono>
 #include <string>
 
 #include "yinet/net/openssl_handles.h"
@@ -14,8 +13,8 @@ struct TcpConnection {
   std::string failure;  // its cause
 };
 
-// Connects to "host:port" within `limit`. The host's addresses are tried in the system's order, and each gets its share of
-// the time that is left, so that a silent one does not use up that of the next.
-TcpConnection connect_in_steps(const std::string& target, std::chrono::milliseconds limit);
+// Connects to "host:port" within the setting kConnectLimit. The host's addresses are tried in the system's order. One that
+// is not the last gets its share of the time that is left, at most kAddressLimit: a silent one must not hold up the next.
+TcpConnection connect_in_steps(const std::string& target);
 
 }  // namespace yinet
