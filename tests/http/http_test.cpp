@@ -153,6 +153,8 @@ TEST_F(HttpTest, BothReadersTakeWhatTheConnectionBringsAndNoMore) {
       set(wanted.setting, std::nullopt);
       static_cast<void>(peer.take_failures());  // some replies are not taken to their end
     }
+  const ScriptedPeer resetting(after_request().send(kOk + "\r\n" + std::string(3000, 'x')).reset());
+  EXPECT_FALSE(get(resetting.url())) << "the exact reader takes a reset for an end when it was met reading ahead";
 }
 
 TEST_F(HttpTest, NothingIsSentWhereNothingCanOrMayBe) {
