@@ -48,7 +48,7 @@ Site make_site(const std::string& protocol) {
   if (protocol.starts_with("http")) {
     auto server = std::make_shared<NginxServer>();
     const std::string url = protocol == "http" ? server->url("") : server->tls_url("");
-    return {protocol, url, "", "", server->documents(), server};
+    return {protocol, url, "", "", server->folder(), server};
   }
   auto server = std::make_shared<FtpServer>(FtpServer::Options{.brand = FtpBrand::vsftpd, .tls = protocol == "ftps"});
   return {protocol, protocol + "://" + server->address(), server->user(), server->password(), server->folder(), server};

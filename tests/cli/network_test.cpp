@@ -25,7 +25,7 @@ TEST(CallCommand, FetchesADocumentPlainAndOverTls) {
   const NginxServer nginx;
   const TempDir folder;
   const std::string document = pattern_bytes(300001);
-  nginx.add_document("document.bin", document);
+  nginx.add("document.bin", document);
   const std::string setting = "--set=Dateien/TempVerzeichnis=" + folder.path().string();
   const std::filesystem::path temporary = folder / ("yinet-" + std::to_string(geteuid()));
   for (const std::string& url : {nginx.url("/document.bin"), nginx.tls_url("/chunked/document.bin")}) {
@@ -82,7 +82,7 @@ TEST(CallCommand, ParametersReachTheWireAsTheirBytes) {
 TEST(CallCommand, SoapAnswersOfARealServer) {
   YINET_REQUIRE_PROGRAM("nginx");
   const NginxServer nginx;
-  nginx.add_document("answer.xml",
+  nginx.add("answer.xml",
                      "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><S:Envelope xmlns:S=\"urn:s\"><S:Body>"
                      "<Item unit=\"Gr\xF6\xDF\">24</Item></S:Body></S:Envelope>");
   json soap = json::parse(read_file(YINET_EXAMPLES "/soap-call.json"));

@@ -1,8 +1,10 @@
 // Every operation and the script functions against real servers, directly and through proxies, and what servers refuse.
 
+#include <sched.h>
+
 #include <cstdlib>
 #include <filesystem>
-#include <optional>
+#include <memory>
 #include <ostream>
 #include <tuple>
 #include <utility>
@@ -30,7 +32,7 @@ const Site kSites[] = {
     {"ftp_proftpd", "ftp", {.brand = FtpBrand::proftpd}},
     {"ftps", "ftps", {.tls = true}},
     {"ftps_proftpd", "ftps", {.brand = FtpBrand::proftpd, .tls = true}},
-    {"ftps_implicit", "ftps", {.tls = true, .implicit_tls = true}},
+    {"ftps_implicit", "ftps", {.tls = true, .lines = "implicit_ssl=YES\n", .port = 990}},
     {"sftp", "sftp"},
     {"http", "http"},
     {"https", "https"},
@@ -41,33 +43,25 @@ class TransferSites : public FtpTest, public testing::WithParamInterface<Site> {
  protected:
   void SetUp() override {
     const FtpServer::Options& options = GetParam().ftp;
-    YINET_SKIP_FOR(is_sftp()  ? SshServer::missing()
-                   : is_web() ? missing_program("nginx")
-                              : FtpServer::missing(options.brand));
-    if (options.implicit_tls) {
+    YINET_SKIP_FOR(sftp ? SshServer::missing() : web ? missing_program("nginx") : FtpServer::missing(options.brand));
+    if (options.port != 0) {  // it is free in a network of the test's own, which all that it starts later shares
       YINET_REQUIRE_NETWORK_NAMESPACES();
-      enter_network_namespace();  // where port 990 is free
+      ASSERT_EQ(::unshare(CLONE_NEWNET), 0) << "needs root";
+      ASSERT_EQ(run_command({"ip", "link", "set", "lo", "up"}).exit_code, 0);
     }
     start();
   }
   void start() {
-    if (is_web())
-      web.emplace();
-    else if (is_sftp())
-      files = &ssh.emplace();
+    if (web)
+      server = std::make_shared<NginxServer>();
+    else if (sftp)
+      server = std::make_shared<SshServer>();
     else
-      files = &ftp.emplace(GetParam().ftp);
-    const std::uint16_t web_port = !web ? 0 : GetParam().protocol == "http" ? web->port() : web->tls_port();
-    const std::string address = ssh ? ssh->address() : ftp ? ftp->address() : "127.0.0.1:" + std::to_string(web_port);
-    connection.StoreText("ServerUrl", GetParam().protocol + "://" + address);
-    connection.StoreText("Benutzername", ssh ? ssh->user() : ftp ? ftp->user() : "");
-    connection.StoreText("Passwort", ssh ? ssh->password() : ftp ? ftp->password() : "");
-  }
-  void stop() { web ? web->stop() : ssh ? ssh->stop() : ftp->stop(); }
-  [[nodiscard]] bool is_sftp() const { return GetParam().protocol == "sftp"; }
-  [[nodiscard]] bool is_web() const { return GetParam().protocol.starts_with("http"); }
-  void add(std::string_view name, std::string_view content) const {
-    web ? web->add_document(name, content) : files->add(name, content);
+      server = std::make_shared<FtpServer>(GetParam().ftp);
+    const std::string address = server->address(GetParam().protocol == "https");
+    connection.StoreText("ServerUrl", GetParam().protocol + "://" + address.substr(0, address.find(":990")));
+    connection.StoreText("Benutzername", anonymous ? "anonymous" : SshServer::user());
+    connection.StoreText("Passwort", ServedFolder::password());
   }
   [[nodiscard]] YInetFileTransfer transfer() const {
     return transfer_to(connection.GetString("ServerUrl").str(), connection.GetString("Benutzername"),
@@ -82,50 +76,46 @@ class TransferSites : public FtpTest, public testing::WithParamInterface<Site> {
     return called(function, texts).GetBool("_RETV");
   }
 
-  std::optional<FtpServer> ftp;
-  std::optional<SshServer> ssh;
-  std::optional<NginxServer> web;
-  const ServedFolder* files = nullptr;  // of ftp or ssh
-  YObject connection;                   // as a script gives it
+  const bool sftp = GetParam().protocol == "sftp", web = GetParam().protocol.starts_with("http");
+  const bool anonymous = !sftp && !web && GetParam().ftp.brand == FtpBrand::vsftpd;  // who may do everything there
+  std::shared_ptr<ServedFolder> server;
+  YObject connection;  // as a script gives it
 };
 
 TEST_P(TransferSites, MoveFiles) {
   YInetFileTransfer transfer = this->transfer();
-  if (files) files->make_folder("dir");
+  server->make_folder("dir");
   for (const std::size_t size : {0, 1, 121072, 5242880}) {
     const std::string content = pattern_bytes(size);
-    if (web) add("dir/file", content);
+    if (web) server->add("dir/file", content);
     ASSERT_TRUE(web || transfer.UploadFile(local_file("source", content), "dir/file")) << size << error_of(transfer);
-    ASSERT_TRUE(web || files->content("dir/file") == content) << size;
+    ASSERT_TRUE(server->content("dir/file") == content) << size;
     ASSERT_TRUE(transfer.DownloadToFile("/dir/file", local_name("back"))) << size << error_of(transfer);
     ASSERT_TRUE(read_file(local / "back") == content) << size;
   }
   const std::string text("a\0\r\nb\xE4", 6);  // no byte is changed
   const std::string remote("dir/M\xE4rz \"b\" 'c' \\ 100% #1?;type=a"), on_disk("dir/M\xC3\xA4rz" + remote.substr(8));
-  if (files) {
+  if (!web) {
     EXPECT_TRUE(does("UPLOAD_TEXT", "pInhalt=" + text + "|pZielPfad=" + remote));
-    EXPECT_EQ(files->content(on_disk), text);
+    EXPECT_EQ(server->content(on_disk), text);
     EXPECT_EQ(called("DOWNLOAD_TEXT", "pQuellPfad=" + remote).GetString("pInhalt"), text);
     EXPECT_TRUE(does("DOWNLOAD_DATEI", "pQuellPfad=" + remote + "|pZielPfad=" + local_name("t")));
-    EXPECT_TRUE(does("LOESCHE_DATEI", "pPfad=" + remote) && !files->has(on_disk));
+    EXPECT_TRUE(does("LOESCHE_DATEI", "pPfad=" + remote) && !server->has(on_disk));
     EXPECT_TRUE(does("UPLOAD_DATEI", "pQuellPfad=" + local_name("t") + "|pZielPfad=" + remote));
-    EXPECT_EQ(files->content(on_disk), text);
+    EXPECT_EQ(server->content(on_disk), text);
     for (const char* function :
          {"LOESCHE_DATEI", "ERSTELLE_VERZEICHNIS", "EXISTIERT_VERZEICHNIS", "LOESCHE_VERZEICHNIS"})
       EXPECT_TRUE(does(function, "pPfad=" + remote)) << function;
-    EXPECT_FALSE(does("EXISTIERT_VERZEICHNIS", "pPfad=" + remote) || files->has(on_disk));
+    EXPECT_FALSE(does("EXISTIERT_VERZEICHNIS", "pPfad=" + remote) || server->has(on_disk));
   }
   EXPECT_THAT(log.numbers(), IsEmpty());
 }
 
 TEST_P(TransferSites, TellWhatFailed) {
-  for (const char* name : {"secret", "file"}) add(name, "x");
-  for (const char* name : {"dir", "closed"})
-    if (files) files->make_folder(name);
-  for (const char* name : {"secret", "closed"})
-    if (files) fs::permissions(files->folder() / name, fs::perms::none);
-  const bool guarded = ssh || GetParam().name.find("proftpd") != std::string::npos;  // vsftpd may do everything here
-  const std::string secret = guarded ? "secret" : "none", closed = guarded ? "closed" : "none";
+  for (const char* name : {"secret", "file"}) server->add(name, "x");
+  for (const char* name : {"dir", "closed"}) server->make_folder(name);
+  for (const char* name : {"secret", "closed"}) fs::permissions(server->folder() / name, fs::perms::none);
+  const std::string secret = anonymous ? "none" : "secret", closed = anonymous ? "none" : "closed";
   const std::string source = local_file("source", "x"), large = local_file("large", pattern_bytes(3'000'000));
   fs::create_symlink("/dev/full", local / "disk");
   const ResourceCheck resources;
@@ -153,9 +143,9 @@ TEST_P(TransferSites, TellWhatFailed) {
       {21547, 21530, [&] { return transfer.ExistsDirectory("dir\n"); }},
       {21541, 21529, [&] { return transfer.UploadString("x", closed + "/x"); }},
       {21546, 21527, [&] { return transfer.CreateDirectoryA(closed + "/y"); }},
-      {21540, 21528, [&] { return transfer.UploadFile(large, "full/x"); }},       // sshd's; elsewhere there is none
-      {0, 21530, [&] { return transfer.ExistsDirectory("none"); }},               // an answer, not an error
-      {0, 21530, [&] { return transfer.ExistsDirectory(closed) != is_sftp(); }},  // FTP takes forbidden for missing
+      {21540, 21528, [&] { return transfer.UploadFile(large, "full/x"); }},  // sshd's; elsewhere there is none
+      {0, 21530, [&] { return transfer.ExistsDirectory("none"); }},          // an answer, not an error
+      {0, 21530, [&] { return transfer.ExistsDirectory(closed) != sftp; }},  // FTP takes forbidden for missing
       {21542, 21542, [&] { return transfer.DownloadToFile("file", local_name("disk")); }},
   };
   for (const auto& [general, over_http, act] : cases) {
@@ -170,7 +160,7 @@ TEST_P(TransferSites, TellWhatFailed) {
   EXPECT_FALSE(fs::exists(local / "none"));
   if (web) return;
   EXPECT_TRUE(transfer.UploadString("x", "x")) << "after all that: " << error_of(transfer);
-  if (connection.GetString("Benutzername") == "anonymous") return;
+  if (anonymous) return;
   transfer.SetPassword("wrong & secret");
   EXPECT_FALSE(transfer.UploadString("x", "x")) << "the open connection is not for another login";
   EXPECT_EQ(transfer.last_cause().failure, TransferFailure::login_refused);
@@ -181,7 +171,7 @@ TEST_P(TransferSites, TellWhatFailed) {
 TEST_P(TransferSites, AreVerifiedOnDemand) {
   YInetFileTransfer transfer = this->transfer();
   YString text;
-  add("hello.txt", "content");
+  server->add("hello.txt", "content");
   const bool clear = GetParam().protocol != "https" && GetParam().protocol != "ftps";
   const SettingChange verify(settings::kTlsVerifyAlways, "1");
   EXPECT_EQ(transfer.DownloadToString("hello.txt", text), clear);
@@ -199,7 +189,7 @@ TEST_P(TransferSites, AreReachedThroughEveryProxy) {
   const HttpProxy http("puser", "ppass");
   const SocksServer dante(SocksServer::Brand::dante), microsocks(SocksServer::Brand::microsocks, "puser", "ppass");
   const std::string content = pattern_bytes(300'000);
-  add("file", content);
+  server->add("file", content);
   for (const std::string& proxy :
        {"http://" + http.address(), "socks4://" + dante.address(), "socks5://" + dante.address(),
         "socks5h://" + dante.address(), "socks5://" + microsocks.address()}) {
@@ -225,12 +215,12 @@ TEST_P(TransferSites, AServerThatIsKilledBreaksOffATransfer) {
   for (const bool upload : {false, true}) {
     if (upload && web) break;
     if (upload) start();
-    add("file", content);
+    server->add("file", content);
     YInetFileTransfer transfer = this->transfer();
     bool stopped = false;
     transfer.on_progress([&](std::int64_t done, std::int64_t total) {
       EXPECT_TRUE(total == 48'000'000 || done == 0) << total;
-      if (done > 0 && !std::exchange(stopped, true)) stop();
+      if (done > 0 && !std::exchange(stopped, true)) server->stop();
     });
     EXPECT_FALSE(upload ? transfer.UploadFile(source, "up") : transfer.DownloadToFile("file", local_name("none")));
     EXPECT_EQ(transfer.GetLastErrorNumber(), upload ? 21540 : 21542) << error_of(transfer);
@@ -306,8 +296,8 @@ INSTANTIATE_TEST_SUITE_P(Transfer, FtpFamily, testing::Values(FtpBrand::vsftpd, 
 TEST_F(FtpTest, InternetFunctionsFollowUrls) {
   YINET_REQUIRE_PROGRAM("nginx");
   const NginxServer server;
-  server.add_document("a b.txt", "found");
-  server.add_document("D\xC3\xBCse & Co", "page");
+  server.add("a b.txt", "found");
+  server.add("D\xC3\xBCse & Co", "page");
   const SettingChange search(settings::kSearchUrl, server.url("/$1$"));
   const auto run = [&](const char* function, const std::string& text) {
     return call(function, "pUrl=" + text + "|pSuchbegriffe=" + text + "|pZielverzeichnis=" + local_name(""));

@@ -16,9 +16,9 @@ constexpr TlsVersion kLayers[] = {kPlain, TlsVersion::tls12, TlsVersion::tls13};
 
 // A scripted peer, and a socket that is connected to it.
 struct Talk {
-  Talk(TlsVersion tls, Mode mode, const Script& script, int receive_buffer = 0)
+  Talk(TlsVersion tls, Mode mode, const Script& script)
       : trace(__FILE__, __LINE__, std::to_string(static_cast<int>(tls)) + ", " + name_of(mode)),
-        peer(with_tls(tls, script), receive_buffer) {
+        peer(with_tls(tls, script)) {
     EXPECT_TRUE(tls == kPlain || socket.InitSSLClientContext("", false, true));
     EXPECT_EQ(connect_to(socket, peer, mode), 0);
   }
@@ -101,14 +101,14 @@ TEST_F(Transfer, APeerThatReadsSlowlyGetsEverythingThoughTheSocketIsClosedAtOnce
   const std::string content = pattern_bytes(1 << 24);
   for (const TlsVersion tls : kLayers) {
     const Script slow = Script().skip(100).pause(milliseconds(30)).skip(content.size() - 100).expect_end();
-    Talk patient(tls, Mode::blocking, slow, 64 * 1024);
+    Talk patient(tls, Mode::blocking, slow);
     EXPECT_TRUE(patient.socket.Send(YString(content)) && patient.socket.bytes_sent() == content.size());
     patient.expect_arrived(content);
 
     log.clear();  // and a socket that gives up, and sends the rest later
     Signal read;
     const Script in_fits = Script().wait_for(read).skip(content.size()).expect_end();
-    Talk talk(tls, Mode::polling, in_fits, 64 * 1024);
+    Talk talk(tls, Mode::polling, in_fits);
     {
       const SettingChange limit(settings::kIdleLimit, "100");
       EXPECT_FALSE(talk.socket.Send(YBuffer(content)));

@@ -1,7 +1,6 @@
 #include "support/child_process.h"
 
 #include <fcntl.h>
-#include <sched.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -102,7 +101,7 @@ std::string missing_network_namespaces() {
 
 std::string missing_ipv6() {
   try {
-    listen_on("::1", 0);
+    bound_socket("::1");
     return {};
   } catch (const std::system_error&) {
     return "the loopback has no IPv6 address";
@@ -116,11 +115,6 @@ Words in_network_namespace(Words command, const std::string& resolver) {
   // Root needs no user namespace, which some machines and every changed root directory refuse.
   command.insert(command.begin(), {"unshare", ::geteuid() == 0 ? "-mn" : "-rmn", "sh", "-c", kScript, resolver});
   return command;
-}
-
-void enter_network_namespace() {
-  if (::unshare(CLONE_NEWNET) != 0 || run_command({"ip", "link", "set", "lo", "up"}).exit_code != 0)
-    throw std::system_error(errno, std::generic_category(), "own network namespace");
 }
 
 }  // namespace yinet::test

@@ -85,9 +85,7 @@ KnotServer::KnotServer(const std::vector<DnsZone>& zones) : ServerProcess("knot"
              "template:\n- id: default\n  storage: \"{DIR}\"\n  file: \"%s.zone\"\n  zonefile-sync: -1\n"
              "  journal-content: none\nzone:\n" +
              domains,
-         .ready = [](std::uint16_t, const std::string& said) {
-           return said.find("server started") != std::string::npos;
-         }});
+         .says = "server started"});
 }
 
 ScriptedDnsServer::ScriptedDnsServer(DnsHandler handler)

@@ -45,7 +45,6 @@ struct DnsZone {
 class KnotServer : public ServerProcess {
  public:
   explicit KnotServer(const std::vector<DnsZone>& zones);
-  [[nodiscard]] std::string target() const { return address(); }
 };
 
 // The bytes of the reply, or none at all for silence. Called on the server's thread, for one query at a time.

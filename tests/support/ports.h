@@ -1,4 +1,5 @@
-// Descriptors, waiting with a limit, and ports: for servers that must be told theirs, and where connecting fails.
+// Descriptors, waiting with a limit, and ports: for servers that must be told theirs, and where connecting fails. What the
+// system refuses throws std::system_error.
 #pragma once
 
 #include <netinet/in.h>
@@ -50,7 +51,7 @@ class FileDescriptor {
 // Poll-able yes/no that starts as "no" and can be turned to "yes" once, from any thread.
 class Signal {
  public:
-  Signal();  // throws std::system_error without descriptors
+  Signal();
   void set();
   [[nodiscard]] bool is_set() const;
   [[nodiscard]] int descriptor() const { return event_.get(); }  // readable (POLLIN) from set() on
@@ -71,36 +72,22 @@ class SocketAddress {
 };
 std::uint16_t local_port(int socket);
 
-// A TCP listener with SO_REUSEADDR; port 0 takes a free one. `receive_buffer` (bytes, 0: the system's) is inherited by
-// the accepted connections. Throws std::system_error.
-FileDescriptor listen_on(const std::string& address, std::uint16_t port, int backlog = 128, int receive_buffer = 0);
+// TCP sockets. A bound one takes a free port for 0. Until it listens the port refuses connections, and the kernel gives it to
+// nobody who takes any; but with SO_REUSEADDR, which every server sets, one that is told the number can listen there.
+FileDescriptor bound_socket(const std::string& address = "127.0.0.1", std::uint16_t port = 0);
+FileDescriptor listening_socket(int backlog = 128);  // on a free port of 127.0.0.1
+FileDescriptor connected_socket(std::uint16_t port,
+                                const std::string& address = "127.0.0.1");  // invalid where nobody listens
 
 void block_all_signals();  // by every thread of the support: the host's signals belong to the host's threads
 
-// Ports in a row where nobody listened a moment ago and that no other ReservedPorts on this machine holds. They lie below
-// the range from which the kernel takes the source ports of outgoing connections. A program outside the tests could still
-// take one: servers are started with a retry. Holds one descriptor per port.
-class ReservedPorts {
- public:
-  explicit ReservedPorts(std::size_t count = 1);  // throws std::runtime_error when none are left
-  [[nodiscard]] std::uint16_t operator[](std::size_t index) const { return static_cast<std::uint16_t>(first_ + index); }
-
- private:
-  unsigned first_ = 0;
-  std::vector<FileDescriptor> claims_;
-};
-
-// A port that refuses connections: nobody listens there, and it stays reserved for the rest of the process (and costs
-// it one descriptor: take it before counting descriptors).
+// A port that refuses connections for the rest of the process, and costs it a descriptor: take it before counting those.
 std::uint16_t refused_port();
-
-// Whether somebody accepts connections there. Makes one and closes it at once.
-bool port_is_open(std::uint16_t port, const std::string& address = "127.0.0.1");
 
 // Connects never come about here: a listener that accepts nobody and whose queue is full.
 class FullListener {
  public:
-  FullListener();  // throws std::runtime_error
+  FullListener();
   [[nodiscard]] std::uint16_t port() const { return local_port(listener_.get()); }
 
  private:

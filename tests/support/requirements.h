@@ -18,10 +18,6 @@ std::string missing_ipv6();
 // ports free, those below 1024 included. The file `resolver` takes the place of /etc/resolv.conf there.
 Words in_network_namespace(Words command, const std::string& resolver = {});
 
-// For good, and with the processes and threads it starts later, the calling thread gets a network of its own that is only a
-// loopback. For root.
-void enter_network_namespace();
-
 }  // namespace yinet::test
 
 #define YINET_SKIP_FOR(reason) \

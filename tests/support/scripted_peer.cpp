@@ -260,8 +260,8 @@ std::string ScriptedEnd::take_failures() {
   return text;
 }
 
-ScriptedPeer::ScriptedPeer(std::vector<ConnectionScript> scripts, int receive_buffer, bool repeat) {
-  FileDescriptor listener = listen_on("127.0.0.1", 0, 128, receive_buffer);
+ScriptedPeer::ScriptedPeer(std::vector<ConnectionScript> scripts, bool repeat) {
+  FileDescriptor listener = listening_socket();
   port_ = local_port(listener.get());
   name_ = "127.0.0.1:" + std::to_string(port_);
   needed_ = repeat ? 0 : scripts.size();
@@ -283,12 +283,8 @@ ScriptedPeer::ScriptedPeer(std::vector<ConnectionScript> scripts, int receive_bu
 }
 
 ScriptedClient::ScriptedClient(std::uint16_t port, const ConnectionScript& script) {
-  const SocketAddress server("127.0.0.1", port);
   name_ = "client of port " + std::to_string(port);
-  FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!socket.valid() || ::connect(socket.get(), server.get(), server.size()) != 0)
-    throw std::system_error(errno, std::generic_category(), name_);
-  start(std::move(socket), script);
+  start(connected_socket(port), script);
 }
 
 }  // namespace yinet::test

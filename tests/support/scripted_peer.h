@@ -168,14 +168,10 @@ class ScriptedEnd {
 class ScriptedPeer : public ScriptedEnd {
  public:
   // One connection for each script, in the order of their arrival: others are reset, and these and missing ones reported.
-  // A small receive buffer (bytes, 0: the system's) is for a client that shall get stuck.
-  explicit ScriptedPeer(ConnectionScript script, int receive_buffer = 0)
-      : ScriptedPeer(std::vector{std::move(script)}, receive_buffer, false) {}
-  explicit ScriptedPeer(std::vector<ConnectionScript> in_order) : ScriptedPeer(std::move(in_order), 0, false) {}
+  explicit ScriptedPeer(ConnectionScript script) : ScriptedPeer(std::vector{std::move(script)}) {}
+  explicit ScriptedPeer(std::vector<ConnectionScript> in_order) : ScriptedPeer(std::move(in_order), false) {}
   // Any number of connections, none included, with the same script.
-  static ScriptedPeer for_every_connection(ConnectionScript script) {
-    return {std::vector{std::move(script)}, 0, true};
-  }
+  static ScriptedPeer for_every_connection(ConnectionScript script) { return {std::vector{std::move(script)}, true}; }
 
   [[nodiscard]] std::uint16_t port() const { return port_; }
   [[nodiscard]] std::string target() const { return name_; }  // "127.0.0.1:12345"
@@ -184,7 +180,7 @@ class ScriptedPeer : public ScriptedEnd {
   }
 
  private:
-  ScriptedPeer(std::vector<ConnectionScript> scripts, int receive_buffer, bool repeat);
+  ScriptedPeer(std::vector<ConnectionScript> scripts, bool repeat);
   std::uint16_t port_ = 0;
 };
 

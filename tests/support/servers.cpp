@@ -4,6 +4,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
@@ -24,49 +25,80 @@ std::string filled(std::string text, const Values& values) {
   return text;
 }
 
-void run_tool(const std::vector<std::string>& argv) {
-  if (run_command(argv).exit_code != 0) throw std::runtime_error(argv[0] + " failed");
+}  // namespace
+
+void ServerProcess::start(const Daemon& daemon) {
+  host_ = daemon.host;
+  for (std::size_t i = 0; i < daemon.ports; ++i) ports_.push_back(bound_socket(host_, daemon.port));
+  const PemPair pair = Certificates::shared().good();
+  const std::string folder = folder_.path().string();
+  Values values = {{"{DIR}", folder},
+                   {"{CONFIG}", folder + "/config"},
+                   {"{HOST}", host_},
+                   {"{PORT}", std::to_string(port())},
+                   {"{PORT2}", std::to_string(port(daemon.ports - 1))},
+                   {"{CERT}", pair.certificate.string()},
+                   {"{KEY}", pair.key.string()},
+                   {"{PEM}", pair.both.string()}};
+  values.insert(daemon.values.begin(), daemon.values.end());
+  folder_.write("config", filled(daemon.configuration, values));
+  Words command;
+  std::istringstream words(daemon.command);
+  for (std::string word; words >> word;) command.push_back(filled(word, values));
+  child_.emplace(command);
+  const auto is_open = [&](const FileDescriptor& port) {
+    return connected_socket(local_port(port.get()), host_).valid();
+  };
+  const auto said = [&] { return child_->output() + child_->errors(); };
+  const auto serves = [&] {
+    return std::ranges::all_of(ports_, is_open) && said().find(daemon.says) != std::string::npos;
+  };
+  if (eventually([&] { return !child_->running() || serves(); }) && child_->running()) return;
+  const std::string log = fs::exists(folder_ / "log") ? read_file(folder_ / "log") : "";
+  throw std::runtime_error("does not serve: " + daemon.command + "\n" + said() + log);
+}
+
+std::string ServerProcess::address(std::size_t index) const {
+  return (host_.find(':') == std::string::npos ? host_ : "[" + host_ + "]") + ":" + std::to_string(port(index));
+}
+
+namespace {
+
+constexpr const char* kUser = "tester";
+constexpr const char* kPassword = "geheim 1";
+constexpr const char* kPasswordHash =
+    "$6$yinet$te7hFPVMc4XrCYQwsXdS.v6B3SkOK2IOqC5o3Q5GGnFZIGjVzSChe1kdRQwjCt1UDnMTFcqtirmGVSYnCYb0A0";
+constexpr unsigned kNobody = 65534;
+
+bool is_root() { return ::geteuid() == 0; }
+
+unsigned session_user() { return is_root() ? kNobody : ::geteuid(); }
+unsigned session_group() { return is_root() ? kNobody : ::getegid(); }
+std::string session_ids() { return std::to_string(session_user()) + ":" + std::to_string(session_group()) + "::"; }
+
+void give_to_session(const fs::path& path) {
+  if (is_root() && ::chown(path.c_str(), kNobody, kNobody) != 0)
+    throw std::system_error(errno, std::generic_category(), path.string());
 }
 
 }  // namespace
 
-void ServerProcess::start(const Daemon& daemon) {
-  constexpr int kMostAttempts = 5;
-  const PemPair pair = Certificates::shared().good();
-  for (int attempt = 1;; ++attempt) {
-    ports_.emplace(daemon.ports);
-    const std::string folder = folder_.path().string();
-    Values values = {{"{DIR}", folder},
-                     {"{CONFIG}", folder + "/config"},
-                     {"{PORT}", std::to_string(port())},
-                     {"{PORT2}", std::to_string(port(1))},
-                     {"{LAST}", std::to_string(port(daemon.ports - 1))},
-                     {"{CERT}", pair.certificate.string()},
-                     {"{KEY}", pair.key.string()},
-                     {"{PEM}", pair.both.string()}};
-    values.insert(daemon.values.begin(), daemon.values.end());
-    folder_.write("config", filled(daemon.configuration, values));
-    Words command;
-    std::istringstream words(daemon.command);
-    for (std::string word; words >> word;) command.push_back(filled(word, values));
-    child_.emplace(command);
-    if (serves(daemon)) return;
-    const std::string log = fs::exists(folder_ / "log") ? read_file(folder_ / "log") : "";
-    const std::string report = child_->output() + child_->errors() + log;
-    // As the C library words EADDRINUSE, in whatever sentence a daemon puts it.
-    const bool port_was_taken = report.find("ddress already in use") != std::string::npos;
-    if (attempt == kMostAttempts || !port_was_taken)
-      throw std::runtime_error("does not serve: " + daemon.command + "\n" + report);
-  }
+ServedFolder::ServedFolder(std::string_view name) : ServerProcess(name) {
+  folder_.open_to_everybody();
+  files_ = folder_.make_folder("files");
+  give_to_session(files_);
 }
 
-bool ServerProcess::serves(const Daemon& daemon) {
-  bool good = false;
-  eventually([&] {
-    good = daemon.ready ? daemon.ready(port(), child_->output() + child_->errors()) : port_is_open(port());
-    return good || !child_->running();
-  });
-  return good && child_->running();
+std::string ServedFolder::password() { return kPassword; }
+
+void ServedFolder::add(std::string_view name, std::string_view content) const {
+  write_file(files_ / name, content);
+  give_to_session(files_ / name);
+}
+
+void ServedFolder::make_folder(std::string_view name) const {
+  fs::create_directories(files_ / name);
+  give_to_session(files_ / name);
 }
 
 namespace {
@@ -74,14 +106,14 @@ namespace {
 constexpr const char* kEchoModule = "/usr/lib/nginx/modules/ngx_http_echo_module.so";
 
 // A static file refuses POST with 405, and what an error page names is fetched by GET.
-constexpr const char* kNginx = R"({MODULE} {USER} daemon off; worker_processes 1; pid {DIR}/pid; error_log {DIR}/log;
+constexpr const char* kNginx = R"({MODULE} daemon off; worker_processes 1; pid {DIR}/pid; error_log {DIR}/log;
 events { worker_connections 1024; }
 http {
 client_body_temp_path {DIR}/body; proxy_temp_path {DIR}/proxy; fastcgi_temp_path {DIR}/fastcgi;
 uwsgi_temp_path {DIR}/uwsgi; scgi_temp_path {DIR}/scgi;
 types { text/html html; text/plain txt; text/xml xml; } default_type application/octet-stream;
 gzip off; sendfile on; client_max_body_size 0; keepalive_requests 1000000; access_log off;
-root {DOCUMENTS}; ssl_certificate {CERT}; ssl_certificate_key {KEY};
+root {FILES}; ssl_certificate {CERT}; ssl_certificate_key {KEY};
 server {
 listen 127.0.0.1:{PORT}; listen 127.0.0.1:{PORT2} ssl;
 location = /status/401 { return 401 "status 401"; }
@@ -107,23 +139,19 @@ socksmethod: none
 socks pass { from: 0.0.0.0/0 to: 0.0.0.0/0 }
 )";
 
-bool is_root() { return ::geteuid() == 0; }
-
 }  // namespace
 
 bool NginxServer::has_echo() { return fs::exists(kEchoModule); }
 
-NginxServer::NginxServer() : ServerProcess("nginx") {
-  add_document("index.html", kIndex);
-  add_document("hello.txt", kHello);
+NginxServer::NginxServer() : ServedFolder("nginx") {
+  add("index.html", "<html><body>It serves.</body></html>\n");
+  add("hello.txt", kHello);
   start({.command = "nginx -e {DIR}/log -p {DIR} -c {CONFIG}",
          .configuration = kNginx,
          .values = {{"{MODULE}", has_echo() ? "load_module " + std::string(kEchoModule) + ";" : ""},
                     {"{ECHO}", has_echo() ? kEcho : ""},
-                    {"{USER}", is_root() ? "user root;" : ""},  // others couldn't enter the private folders
-                    {"{DOCUMENTS}", documents_.path().string()}},
-         .ports = 2,
-         .ready = [this](auto...) { return port_is_open(port(0)) && port_is_open(port(1)); }});
+                    {"{FILES}", files_.string()}},
+         .ports = 2});
 }
 
 HttpProxy::HttpProxy(const std::string& user, const std::string& password) : ServerProcess("proxy") {
@@ -149,67 +177,29 @@ SocksServer::SocksServer(Brand brand, const std::string& user, const std::string
 
 namespace {
 
-constexpr const char* kUser = "tester";
-constexpr const char* kPassword = "geheim 1";
-constexpr const char* kPasswordHash =
-    "$6$yinet$te7hFPVMc4XrCYQwsXdS.v6B3SkOK2IOqC5o3Q5GGnFZIGjVzSChe1kdRQwjCt1UDnMTFcqtirmGVSYnCYb0A0";
-constexpr unsigned kNobody = 65534;
-
-unsigned session_user() { return is_root() ? kNobody : ::geteuid(); }
-unsigned session_group() { return is_root() ? kNobody : ::getegid(); }
-std::string session_ids() { return std::to_string(session_user()) + ":" + std::to_string(session_group()) + "::"; }
-
-void give_to_session(const fs::path& path) {
-  if (is_root() && ::chown(path.c_str(), kNobody, kNobody) != 0)
-    throw std::system_error(errno, std::generic_category(), path.string());
-}
-
-}  // namespace
-
-ServedFolder::ServedFolder(std::string_view name) : ServerProcess(name) {
-  folder_.open_to_everybody();
-  files_ = folder_.make_folder("files");
-  give_to_session(files_);
-}
-
-void ServedFolder::add(std::string_view name, std::string_view content) const {
-  write_file(files_ / name, content);
-  give_to_session(files_ / name);
-}
-
-void ServedFolder::make_folder(std::string_view name) const {
-  fs::create_directories(files_ / name);
-  give_to_session(files_ / name);
-}
-
-namespace {
-
-constexpr std::size_t kPassivePorts = 24;
-constexpr std::uint16_t kImplicitTlsPort = 990;
-
 struct FtpKind {
   const char *name, *program, *arguments, *tls_arguments, *configuration, *tls_configuration;
 };
 constexpr FtpKind kFtpKinds[] = {
     {"vsftpd", "vsftpd", " {CONFIG}", "",
-     "listen=YES\nlisten_ipv6=NO\nbackground=NO\nlisten_address=127.0.0.1\nlisten_port={PORT}\npasv_min_port={PORT2}\n"
-     "pasv_max_port={LAST}\npasv_address=127.0.0.1\nwrite_enable=YES\nseccomp_sandbox=NO\nxferlog_enable=NO\n"
+     "listen=YES\nlisten_ipv6=NO\nbackground=NO\nlisten_address={HOST}\nlisten_port={PORT}\n"
+     "pasv_address=127.0.0.1\nwrite_enable=YES\nseccomp_sandbox=NO\nxferlog_enable=NO\n"
      "secure_chroot_dir={DIR}/empty\nrun_as_launching_user=YES\nanonymous_enable=YES\nftp_username={LAUNCHER}\n"
      "anon_root={FILES}\nanon_upload_enable=YES\nanon_mkdir_write_enable=YES\nanon_other_write_enable=YES\n"
      "anon_world_readable_only=NO\nallow_writeable_chroot=YES\nanon_umask=022\n",
      "ssl_enable=YES\nallow_anon_ssl=YES\nforce_anon_data_ssl=YES\nforce_anon_logins_ssl=YES\nssl_ciphers=HIGH\n"
      "rsa_cert_file={CERT}\nrsa_private_key_file={KEY}\n"},
     {"proftpd", "proftpd", " -n -c {CONFIG}", "",
-     "{MODULES}ServerType standalone\nDefaultAddress {ADDRESS}\nPort {PORT}\nUseIPv6 {IPV6}\nUser {USER}\n"
-     "PassivePorts {PORT2} {LAST}\nGroup {GROUP}\nPidFile {DIR}/pid\nScoreboardFile {DIR}/scoreboard\nSystemLog "
+     "{MODULES}ServerType standalone\nDefaultAddress {HOST}\nPort {PORT}\nUseIPv6 on\nUser {USER}\n"
+     "Group {GROUP}\nPidFile {DIR}/pid\nScoreboardFile {DIR}/scoreboard\nSystemLog "
      "{DIR}/log\n"
      "AuthUserFile {DIR}/accounts\nAuthOrder mod_auth_file.c\nRequireValidShell off\nDelayEngine off\nWtmpLog off\n"
      "TransferLog none\nAllowOverwrite on\nUseReverseDNS off\nDefaultRoot ~\n",
      "LoadModule mod_tls.c\nTLSEngine on\nTLSRequired on\nTLSLog {DIR}/tls.log\nTLSECCertificateFile {CERT}\n"
      "TLSECCertificateKeyFile {KEY}\n"},
     {"pure_ftpd", "pure-ftpd",
-     " -4 -S 127.0.0.1,{PORT} -l puredb:{DIR}/accounts.pdb -p {PORT2}:{LAST} -P 127.0.0.1 -H -g {DIR}/pid -u 1 -A -E",
-     " -Y 3 -2 {PEM}", "", ""}};
+     " -4 -S 127.0.0.1,{PORT} -l puredb:{DIR}/accounts.pdb -P 127.0.0.1 -H -g {DIR}/pid -u 1 -A -E", " -Y 3 -2 {PEM}",
+     "", ""}};
 const FtpKind& kind_of(FtpBrand brand) { return kFtpKinds[static_cast<int>(brand)]; }
 
 }  // namespace
@@ -221,42 +211,26 @@ std::string FtpServer::missing(FtpBrand brand) {
   return reason.empty() && brand == FtpBrand::pure_ftpd ? missing_root() : reason;
 }
 
-FtpServer::FtpServer(const Options& options) : ServedFolder("ftp"), options_(options) {
+FtpServer::FtpServer(const Options& options)
+    : ServedFolder("ftp"), user_(options.brand == FtpBrand::vsftpd ? "anonymous" : kUser) {
   const FtpKind& kind = kind_of(options.brand);
   const std::string rest = options.brand == FtpBrand::pure_ftpd ? "/./::::::::::::\n" : ":/bin/sh\n";
-  const fs::path accounts = folder_.write(
-      "accounts", std::string(kUser) + ":" + kPasswordHash + ":" + session_ids() + files_.string() + rest);
+  const fs::path accounts =
+      folder_.write("accounts", user_ + ":" + kPasswordHash + ":" + session_ids() + files_.string() + rest);
   fs::permissions(accounts, fs::perms::owner_read | fs::perms::owner_write);
-  if (options.brand == FtpBrand::pure_ftpd)
-    run_tool({"pure-pw", "mkdb", (folder_ / "accounts.pdb").string(), "-f", accounts.string()});
+  if (options.brand == FtpBrand::pure_ftpd) run_command({"pure-pw", "mkdb", folder_ / "accounts.pdb", "-f", accounts});
   folder_.make_folder("empty");
   const fs::path modules = servers_folder() / "usr/lib/proftpd";
-  Daemon daemon{
-      .command = std::string(kind.program) + kind.arguments + (options.tls ? kind.tls_arguments : ""),
-      .configuration = kind.configuration + std::string(options.tls ? kind.tls_configuration : "") + options.lines,
-      .values = {{"{FILES}", files_.string()},
-                 {"{LAUNCHER}", ::getpwuid(::geteuid())->pw_name},
-                 {"{USER}", ::getpwuid(session_user())->pw_name},
-                 {"{GROUP}", ::getgrgid(session_group())->gr_name},
-                 {"{MODULES}", fs::exists(modules) ? "ModulePath " + modules.string() + "\n" : ""},
-                 {"{ADDRESS}", options.ipv6 ? "::1" : "127.0.0.1"},
-                 {"{IPV6}", options.ipv6 ? "on" : "off"}},
-      .ports = 1 + kPassivePorts};
-  if (options.ipv6) daemon.ready = [](std::uint16_t port, auto) { return port_is_open(port, "::1"); };
-  if (options.implicit_tls) {
-    daemon.configuration += "implicit_ssl=YES\nlisten_port=" + std::to_string(kImplicitTlsPort) + "\n";
-    daemon.ready = [](auto...) { return port_is_open(kImplicitTlsPort); };
-  }
-  start(daemon);
+  start({.command = std::string(kind.program) + kind.arguments + (options.tls ? kind.tls_arguments : ""),
+         .configuration = kind.configuration + std::string(options.tls ? kind.tls_configuration : "") + options.lines,
+         .values = {{"{FILES}", files_.string()},
+                    {"{LAUNCHER}", ::getpwuid(::geteuid())->pw_name},
+                    {"{USER}", ::getpwuid(session_user())->pw_name},
+                    {"{GROUP}", ::getgrgid(session_group())->gr_name},
+                    {"{MODULES}", fs::exists(modules) ? "ModulePath " + modules.string() + "\n" : ""}},
+         .host = options.host,
+         .port = options.port});
 }
-
-std::string FtpServer::address() const {
-  if (options_.implicit_tls) return "127.0.0.1";
-  return options_.ipv6 ? "[::1]:" + std::to_string(port()) : ServerProcess::address();
-}
-
-std::string FtpServer::user() const { return options_.brand == FtpBrand::vsftpd ? "anonymous" : kUser; }
-std::string FtpServer::password() const { return options_.brand == FtpBrand::vsftpd ? "me@example.com" : kPassword; }
 
 namespace {
 
@@ -274,7 +248,6 @@ constexpr const char* kSshd =
 }  // namespace
 
 std::string SshServer::user() { return kUser; }
-std::string SshServer::password() { return kPassword; }
 
 std::string SshServer::missing() {
   for (const std::string& reason : {missing_program("sshd"), missing_program("ssh-keygen"), missing_root()})
@@ -285,7 +258,7 @@ std::string SshServer::missing() {
 SshServer::SshServer(const std::string& lines) : ServedFolder("ssh") {
   make_folder("full");
   for (const char* name : {"host_key", "user_key"})
-    run_tool({"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-C", "", "-f", (folder_ / name).string()});
+    run_command({"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-C", "", "-f", folder_ / name});
   folder_.write("passwd", "root:x:0:0::/root:/bin/sh\nsshd:x:65533:65534::/run/sshd:/usr/sbin/nologin\n" + user() +
                               ":x:" + session_ids() + files_.string() + ":/bin/sh\n");
   folder_.write("shadow", user() + ":" + kPasswordHash + ":19000:0:99999:7:::\n");

@@ -12,57 +12,64 @@
 namespace yinet::test {
 
 // How a program becomes a server. In both texts "{NAME}" stands for a value: {DIR} its private folder, {CONFIG} the file
-// with the configuration, {PORT}, {PORT2} and {LAST} of its ports the first, the second and the last, {CERT}, {KEY} and
-// {PEM} the shared good certificate; and whatever `values` adds.
+// with the configuration, {HOST} its address, {PORT} and {PORT2} its first port and its last, {CERT}, {KEY} and {PEM} the
+// shared good certificate; and whatever `values` adds. It serves when all its ports are open and it has said `says`.
 struct Daemon {
   std::string command;  // words between blanks; keeps it in the foreground
   std::string configuration = {};
   std::map<std::string, std::string> values = {};
-  std::size_t ports = 1;  // in a row, passive ranges included
-  // Whether it serves, judged by its first port and what it has said; unless given, whether that port is open.
-  std::function<bool(std::uint16_t, const std::string&)> ready = {};
+  std::size_t ports = 1;
+  std::string says = {};
+  std::string host = "127.0.0.1";
+  std::uint16_t port = 0;  // 0: a free one
 };
 
 class ServerProcess {
  public:
-  [[nodiscard]] std::uint16_t port(std::size_t index = 0) const { return (*ports_)[index]; }
-  [[nodiscard]] std::string address() const { return "127.0.0.1:" + std::to_string(port()); }
+  [[nodiscard]] std::uint16_t port(std::size_t index = 0) const { return local_port(ports_[index].get()); }
+  [[nodiscard]] std::string address(std::size_t index = 0) const;  // as in a URL
   void stop() { child_->stop(); }  // in mid-test: what it served is gone, its ports stay reserved
 
  protected:
   explicit ServerProcess(std::string_view name) : folder_(name) {}
-  void start(const Daemon& daemon);  // with other ports again, should one of them have been taken meanwhile
+  void start(const Daemon& daemon);
   TempDir folder_;
 
  private:
-  bool serves(const Daemon& daemon);
-  std::optional<ReservedPorts> ports_;
+  std::string host_;
+  std::vector<FileDescriptor> ports_;
   std::optional<ChildProcess> child_;
 };
 
-// nginx for any user, with two ports that serve the same, in clear and over TLS.
-//   /NAME           the document of that name; "/" is kIndex
+// A server of files. As root, what is put into its folder belongs to nobody, whom such servers work as.
+class ServedFolder : public ServerProcess {
+ public:
+  [[nodiscard]] const std::filesystem::path& folder() const { return files_; }
+  void add(std::string_view name, std::string_view content) const;
+  void make_folder(std::string_view name) const;
+  [[nodiscard]] bool has(std::string_view name) const { return std::filesystem::exists(files_ / name); }
+  [[nodiscard]] std::string content(std::string_view name) const { return read_file(files_ / name); }
+  static std::string password();  // of the only account
+
+ protected:
+  explicit ServedFolder(std::string_view name);
+  std::filesystem::path files_;
+};
+
+// nginx for any user, with two ports that serve the same files, in clear and over TLS.
+//   /NAME           the file of that name; "/" is index.html
 //   /chunked/NAME   the same as a chunked body; /post/NAME: also for POST; /fault/NAME: with status 500 (for POST)
 //   /status/401     that code; /redirect/301 and 302: to /hello.txt, as an absolute URL
 //   /empty          200 with Content-Length 0; /cookies: 200 with three Set-Cookie lines
 //   /echo           the body of the request, in chunks; /request: its head as it came; both and /chunked need has_echo()
-class NginxServer : public ServerProcess {
+class NginxServer : public ServedFolder {
  public:
-  static constexpr std::string_view kIndex = "<html><body>It serves.</body></html>\n";
-  static constexpr std::string_view kHello = "Hello from nginx\n";  // the document hello.txt
+  static constexpr std::string_view kHello = "Hello from nginx\n";  // the file hello.txt
   static bool has_echo();                                           // whether the module for it is installed
 
   NginxServer();
-  void add_document(std::string_view name, std::string_view content) const { documents_.write(name, content); }
-  [[nodiscard]] const std::filesystem::path& documents() const { return documents_.path(); }
-  [[nodiscard]] std::uint16_t tls_port() const { return port(1); }
   [[nodiscard]] std::string url(const std::string& path = "/") const { return "http://" + address() + path; }
-  [[nodiscard]] std::string tls_url(const std::string& path = "/") const {
-    return "https://127.0.0.1:" + std::to_string(tls_port()) + path;
-  }
-
- private:
-  TempDir documents_{"www"};
+  [[nodiscard]] std::string tls_url(const std::string& path = "/") const { return "https://" + address(1) + path; }
 };
 
 // tinyproxy: an HTTP proxy that tunnels to any port.
@@ -92,20 +99,6 @@ inline constexpr Route kRoutes[] = {{"direct", 0},
                                     {"socks5_password", 5, SocksServer::Brand::microsocks, "proxy user", "proxy pass"},
                                     {"socks4", 4}};
 
-// A server with one account. As root, what is put into its folder belongs to nobody, whom such servers work as.
-class ServedFolder : public ServerProcess {
- public:
-  [[nodiscard]] const std::filesystem::path& folder() const { return files_; }
-  void add(std::string_view name, std::string_view content) const;
-  void make_folder(std::string_view name) const;
-  [[nodiscard]] bool has(std::string_view name) const { return std::filesystem::exists(files_ / name); }
-  [[nodiscard]] std::string content(std::string_view name) const { return read_file(files_ / name); }
-
- protected:
-  explicit ServedFolder(std::string_view name);
-  std::filesystem::path files_;
-};
-
 enum class FtpBrand { vsftpd, proftpd, pure_ftpd };
 std::string name_of(FtpBrand brand);
 
@@ -115,19 +108,16 @@ class FtpServer : public ServedFolder {
   struct Options {
     FtpBrand brand = FtpBrand::vsftpd;
     bool tls = false;
-    std::string lines = {};     // more configuration (vsftpd, ProFTPD)
-    bool ipv6 = false;          // listen on ::1 instead (ProFTPD)
-    bool implicit_tls = false;  // with tls: from the first byte, on port 990 (vsftpd)
+    std::string lines = {};  // more configuration (vsftpd, ProFTPD)
+    std::string host = "127.0.0.1";
+    std::uint16_t port = 0;  // 0: a free one
   };
   explicit FtpServer(const Options& options);
   static std::string missing(FtpBrand brand);
-
-  [[nodiscard]] std::string address() const;
-  [[nodiscard]] std::string user() const;
-  [[nodiscard]] std::string password() const;
+  [[nodiscard]] std::string user() const { return user_; }
 
  private:
-  Options options_;
+  std::string user_;
 };
 
 // OpenSSH's sshd for SFTP, for root, in a mount namespace of its own, where the account exists and the folder "full" is a
@@ -137,8 +127,7 @@ class SshServer : public ServedFolder {
   explicit SshServer(const std::string& lines = {});  // more configuration
   static std::string missing();
 
-  [[nodiscard]] static std::string user();
-  [[nodiscard]] static std::string password();
+  static std::string user();
   [[nodiscard]] std::string host_key() const;                                            // "ssh-ed25519 AAAA..."
   [[nodiscard]] std::filesystem::path user_key() const { return folder_ / "user_key"; }  // logs in without a password
 };
