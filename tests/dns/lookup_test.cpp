@@ -52,7 +52,7 @@ class Lookup : public Test {
 };
 
 DnsHandler answering(const std::string& address, unsigned code = 0) {
-  return [=](const DnsQuery& query) { return DnsMessage::reply_to(query).code(code).a(query.name, address).bytes(); };
+  return [=](const DnsQuery& query) { return dns_reply(query, {a_record(query.name, address)}, code); };
 }
 
 std::string silence(const DnsQuery&) { return {}; }
@@ -64,10 +64,11 @@ TEST(SearchList, IsForNamesWithFewDotsAndLeavesOutWhatIsTooLong) {
 }
 
 TEST(DnsReply, EveryTruncationIsAServerFailure) {
-  const auto reply = [](std::uint16_t type) { return DnsMessage::reply_to({.id = 7, .name = "x.test", .type = type}); };
   const std::pair<RecordType, std::string> wholes[] = {
-      {RecordType::a, reply(kDnsA).cname("x.test", "b.x.test").a("b.x.test", "192.0.2.9").bytes()},
-      {RecordType::mx, reply(kDnsMx).mx("x.test", 20, "a.test").mx("x.test", 9, "b.test").bytes()}};
+      {RecordType::a,
+       dns_reply({7, "x.test", kDnsA}, {cname_record("x.test", "b.x.test"), a_record("b.x.test", "192.0.2.9")})},
+      {RecordType::mx,
+       dns_reply({7, "x.test", kDnsMx}, {mx_record("x.test", 20, "a.test"), mx_record("x.test", 9, "b.test")})}};
   for (const auto& [type, whole] : wholes)
     for (std::size_t kept = 0; kept <= whole.size(); ++kept) {
       const std::vector<char> exact(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(kept));
@@ -99,9 +100,9 @@ TEST_F(Lookup, ARealServerAnswers) {
 
 TEST_F(Lookup, AddressesAndImpossibleNamesAreNotAskedForAllOthersEveryTimeInUtf8) {
   ScriptedDnsServer server([](const DnsQuery& query) {
-    DnsMessage reply = DnsMessage::reply_to(query);
-    if (query.type == kDnsA) return reply.a(query.name, "192.0.2.1").bytes();
-    return reply.mx(query.name, 20, "z").mx(query.name, 9, "c").mx(query.name, 20, "a").bytes();
+    if (query.type == kDnsA) return dns_reply(query, {a_record(query.name, "192.0.2.1")});
+    const auto mx = [&](std::uint16_t preference, const char* name) { return mx_record(query.name, preference, name); };
+    return dns_reply(query, {mx(20, "z"), mx(9, "c"), mx(20, "a")});
   });
   use_servers(server.target());
   for (const char* dotted : {"198.51.100.7", "255.255.255.255"}) EXPECT_EQ(address_of(dotted), dotted);
@@ -137,7 +138,7 @@ TEST_F(Lookup, SilenceAndLiesEndInAStatusUnlessTheNextServerKnows) {
       {{as_if(0, "other.test")}, "1460", 3},
       {{[](const DnsQuery&) { return "cut"s; }}, "1460", 3},  // never taken for an answer
       // The rest would have to come over TCP, which is refused.
-      {{[](const DnsQuery& query) { return DnsMessage::reply_to(query).truncated().bytes(); }}, "9002", 1}};
+      {{[](const DnsQuery& query) { return dns_reply(query, {}, kDnsTruncated); }}, "9002", 1}};
   const std::string refused = "127.0.0.1:" + std::to_string(refused_port());
   for (const auto& [handlers, outcome, queries] : rows) {
     std::list<ScriptedDnsServer> servers;

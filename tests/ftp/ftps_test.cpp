@@ -1,6 +1,7 @@
 // The client against scripted servers: login, replies in every shape, data connections that never open, stall, close early
 // or never end, and connections that die.
 
+#include <atomic>
 #include <tuple>
 
 #include "ftp/ftp_test_kit.h"
@@ -136,7 +137,9 @@ TEST_F(FtpsTest, RepliesComeInEveryShape) {
       if (exact && c.exact.empty()) break;
       SCOPED_TRACE(c.pieces.front() + (exact ? ", exact" : ""));
       const SettingChange rest(settings::kFtpReplyRest, c.rest), form(settings::kFtpExactReplies, exact ? "1" : "0");
-      Dialogue ftp({}, {}, Script().expect("NOOP\r\n").send_pieces(c.pieces, milliseconds(50)).stay_silent());
+      Script answer = Script().expect("NOOP\r\n");
+      for (const std::string& piece : c.pieces) answer.send(piece).pause(milliseconds(50));
+      Dialogue ftp({}, {}, answer.stay_silent());
       EXPECT_EQ(ftp->send_command("NOOP", 0), 0);
       for (const std::string& reply : exact ? c.exact : c.replies)
         EXPECT_EQ(ftp.after(ftp->get_ftpserver_mes()), "0 " + reply);
@@ -308,8 +311,9 @@ TEST_F(FtpsTest, AListingGoesOnWithoutDataConnectionUnlessItIsATunnelForTls) {
 TEST_F(FtpsTest, ListingsAreBounded) {
   const SettingChange size(settings::kFtpListingSize, "100000");
   const Turns first = {{"PASV", "@"}, {"LIST", "150 a\r\n226 b"}, {"PASV", "226 late"}, {"NLST", "450 busy"}};
-  Dialogue ftp(first + Turns{{"PASV", "@"}, {"LIST", "150 c"}}, [](Connection& connection) {
-    connection.index() == 0 ? connection.flood("line\r\n", 10'000'000) : connection.stay_silent();
+  std::atomic<int> connections = 0;
+  Dialogue ftp(first + Turns{{"PASV", "@"}, {"LIST", "150 c"}}, [&](Connection& connection) {
+    connections++ == 0 ? connection.flood("line\r\n", 10'000'000) : connection.stay_silent();
   });
   EXPECT_EQ(ftp->get_dir_content().Length(), 100000);
   EXPECT_EQ(ftp->get_dir_content0(), "") << "the last listing's final reply answers this PASV";

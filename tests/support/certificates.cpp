@@ -18,7 +18,6 @@ void require_openssl(bool ok, const std::string& step) {
 }
 
 void add_extension(X509* certificate, X509* issuer, int kind, const std::string& value) {
-  if (value.empty()) return;
   X509V3_CTX context;
   X509V3_set_ctx_nodb(&context);
   X509V3_set_ctx(&context, issuer, certificate, nullptr, nullptr, 0);
@@ -29,11 +28,15 @@ void add_extension(X509* certificate, X509* issuer, int kind, const std::string&
 
 }  // namespace
 
-PemPair Certificates::store(const std::string& name, const CertificateWish& wish) const {
+PemPair Certificates::make(const std::string& name, const CertificateWish& wish) const {
+  const std::lock_guard lock(mutex_);
+  const PemPair pair{folder_ / (name + ".pem"), folder_ / (name + ".key"), folder_ / (name + ".both.pem")};
+  if (fs::exists(pair.both)) return pair;
   const std::shared_ptr<EVP_PKEY> own_key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"), EVP_PKEY_free);
   const std::shared_ptr<X509> made(X509_new(), X509_free);
   X509* const subject = made.get();
-  X509* const issuer = wish.self_signed ? subject : certificate_.get();
+  const bool authority = !certificate_, self_signed = wish.self_signed || authority;
+  X509* const issuer = self_signed ? subject : certificate_.get();
   std::uint64_t serial = 0;
   require_openssl(own_key && made && RAND_bytes(reinterpret_cast<unsigned char*>(&serial), 7) == 1, "start");
   X509_set_version(subject, X509_VERSION_3);
@@ -46,13 +49,10 @@ PemPair Certificates::store(const std::string& name, const CertificateWish& wish
                              static_cast<int>(wish.common_name.size()), -1, 0);
   X509_set_issuer_name(subject, X509_get_subject_name(issuer));
   X509_set_pubkey(subject, own_key.get());
-  add_extension(subject, issuer, NID_basic_constraints, wish.authority ? "critical,CA:TRUE" : "critical,CA:FALSE");
-  add_extension(subject, issuer, NID_subject_key_identifier, "hash");
-  add_extension(subject, issuer, NID_ext_key_usage, wish.usage);
+  add_extension(subject, issuer, NID_basic_constraints, authority ? "critical,CA:TRUE" : "critical,CA:FALSE");
   add_extension(subject, issuer, NID_subject_alt_name, wish.names);
-  require_openssl(X509_sign(subject, (wish.self_signed ? own_key : key_).get(), EVP_sha256()) > 0, "sign");
+  require_openssl(X509_sign(subject, (self_signed ? own_key : key_).get(), EVP_sha256()) > 0, "sign");
 
-  const PemPair pair{folder_ / (name + ".pem"), folder_ / (name + ".key"), folder_ / (name + ".both.pem")};
   const std::string& password = wish.key_password;
   const EVP_CIPHER* const cipher = password.empty() ? nullptr : EVP_aes_256_cbc();
   const std::shared_ptr<BIO> certificate_file(BIO_new_file(pair.certificate.c_str(), "w"), BIO_free);
@@ -66,7 +66,7 @@ PemPair Certificates::store(const std::string& name, const CertificateWish& wish
   write_file(pair.both, read_file(pair.key) + read_file(pair.certificate));
   for (const fs::path& file : {pair.key, pair.both})
     fs::permissions(file, fs::perms::owner_read | fs::perms::owner_write);  // servers insist
-  if (wish.authority) {
+  if (authority) {
     key_ = own_key;
     certificate_ = made;
   }
@@ -74,7 +74,7 @@ PemPair Certificates::store(const std::string& name, const CertificateWish& wish
 }
 
 Certificates::Certificates() {
-  const PemPair own = make("ca", {.common_name = "CA", .usage = {}, .self_signed = true, .authority = true});
+  const PemPair own = make("ca", {.common_name = "CA"});
   std::array<char, 16> hash{};
   std::snprintf(hash.data(), hash.size(), "%08lx.0", X509_NAME_hash(X509_get_subject_name(certificate_.get())));
   fs::copy_file(own.certificate, folder_.make_folder("ca") / hash.data());
@@ -83,13 +83,6 @@ Certificates::Certificates() {
 const Certificates& Certificates::shared() {
   static const Certificates instance;
   return instance;
-}
-
-PemPair Certificates::make(const std::string& name, const CertificateWish& wish) const {
-  const std::lock_guard lock(mutex_);
-  const auto [place, is_new] = made_.try_emplace(name);
-  if (is_new) place->second = store(name, wish);
-  return place->second;
 }
 
 TlsContext::TlsContext(SSL_CTX* context, TlsVersion version, const PemPair& own, const fs::path& ca_file)

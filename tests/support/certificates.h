@@ -5,7 +5,6 @@
 #include <openssl/types.h>
 
 #include <chrono>
-#include <map>
 #include <memory>
 #include <mutex>
 
@@ -19,11 +18,10 @@ struct PemPair {
 
 // What a certificate is to say. The defaults make one that every client accepts for this machine.
 struct CertificateWish {
-  std::string common_name = "localhost";                    // any bytes; those above 127 count as Latin-1
-  std::string names = "DNS:localhost,IP:127.0.0.1,IP:::1";  // left out when empty
-  std::chrono::hours valid_from{-1}, valid_until{24};       // counted from now
-  std::string usage = "serverAuth";
-  bool self_signed = false, authority = false;
+  std::string common_name = "localhost";  // any bytes; those above 127 count as Latin-1
+  std::string names = "DNS:localhost,IP:127.0.0.1,IP:::1";
+  std::chrono::hours valid_from{-1}, valid_until{24};  // counted from now
+  bool self_signed = false;
   std::string key_password = {};  // encrypts the key file
 };
 
@@ -39,22 +37,18 @@ class Certificates {
 
   [[nodiscard]] PemPair good() const { return make("good", {}); }
   [[nodiscard]] PemPair self_signed() const { return make("self-signed", {.self_signed = true}); }
-  [[nodiscard]] PemPair client() const {
-    return make("client", {.common_name = "Test Client", .names = {}, .usage = "clientAuth"});
-  }
+  [[nodiscard]] PemPair client() const { return make("client", {.common_name = "Test Client"}); }
   // Files named `name`.pem and so on; a name is made only once.
   [[nodiscard]] PemPair make(const std::string& name, const CertificateWish& wish) const;
 
  private:
   Certificates();
-  PemPair store(const std::string& name, const CertificateWish& wish) const;
 
   TempDir folder_{"certificates"};
   // Of the authority; none before the first certificate, which is its own.
   mutable std::shared_ptr<EVP_PKEY> key_;
   mutable std::shared_ptr<X509> certificate_;
-  mutable std::mutex mutex_;  // guards made_
-  mutable std::map<std::string, PemPair> made_;
+  mutable std::mutex mutex_;  // of make()
 };
 
 enum class TlsVersion { any, tls11, tls12, tls13 };  // tls11 lowers the security level to 0

@@ -31,43 +31,35 @@ DnsQuery parse(std::string_view bytes) {
 }
 
 // "mail.x.test" or "mail.x.test." as labels with their lengths.
-std::string labels(std::string_view dotted) {
+std::string labels(const std::string& dotted) {
   std::string result;
-  std::istringstream names{std::string(dotted)};
+  std::istringstream names(dotted);
   for (std::string label; std::getline(names, label, '.');) result += static_cast<char>(label.size()) + label;
   return result + '\0';
 }
 
 }  // namespace
 
-DnsMessage::DnsMessage(const DnsQuery& query)
-    : bytes_(two_bytes(query.id) + two_bytes(0x8180) + two_bytes(1) + std::string(6, '\0') + labels(query.name) +
-             two_bytes(query.type) + kInternet) {}
-
-DnsMessage& DnsMessage::flag(std::size_t byte, unsigned bits) {
-  bytes_[byte] = static_cast<char>(byte_at(bytes_, byte) | bits);
-  return *this;
-}
-
-DnsMessage& DnsMessage::a(std::string_view name, const std::string& address) {
+DnsRecord a_record(const std::string& name, const std::string& address) {
   const in_addr number{::inet_addr(address.c_str())};
-  return record(name, kDnsA, {reinterpret_cast<const char*>(&number), sizeof(number)});
+  return {name, kDnsA, {reinterpret_cast<const char*>(&number), sizeof(number)}};
 }
 
-DnsMessage& DnsMessage::cname(std::string_view name, std::string_view target) {
-  return record(name, 5, labels(target));
+DnsRecord cname_record(const std::string& name, const std::string& target) { return {name, 5, labels(target)}; }
+
+DnsRecord mx_record(const std::string& name, std::uint16_t preference, const std::string& exchange) {
+  return {name, kDnsMx, two_bytes(preference) + labels(exchange)};
 }
 
-DnsMessage& DnsMessage::mx(std::string_view name, std::uint16_t preference, std::string_view exchange) {
-  return record(name, kDnsMx, two_bytes(preference) + labels(exchange));
-}
-
-DnsMessage& DnsMessage::record(std::string_view name, std::uint16_t type, const std::string& data) {
+std::string dns_reply(const DnsQuery& query, const std::vector<DnsRecord>& answers, unsigned flags) {
+  std::string bytes = two_bytes(query.id) + two_bytes(0x8180 | flags) + two_bytes(1) +
+                      two_bytes(static_cast<unsigned>(answers.size())) + std::string(4, '\0') + labels(query.name) +
+                      two_bytes(query.type) + kInternet;
   const std::string seconds_to_live = two_bytes(0) + two_bytes(60);
-  bytes_ += labels(name) + two_bytes(type) + kInternet + seconds_to_live +
-            two_bytes(static_cast<unsigned>(data.size())) + data;
-  ++bytes_[7];  // the number of answers; more than a byte holds nobody needs
-  return *this;
+  for (const auto& [name, type, data] : answers)
+    bytes += labels(name) + two_bytes(type) + kInternet + seconds_to_live +
+             two_bytes(static_cast<unsigned>(data.size())) + data;
+  return bytes;
 }
 
 KnotServer::KnotServer(const std::vector<DnsZone>& zones) : ServerProcess("knot") {
@@ -93,10 +85,7 @@ ScriptedDnsServer::ScriptedDnsServer(DnsHandler handler)
   const SocketAddress any("127.0.0.1", 0);
   if (::bind(socket_.get(), any.get(), any.size()) != 0)
     throw std::system_error(errno, std::generic_category(), "bind");
-  thread_ = std::thread([this] {
-    block_all_signals();
-    serve();
-  });
+  thread_ = std::thread([this] { serve(); });
 }
 
 ScriptedDnsServer::~ScriptedDnsServer() {

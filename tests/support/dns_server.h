@@ -17,24 +17,18 @@ struct DnsQuery {
   std::uint16_t type = 0;
 };
 
-// A reply under construction; every function changes it and returns it. Names go out uncompressed, nothing is checked.
-class DnsMessage {
- public:
-  static DnsMessage reply_to(const DnsQuery& query) { return DnsMessage(query); }  // an answer without errors
-
-  DnsMessage& code(unsigned response_code) { return flag(3, response_code); }  // 2 server failure, 3 no such name ...
-  DnsMessage& truncated() { return flag(2, 2); }                               // nothing is cut
-  DnsMessage& a(std::string_view name, const std::string& address);
-  DnsMessage& cname(std::string_view name, std::string_view target);
-  DnsMessage& mx(std::string_view name, std::uint16_t preference, std::string_view exchange);
-  [[nodiscard]] std::string bytes() const { return bytes_; }
-
- private:
-  explicit DnsMessage(const DnsQuery& query);
-  DnsMessage& flag(std::size_t byte, unsigned bits);
-  DnsMessage& record(std::string_view name, std::uint16_t type, const std::string& data);
-  std::string bytes_;
+struct DnsRecord {
+  std::string name;
+  std::uint16_t type;
+  std::string data;
 };
+DnsRecord a_record(const std::string& name, const std::string& address);
+DnsRecord cname_record(const std::string& name, const std::string& target);
+DnsRecord mx_record(const std::string& name, std::uint16_t preference, const std::string& exchange);
+
+inline constexpr unsigned kDnsTruncated = 0x200;
+// `flags` hold the response code: 2 server failure, 3 no such name ... Names go out uncompressed, nothing is checked or cut.
+std::string dns_reply(const DnsQuery& query, const std::vector<DnsRecord>& answers = {}, unsigned flags = 0);
 
 struct DnsZone {
   std::string domain;                  // "x.test"

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -61,12 +60,6 @@ FileDescriptor connected_socket(std::uint16_t port, const std::string& address) 
   FileDescriptor socket(::socket(target.get()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (::connect(socket.get(), target.get(), target.size()) != 0) socket.close();
   return socket;
-}
-
-void block_all_signals() {
-  sigset_t all;
-  sigfillset(&all);
-  ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
 }
 
 std::uint16_t refused_port() {

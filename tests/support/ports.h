@@ -79,8 +79,6 @@ FileDescriptor listening_socket(int backlog = 128);  // on a free port of 127.0.
 FileDescriptor connected_socket(std::uint16_t port,
                                 const std::string& address = "127.0.0.1");  // invalid where nobody listens
 
-void block_all_signals();  // by every thread of the support: the host's signals belong to the host's threads
-
 // A port that refuses connections for the rest of the process, and costs it a descriptor: take it before counting those.
 std::uint16_t refused_port();
 

@@ -6,6 +6,7 @@
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <poll.h>
+#include <signal.h>
 
 #include <algorithm>
 #include <array>
@@ -223,11 +224,13 @@ void ScriptedEnd::start(FileDescriptor connected, const ConnectionScript& script
   ::setsockopt(connected.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
   ::fcntl(connected.get(), F_SETFL, O_NONBLOCK);
   const std::lock_guard lock(mutex_);
-  const std::size_t index = records_.size();
   ConnectionRecord& record = records_.emplace_back();
-  workers_.emplace_back([this, script, index, &record, socket = std::move(connected)]() mutable {
-    block_all_signals();  // the one for a broken pipe included
-    Connection(*this, record, std::move(socket), index).run(script);
+  workers_.emplace_back([this, script, &record, socket = std::move(connected)]() mutable {
+    sigset_t broken_pipe;
+    sigemptyset(&broken_pipe);
+    sigaddset(&broken_pipe, SIGPIPE);
+    ::pthread_sigmask(SIG_BLOCK, &broken_pipe, nullptr);
+    Connection(*this, record, std::move(socket)).run(script);
   });
 }
 
@@ -266,7 +269,6 @@ ScriptedPeer::ScriptedPeer(std::vector<ConnectionScript> scripts, bool repeat) {
   name_ = "127.0.0.1:" + std::to_string(port_);
   needed_ = repeat ? 0 : scripts.size();
   acceptor_ = std::thread([this, scripts, repeat, listener = std::move(listener)] {
-    block_all_signals();
     for (bool last = false; !last;) {
       std::array<pollfd, 2> watched{{{listener.get(), POLLIN, 0}, {finishing_.descriptor(), POLLIN, 0}}};
       ::poll(watched.data(), watched.size(), -1);  // ends with the peer

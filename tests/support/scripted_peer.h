@@ -32,11 +32,9 @@ class Connection {
   static constexpr milliseconds kStepPatience{20000};
   static constexpr milliseconds kGrace{5000};
 
-  Connection(ScriptedEnd& end, ConnectionRecord& record, FileDescriptor socket, std::size_t index)
-      : end_(end), record_(record), socket_(std::move(socket)), index_(index) {}
+  Connection(ScriptedEnd& end, ConnectionRecord& record, FileDescriptor socket)
+      : end_(end), record_(record), socket_(std::move(socket)) {}
   void run(const std::function<void(Connection&)>& script);  // and the ending that it leaves open; never throws
-
-  [[nodiscard]] std::size_t index() const { return index_; }  // 0 for the first connection of its peer
 
   // Bytes that came beyond what a step needs stay for the next one.
   void expect(std::string_view bytes);                 // exactly these; fails at the first other byte
@@ -79,7 +77,6 @@ class Connection {
   ScriptedEnd& end_;
   ConnectionRecord& record_;
   FileDescriptor socket_;
-  const std::size_t index_;
   std::shared_ptr<ssl_st> tls_;
   bool tls_up_ = false;
   std::string inbox_;   // application bytes that no step has asked for yet
@@ -105,10 +102,6 @@ class Script {
   Script& read_to_end() { return add(&Connection::read_to_end); }
   Script& expect_end() { return add(&Connection::expect_end); }
   Script& send(std::string bytes) { return add(&Connection::send, std::move(bytes)); }
-  Script& send_pieces(const std::vector<std::string>& pieces, milliseconds pause_between) {
-    for (const std::string& piece : pieces) send(piece).pause(pause_between);
-    return *this;
-  }
   Script& send_slowly(std::string bytes, milliseconds pause = milliseconds(1)) {
     return add(&Connection::send_slowly, std::move(bytes), pause);
   }
