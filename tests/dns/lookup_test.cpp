@@ -1,14 +1,11 @@
 // Answers byte by byte, and lookups through real sockets: a real DNS server, and one that does what real ones won't.
 
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 
-#include <array>
 #include <chrono>
 #include <list>
-#include <thread>
 
-#include "support/dns_server.h"
+#include "dns/dns_servers.h"
 #include "support/log_capture.h"
 #include "support/requirements.h"
 #include "support/resource_check.h"
@@ -66,7 +63,7 @@ TEST(SearchList, IsForNamesWithFewDotsAndLeavesOutWhatIsTooLong) {
 TEST(DnsReply, EveryTruncationIsAServerFailure) {
   const std::pair<RecordType, std::string> wholes[] = {
       {RecordType::a,
-       dns_reply({7, "x.test", kDnsA}, {cname_record("x.test", "b.x.test"), a_record("b.x.test", "192.0.2.9")})},
+       dns_reply({7, "x.test", kDnsA}, {a_record("x.test", "192.0.2.1"), a_record("x.test", "192.0.2.9")})},
       {RecordType::mx,
        dns_reply({7, "x.test", kDnsMx}, {mx_record("x.test", 20, "a.test"), mx_record("x.test", 9, "b.test")})}};
   for (const auto& [type, whole] : wholes)

@@ -100,10 +100,9 @@ TEST_F(Connect, AHostIsWrittenAsEachPlaceWantsIt) {
       {kHidden, kHidden, kHidden, 0},
   };
   for (const auto& one : kCases) {
-    EXPECT_EQ(host_in_target(one.host), one.in_target) << one.host;
+    const int family = is_ipv4_address(one.host) ? 4 : is_ipv6_address(one.host) ? 6 : 0;
+    EXPECT_TRUE(host_in_target(one.host) == one.in_target && family == one.family) << one.host;
     EXPECT_EQ(host_in_certificate(one.host), one.in_certificate) << one.host;
-    EXPECT_EQ(is_ipv4_address(one.host), one.family == 4) << one.host;
-    EXPECT_EQ(is_ipv6_address(one.host), one.family == 6) << one.host;
   }
 }
 

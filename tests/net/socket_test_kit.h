@@ -42,8 +42,7 @@ class SettingChange {
   SettingChange(const Setting& setting, std::string value) : setting_(setting) {
     set_setting(setting.section, setting.name, std::move(value));
   }
-  SettingChange(const SettingChange&) = delete;
-  SettingChange& operator=(const SettingChange&) = delete;
+  SettingChange& operator=(SettingChange&&) = delete;  // nor copies
   ~SettingChange() { set_setting(setting_.section, setting_.name, std::nullopt); }
 
  private:
@@ -64,9 +63,8 @@ class NetTest : public SocketTest {
   const ResourceCheck resources;
 };
 
-inline int connect_to(SecureSocket& socket, const ScriptedPeer& peer, Mode mode = Mode::polling,
-                      const char* host = "127.0.0.1") {
-  return socket.Connect(host, peer.port(), is_blocking(mode));
+inline int connect_to(SecureSocket& socket, const ScriptedPeer& peer, Mode mode = Mode::polling) {
+  return socket.Connect("127.0.0.1", peer.port(), is_blocking(mode));
 }
 
 // The next piece that arrives, at most `size` bytes; "" when the connection has ended.

@@ -1,7 +1,6 @@
 // The dialogue with SOCKS proxies, byte by byte.
 
 #include "net/socket_test_kit.h"
-#include "support/bytes.h"
 #include "yinet/net/socks_messages.h"
 
 namespace yinet::test {
@@ -13,6 +12,14 @@ constexpr const char* kPassword = "geheim";
 
 int connect_through(OpenSocket& socket, const ScriptedPeer& proxy, const char* user = "", bool blocking = false) {
   return socket.Connect(kTarget, kTargetPort, "127.0.0.1", proxy.port(), blocking, user, kPassword);
+}
+
+std::string from_hex(std::string digits) {
+  std::string bytes;
+  std::erase(digits, ' ');
+  for (std::size_t at = 0; at < digits.size(); at += 2)
+    bytes += static_cast<char>(std::stoi(digits.substr(at, 2), nullptr, 16));
+  return bytes;
 }
 
 class SocksTest : public NetTest {};

@@ -181,7 +181,7 @@ std::vector<int> counts_of_reads(TlsVersion tls, Mode mode, bool ahead, const st
     content += pattern_bytes(size, size);
     script.send(pattern_bytes(size, size));
   }
-  Talk talk(tls, mode, script.half_close().read_to_end());
+  Talk talk(tls, mode, script);
   // Everything must be there before the first read, or the counts would be the network's.
   pollfd all_arrived{talk.socket.GetScoketDescriptor(), POLLRDHUP, 0};
   EXPECT_EQ(poll(&all_arrived, 1, static_cast<int>(kPatience.count())), 1);

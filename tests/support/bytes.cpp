@@ -8,14 +8,6 @@
 
 namespace yinet::test {
 
-std::string from_hex(std::string_view digits) {
-  std::string all(digits), bytes;
-  std::erase(all, ' ');
-  for (std::size_t at = 0; at < all.size(); at += 2)
-    bytes += static_cast<char>(std::stoi(all.substr(at, 2), nullptr, 16));
-  return bytes;
-}
-
 std::string pattern_bytes(std::size_t count, unsigned seed) {
   // xorshift64: the standard engines would cost seconds for the gigabyte bodies in debug builds.
   std::uint64_t state = 0x9E3779B97F4A7C15ULL ^ (static_cast<std::uint64_t>(seed) << 32 | seed);

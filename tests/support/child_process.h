@@ -22,8 +22,6 @@ class ChildProcess {
  public:
   // Throws std::runtime_error when it can't be started.
   explicit ChildProcess(const Words& command, const Environment& environment = {}, std::string_view input = {});
-  ChildProcess(const ChildProcess&) = delete;
-  ChildProcess& operator=(const ChildProcess&) = delete;
   ~ChildProcess() { stop(); }
 
   [[nodiscard]] bool running();

@@ -16,8 +16,6 @@ class LogCapture {
       records_.push_back(record);
     });
   }
-  LogCapture(const LogCapture&) = delete;
-  LogCapture& operator=(const LogCapture&) = delete;
   ~LogCapture() { yinet::set_log_sink(nullptr); }
 
   [[nodiscard]] std::vector<yinet::LogRecord> records() const {

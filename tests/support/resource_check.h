@@ -13,8 +13,7 @@ namespace yinet::test {
 class ResourceCheck {
  public:
   ResourceCheck();
-  ResourceCheck(const ResourceCheck&) = delete;
-  ResourceCheck& operator=(const ResourceCheck&) = delete;
+  ResourceCheck& operator=(ResourceCheck&&) = delete;  // nor copies
   ~ResourceCheck();
 
  private:

@@ -171,10 +171,6 @@ void Connection::flood(std::string_view bytes, std::size_t most) {
 }
 
 void Connection::start_tls(const TlsContext& context) {
-  if (!try_tls(context)) fail("TLS handshake: " + take_openssl_error());
-}
-
-bool Connection::try_tls(const TlsContext& context) {
   if (!inbox_.empty()) fail("before TLS came " + shown(inbox_));
   tls_ = context.new_session();
   SSL_set_fd(tls_.get(), socket_.get());
@@ -182,7 +178,7 @@ bool Connection::try_tls(const TlsContext& context) {
     ERR_clear_error();
     const int result = SSL_is_server(tls_.get()) ? SSL_accept(tls_.get()) : SSL_connect(tls_.get());
     if (result == 1) break;
-    if (!must_retry(result, true)) return false;
+    if (!must_retry(result, true)) fail("TLS handshake: " + take_openssl_error());
     wait(SSL_want_write(tls_.get()) ? POLLOUT : POLLIN);
   }
   tls_up_ = true;
@@ -191,7 +187,6 @@ bool Connection::try_tls(const TlsContext& context) {
   info.session_reused = SSL_session_reused(tls_.get()) == 1;
   const std::lock_guard lock(end_.mutex_);
   record_.tls = info;
-  return true;
 }
 
 void Connection::half_close() {
@@ -258,8 +253,9 @@ std::string ScriptedEnd::take_failures() {
   std::string text;
   for (const ConnectionRecord& record : records_)
     if (!record.failure.empty()) text += name_ + ": " + record.failure + "\nafter " + shown(record.received) + "\n";
-  if (records_.size() < needed_ || unexpected_ > 0)
-    text += name_ + ": " + std::to_string(records_.size()) + " connections came, not " + std::to_string(needed_) + "\n";
+  if (needed_ && records_.size() != *needed_)
+    text +=
+        name_ + ": " + std::to_string(records_.size()) + " connections came, not " + std::to_string(*needed_) + "\n";
   return text;
 }
 
@@ -267,7 +263,7 @@ ScriptedPeer::ScriptedPeer(std::vector<ConnectionScript> scripts, bool repeat) {
   FileDescriptor listener = listening_socket();
   port_ = local_port(listener.get());
   name_ = "127.0.0.1:" + std::to_string(port_);
-  needed_ = repeat ? 0 : scripts.size();
+  if (!repeat) needed_ = scripts.size();
   acceptor_ = std::thread([this, scripts, repeat, listener = std::move(listener)] {
     for (bool last = false; !last;) {
       std::array<pollfd, 2> watched{{{listener.get(), POLLIN, 0}, {finishing_.descriptor(), POLLIN, 0}}};
@@ -277,9 +273,7 @@ ScriptedPeer::ScriptedPeer(std::vector<ConnectionScript> scripts, bool repeat) {
       last = !socket.valid() && watched[1].revents != 0;
       if (!socket.valid()) continue;
       const std::size_t index = repeat ? 0 : connection_count();
-      const bool expected = index < scripts.size();
-      if (!expected) ++unexpected_;
-      start(std::move(socket), expected ? scripts[index] : &Connection::reset);
+      start(std::move(socket), index < scripts.size() ? scripts[index] : &Connection::reset);
     }
   });
 }

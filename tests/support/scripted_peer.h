@@ -6,6 +6,7 @@
 
 #include <deque>
 #include <functional>
+#include <optional>
 
 #include "support/certificates.h"
 #include "support/ports.h"
@@ -54,7 +55,6 @@ class Connection {
   void stay_silent();  // neither sends nor reads until the client closes or the test finishes the peer
 
   void start_tls(const TlsContext& context);  // which says whether the script's side is the server or the client
-  bool try_tls(const TlsContext& context);    // false, and no failure, when the handshake fails
 
   // A script that has none of these ends with close().
   void close();                 // TLS: close_notify; end of sending; reads on until the client ends too
@@ -112,7 +112,6 @@ class Script {
   Script& start_tls(TlsContext context = TlsContext::server()) { return add(&Connection::start_tls, context); }
   Script& close() { return add(&Connection::close); }
   Script& close_without_notify() { return add(&Connection::close_without_notify); }
-  Script& half_close() { return add(&Connection::half_close); }
   Script& reset() { return add(&Connection::reset); }
 
  private:
@@ -126,9 +125,6 @@ class Script {
 // What peers and clients have in common: looking at what happened, at any time and from any thread.
 class ScriptedEnd {
  public:
-  ScriptedEnd(const ScriptedEnd&) = delete;
-  ScriptedEnd& operator=(const ScriptedEnd&) = delete;
-
   // What connection number `index` has received so far. When a write was the client's last act, call finish() first.
   [[nodiscard]] std::string received(std::size_t index = 0) const { return look(index).received; }
   [[nodiscard]] TlsInfo tls(std::size_t index = 0) const { return look(index).tls; }
@@ -143,9 +139,8 @@ class ScriptedEnd {
   ~ScriptedEnd() { finish(); }
   void start(FileDescriptor connected, const ConnectionScript& script);  // in a thread of its own
   std::string name_;
-  std::size_t needed_ = 0;      // connections that must come
-  std::size_t unexpected_ = 0;  // of the accepting thread; read after its end
-  Signal finishing_;            // the test wants to go on
+  std::optional<std::size_t> needed_;  // connections that must come; absent: any number
+  Signal finishing_;                   // the test wants to go on
   std::thread acceptor_;
 
  private:

@@ -11,8 +11,7 @@ namespace yinet::test {
 class TempDir {
  public:
   explicit TempDir(std::string_view name = "test");  // throws std::system_error
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
+  TempDir& operator=(TempDir&&) = delete;            // nor copies
   ~TempDir();
 
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
