@@ -16,7 +16,6 @@ namespace yinet::test {
 inline constexpr std::uint16_t kDnsA = 1;
 inline constexpr std::uint16_t kDnsMx = 15;
 
-// A query as a server sees it.
 struct DnsQuery {
   std::uint16_t id = 0;
   std::string name = {};  // of the first question, with dots between the labels and none at the end

@@ -129,25 +129,21 @@ TEST(FtpAnswers, AreReadWithTheirOdditiesAndLimits) {
               expected);
   }
   EXPECT_EQ(passive_port_text(addresses[0].first), "19,137");
-  const std::pair<const char*, int> ports[] = {{"229 (|||6446|)\r\n", 6446}, {"229 (!!!1!)", 1},   {"229 (|||0|)", 0},
-                                               {"229 (|||65536|)", 0},       {"229 (|||12x|)", 0}, {"229 (|||12", 0},
-                                               {"229 (11112345)", 0}};
-  for (const auto& [answer, port] : ports) {
+  const auto extended_port = [](const std::string& answer) {
     const auto found = usable_extended_address(answer);
-    EXPECT_EQ(found ? found->port : 0, port) << answer;
-  }
-  const std::pair<const char*, std::int64_t> sizes[] = {{"213 5368709120\r\n SIZE x", 5368709120},
-                                                        {"213 9223372036854775808", -1},
-                                                        {"213 -5", -1},
-                                                        {"213 x", 0},
-                                                        {"213", 0}};
-  for (const auto& [answer, size] : sizes) EXPECT_EQ(size_in_answer(answer, 4), size) << answer;
-  const std::pair<const char*, int> hosts[] = {{"h", 0},     {"h:0", 0},     {"h:2121", 2121}, {"h:x", 0},
-                                               {"h:1:2", 1}, {"[h]:21", 21}, {"[h]", 0}};
-  for (const auto& [text, port] : hosts) {
-    EXPECT_EQ(split_host_and_port(text).host, "h") << text;
-    EXPECT_EQ(split_host_and_port(text).port, port) << text;
-  }
+    return std::to_string(found ? found->port : 0);
+  };
+  expect_rows(extended_port, {"229 (|||6446|)\r\n -> 6446", "229 (!!!1!) -> 1", "229 (|||0|) -> 0",
+                              "229 (|||65536|) -> 0", "229 (|||12x|) -> 0", "229 (|||12 -> 0", "229 (11112345) -> 0"});
+  expect_rows([](const std::string& answer) { return std::to_string(size_in_answer(answer, 4)); },
+              {"213 5368709120\r\n SIZE x -> 5368709120", "213 9223372036854775808 -> -1", "213 -5 -> -1", "213 x -> 0",
+               "213 -> 0"});
+  const auto host_and_port = [](const std::string& text) {
+    const auto found = split_host_and_port(text);
+    return YString(found.host).str() + " " + std::to_string(found.port);
+  };
+  expect_rows(host_and_port, {"h -> h 0", "h:0 -> h 0", "h:2121 -> h 2121", "h:x -> h 0", "h:1:2 -> h 1",
+                              "[h]:21 -> h 21", "[h] -> h 0"});
 }
 
 }  // namespace

@@ -17,10 +17,9 @@ using Environment = std::map<std::string, std::string>;  // on top of the test's
 // A running program in a session and process group of its own, so that stop() reaches what it forks as well; whatever it
 // leaves behind there is killed when it ends. It inherits descriptors 0 to 2 only, and SIGPIPE at its default. The
 // destructor stops it. Should the test process die before, the kernel sends it SIGTERM; that bond is to the thread that made
-// this object, so make it in one that lives as long. Not thread-safe.
+// this object, so make it in one that lives as long. A failed start throws std::runtime_error. Not thread-safe.
 class ChildProcess {
  public:
-  // Throws std::runtime_error when it can't be started.
   explicit ChildProcess(const Words& command, const Environment& environment = {}, std::string_view input = {});
   ~ChildProcess() { stop(); }
 

@@ -20,8 +20,7 @@ using std::chrono::milliseconds;
 // to synchronise: they only decide how long a test that has already failed may take to say so.
 inline constexpr milliseconds kPatience{30000};
 
-// For what can't be waited for with poll(): looks again and again until the predicate is true or the time is over, and
-// returns whether it became true.
+// For what can't be waited for with poll(): looks again and again; returns whether the predicate became true in time.
 template <class Predicate>
 bool eventually(Predicate predicate, milliseconds patience = kPatience) {
   const auto end = std::chrono::steady_clock::now() + patience;
@@ -32,7 +31,6 @@ bool eventually(Predicate predicate, milliseconds patience = kPatience) {
   return true;
 }
 
-// An open descriptor and its owner.
 class FileDescriptor {
  public:
   explicit FileDescriptor(int number) : number_(number) {}

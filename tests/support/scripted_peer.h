@@ -13,7 +13,6 @@
 
 namespace yinet::test {
 
-// What a finished handshake has settled.
 struct TlsInfo {
   std::string server_name;  // SNI as the client sent it, or empty
   bool session_reused = false;

@@ -103,10 +103,9 @@ void ServedFolder::make_folder(std::string_view name) const {
 
 namespace {
 
-constexpr const char* kEchoModule = "/usr/lib/nginx/modules/ngx_http_echo_module.so";
-
 // A static file refuses POST with 405, and what an error page names is fetched by GET.
-constexpr const char* kNginx = R"({MODULE} daemon off; worker_processes 1; pid {DIR}/pid; error_log {DIR}/log;
+constexpr const char* kNginx = R"(load_module /usr/lib/nginx/modules/ngx_http_echo_module.so;
+daemon off; worker_processes 1; pid {DIR}/pid; error_log {DIR}/log;
 events { worker_connections 1024; }
 http {
 client_body_temp_path {DIR}/body; proxy_temp_path {DIR}/proxy; fastcgi_temp_path {DIR}/fastcgi;
@@ -124,11 +123,10 @@ location ~ ^/fault(/.*)$ { error_page 405 =500 $1; return 405; }
 location = /empty { return 200 ""; }
 location = /cookies { add_header Set-Cookie "session=abc123; Path=/; HttpOnly";
 add_header Set-Cookie "lang=de; Max-Age=3600"; add_header Set-Cookie "empty="; return 200 "cookies"; }
-{ECHO} } }
-)";
-constexpr const char* kEcho = R"(location = /echo { echo_read_request_body; echo_request_body; }
+location = /echo { echo_read_request_body; echo_request_body; }
 location = /request { echo -n $echo_client_request_headers; }
-location ~ ^/chunked(/.*)$ { echo_location $1; })";
+location ~ ^/chunked(/.*)$ { echo_location $1; } } }
+)";
 
 constexpr const char* kDante = R"(logoutput: {DIR}/log
 internal: 127.0.0.1 port = {PORT}
@@ -141,16 +139,12 @@ socks pass { from: 0.0.0.0/0 to: 0.0.0.0/0 }
 
 }  // namespace
 
-bool NginxServer::has_echo() { return fs::exists(kEchoModule); }
-
 NginxServer::NginxServer() : ServedFolder("nginx") {
   add("index.html", "<html><body>It serves.</body></html>\n");
   add("hello.txt", kHello);
   start({.command = "nginx -e {DIR}/log -p {DIR} -c {CONFIG}",
          .configuration = kNginx,
-         .values = {{"{MODULE}", has_echo() ? "load_module " + std::string(kEchoModule) + ";" : ""},
-                    {"{ECHO}", has_echo() ? kEcho : ""},
-                    {"{FILES}", files_.string()}},
+         .values = {{"{FILES}", files_.string()}},
          .ports = 2});
 }
 

@@ -61,11 +61,10 @@ class ServedFolder : public ServerProcess {
 //   /chunked/NAME   the same as a chunked body; /post/NAME: also for POST; /fault/NAME: with status 500 (for POST)
 //   /status/401     that code; /redirect/301 and 302: to /hello.txt, as an absolute URL
 //   /empty          200 with Content-Length 0; /cookies: 200 with three Set-Cookie lines
-//   /echo           the body of the request, in chunks; /request: its head as it came; both and /chunked need has_echo()
+//   /echo           the body of the request, in chunks; /request: its head as it came; made by the echo module
 class NginxServer : public ServedFolder {
  public:
   static constexpr std::string_view kHello = "Hello from nginx\n";  // the file hello.txt
-  static bool has_echo();                                           // whether the module for it is installed
 
   NginxServer();
   [[nodiscard]] std::string url(const std::string& path = "/") const { return "http://" + address() + path; }

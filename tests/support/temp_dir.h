@@ -1,4 +1,4 @@
-// Private folders and whole-file helpers.
+// Private folders and whole-file helpers. Failures throw std::system_error.
 #pragma once
 
 #include <filesystem>
@@ -10,8 +10,8 @@ namespace yinet::test {
 // A new folder of mode 0700 below $TMPDIR. The destructor removes it with all its content, read-only sub-folders included.
 class TempDir {
  public:
-  explicit TempDir(std::string_view name = "test");  // throws std::system_error
-  TempDir& operator=(TempDir&&) = delete;            // nor copies
+  explicit TempDir(std::string_view name = "test");
+  TempDir& operator=(TempDir&&) = delete;  // nor copies
   ~TempDir();
 
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
@@ -26,7 +26,6 @@ class TempDir {
   std::filesystem::path path_;
 };
 
-// Both throw std::system_error.
 std::string read_file(const std::filesystem::path& file);
 void write_file(const std::filesystem::path& file, std::string_view content);
 
