@@ -52,12 +52,8 @@ class TransferSites : public FtpTest, public testing::WithParamInterface<Site> {
     start();
   }
   void start() {
-    if (web)
-      server = std::make_shared<NginxServer>();
-    else if (sftp)
-      server = std::make_shared<SshServer>();
-    else
-      server = std::make_shared<FtpServer>(GetParam().ftp);
+    using Server = std::shared_ptr<ServedFolder>;
+    server = web ? Server(new NginxServer) : sftp ? Server(new SshServer) : Server(new FtpServer(GetParam().ftp));
     const std::string address = server->address(GetParam().protocol == "https");
     connection.StoreText("ServerUrl", GetParam().protocol + "://" + address.substr(0, address.find(":990")));
     connection.StoreText("Benutzername", anonymous ? "anonymous" : SshServer::user());

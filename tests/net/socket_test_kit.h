@@ -67,6 +67,10 @@ inline int connect_to(SecureSocket& socket, const ScriptedPeer& peer, Mode mode 
   return socket.Connect("127.0.0.1", peer.port(), is_blocking(mode));
 }
 
+inline Script tls_peer(const PemPair& certificate, TlsVersion version = TlsVersion::any) {
+  return Script().start_tls(TlsContext::server(certificate, {.version = version}));
+}
+
 // The next piece that arrives, at most `size` bytes; "" when the connection has ended.
 inline std::string receive_piece(SecureSocket& socket, int size = 4096) {
   YBuffer target;

@@ -129,7 +129,6 @@ TEST_F(SocksTest, NothingIsSentWithoutATargetOrForOtherVersions) {
   for (const unsigned version : {0U, 3U, 6U}) EXPECT_EQ(socket.SocksConnect(version), -1) << version;
   socket.socksTargetAddress = "0.0.0.0";
   for (const unsigned version : {4U, 5U}) EXPECT_EQ(socket.SocksConnect(version), -1) << version;
-  EXPECT_THAT(log.numbers(), testing::IsEmpty());
   unconnected.socksTargetAddress = kTarget;
   for (const unsigned version : {5U, 4U}) EXPECT_EQ(unconnected.SocksConnect(version), -3);
   EXPECT_THAT(log.numbers(), testing::ElementsAre(message::kSocks5GreetingNotSent, message::kSocks4RequestNotSent));

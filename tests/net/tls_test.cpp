@@ -18,10 +18,6 @@ class Tls : public NetTest {
   const YString folder{certificates.ca_folder().string()};
 };
 
-Script tls_peer(const PemPair& certificate, TlsVersion version = TlsVersion::any) {
-  return Script().start_tls(TlsContext::server(certificate, {.version = version}));
-}
-
 TEST_F(Tls, TheFinalHostsCertificateIsJudgedAfterTheHandshakeAndTheConnectionStays) {
   using std::chrono::hours;
   const PemPair good = certificates.good(), self_signed = certificates.self_signed();

@@ -18,13 +18,9 @@ constexpr TlsVersion kLayers[] = {kPlain, TlsVersion::tls12, TlsVersion::tls13};
 struct Talk {
   Talk(TlsVersion tls, Mode mode, const Script& script)
       : trace(__FILE__, __LINE__, std::to_string(static_cast<int>(tls)) + ", " + name_of(mode)),
-        peer(with_tls(tls, script)) {
+        peer(tls == kPlain ? script : tls_peer(Certificates::shared().good(), tls).then(script)) {
     EXPECT_TRUE(tls == kPlain || socket.InitSSLClientContext("", false, true));
     EXPECT_EQ(connect_to(socket, peer, mode), 0);
-  }
-  static Script with_tls(TlsVersion version, const Script& script) {
-    if (version == kPlain) return script;
-    return Script().start_tls(TlsContext::server(Certificates::shared().good(), {.version = version})).then(script);
   }
   template <typename Container>
   int receive_something(Container& target, int size) {
