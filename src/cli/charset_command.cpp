@@ -13,8 +13,8 @@
 #include "terminal.h"
 #include "yinet/charset/charset.h"
 #include "yinet/charset/charset_label.h"
+#include "yinet/host/suggestions.h"
 #include "yinet/host/text.h"
-#include "yinet/script/suggestions.h"
 
 namespace yinet::cli {
 namespace {

@@ -7,22 +7,15 @@
 #include "command.h"
 #include "terminal.h"
 #include "yinet/host/codepage.h"
-#include "yinet/host/flag_word.h"
 #include "yinet/host/messages.h"
 #include "yinet/host/setting_table.h"
+#include "yinet/host/suggestions.h"
 #include "yinet/host/text.h"
 #include "yinet/host/version.h"
 #include "yinet/host/ylog.h"
-#include "yinet/script/suggestions.h"
 
 namespace yinet::cli {
 namespace {
-
-const Setting* find_row(std::string_view section, std::string_view name) {
-  for (const Setting& setting : all_settings())
-    if (equal_ignoring_case(setting.section, section) && equal_ignoring_case(setting.name, name)) return &setting;
-  return nullptr;
-}
 
 // Settings outside the table may belong to the host or carry a name of their own (drive letters), so this is no error.
 void remark_unknown_setting(const std::string& path) {
@@ -32,14 +25,6 @@ void remark_unknown_setting(const std::string& path) {
   const std::vector<std::string_view> known(paths.begin(), paths.end());
   remark(utf8_from_ansi("the library has no setting \"" + path + "\" of its own; the nearest are " +
                         listed_with_or(nearest_names(path, known))));
-}
-
-// What the value lacks, or the empty text.
-std::string_view misfit(const Setting& setting, std::string_view value) {
-  if (setting.unit == SettingUnit::text || setting.unit == SettingUnit::secret) return "";
-  if (setting.unit == SettingUnit::boolean) return flag_word(value) ? "" : "the value must be 0 or 1";
-  const bool number = !value.empty() && value.find_first_not_of("0123456789") == std::string_view::npos;
-  return number ? "" : "the value must be a number of 0 or more";
 }
 
 }  // namespace
@@ -80,8 +65,8 @@ int GlobalOptions::apply_setting(const std::string& assignment) const {
   const std::string section = text_from_argument(assignment.substr(0, slash)).text;
   const std::string name = text_from_argument(assignment.substr(slash + 1, equals - slash - 1)).text;
   const std::string value = text_from_argument(assignment.substr(equals + 1)).text;
-  if (const Setting* row = find_row(section, name)) {
-    const std::string_view problem = misfit(*row, value);
+  if (const Setting* row = find_setting_row(section, name)) {
+    const std::string_view problem = setting_misfit(*row, value);
     if (!problem.empty()) return wrong_call("--set " + assignment + ": " + std::string(problem));
   } else {
     remark_unknown_setting(section + "/" + name);

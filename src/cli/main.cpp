@@ -10,7 +10,7 @@
 #include "command.h"
 #include "global_options.h"
 #include "terminal.h"
-#include "yinet/script/suggestions.h"
+#include "yinet/host/suggestions.h"
 
 namespace {
 

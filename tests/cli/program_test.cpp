@@ -73,11 +73,17 @@ TEST(Program, SettingsComeFromFileEnvironmentAndOptions) {
                                            {{"YINET_SETTINGS", file},
                                             {"YINET_DNS_SERVER", "192.0.2.1"},
                                             {"YINET_SYSTEM_NAME", "B\xC3\xA4r"},
+                                            {"YINET_TLS_NAMENPRUEFEN", "jawohl"},
+                                            {"YINET_TLS_NAMEPRUEFEN", "1"},
+                                            {"YINET_FTP_PASSWORD", "1"},
                                             {"YINET_INTERNET_PROXYPASSWORT", "geheim"}});
   EXPECT_EQ(result.exit_code, 0) << result.errors;
   for (const char* line : {"DNS/Versuche = 7\n", "DNS/Zeitlimit = 9\n", "DNS/Server = 192.0.2.1\n",
-                           "SYSTEM/NAME = B\xC3\xA4r\n", "ProxyPasswort = ***\n"})
+                           "SYSTEM/NAME = B\xC3\xA4r\n", "ProxyPasswort = ***\n", "TLS/NamenPruefen = 1\n"})
     EXPECT_THAT(result.output, HasSubstr(line));
+  for (const char* told : {"\"jawohl\" does not fit", "YINET_TLS_NAMEPRUEFEN; is YINET_TLS_NAMENPRUEFEN meant?"})
+    EXPECT_THAT(result.errors, HasSubstr(told));
+  EXPECT_EQ(std::ranges::count(result.errors, '\n'), 2) << result.errors;
 }
 
 }  // namespace

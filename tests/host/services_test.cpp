@@ -110,7 +110,7 @@ TEST(Messages, EveryNumberHasACompleteRow) {
 }
 
 TEST(ScriptEngine, RunsFunctionsWhateverTheCaseAndLogsWhatFails) {
-  const LogCapture log;
+  const test::LogCapture log;
   YObject parameters;
   const auto run = [&](const char* group, const char* name) {
     return YScript.ExecuteFunction(group, name, 0, &parameters);
@@ -169,6 +169,21 @@ TEST(Settings, OverridesComeBeforeASourceAndThatTakesThePlaceOfTheFile) {
   EXPECT_THAT(loaded("[HTTP]\nAbfragen=6\nx\n").value_or(""), HasSubstr("line 3"));
   EXPECT_THAT(loaded(std::string_view("[HTTP]\nAbfragen=\0", 17)).value_or(""), HasSubstr("line 2: a NUL"));
   EXPECT_EQ(polls(), 5);
+}
+
+TEST(Settings, TypingErrorsAreToldOnce) {
+  const test::TempDir folder;
+  const test::LogCapture log;
+  const auto file = folder.write("my.ini", "[TLS]\nZertifikateImmerPruefen = 1 ; wichtig\nnamenpr\xC3\xBC" "fen=1\n"
+                                           "[Dateien]\nLaufwerkD=/x\n[Eigenes]\nWert=x\n[DNS]\nVersuche=drei\n");
+  ASSERT_EQ(load_settings_file(file.string()), std::nullopt);
+  EXPECT_THAT(log.last(message::kSettingMisfit).text, HasSubstr("\"drei\" does not fit the setting DNS/Versuche; \"2\""));
+  EXPECT_THAT(log.last(message::kSettingUnknown).text, HasSubstr("is TLS/NamenPruefen meant?"));
+  EXPECT_EQ(setting_text(settings::kTlsVerifyAlways), "0") << "what holds";
+  set_setting("DNS", "Versuche", "-1");
+  set_setting("DNS", "Versuche", std::nullopt);
+  EXPECT_THAT(log.numbers(), testing::ElementsAre(21008, 21009, 21008, 21008));
+  ASSERT_EQ(load_settings_file("/dev/null"), std::nullopt);
 }
 
 TEST(Settings, NumbersAndFlagsAreReadForgivingly) {

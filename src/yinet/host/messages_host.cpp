@@ -32,6 +32,11 @@ std::span<const MessageText> host_messages() {
       {kSettingsFileFailed, 6, "Die Einstellungsdatei $1$ wird nicht benutzt: $2$",
        "The settings file $1$ is not used: $2$",
        "Correct the line, or the path in the environment variable YINET_SETTINGS."},
+      {kSettingMisfit, 6, "Der Wert \"$2$\" passt nicht zur Einstellung $1$; es gilt \"$3$\".",
+       "The value \"$2$\" does not fit the setting $1$; \"$3$\" holds.",
+       "Flags are 0 or 1, numbers decimal and not below 0; \";\" behind a value begins no comment."},
+      {kSettingUnknown, 5, "Die Einstellung $1$ gibt es nicht; ist $2$ gemeint?",
+       "There is no setting $1$; is $2$ meant?", "Correct the name; \"yinet settings\" lists all."},
   });
   return kRows;
 }

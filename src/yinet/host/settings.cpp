@@ -19,6 +19,7 @@
 #include "yinet/host/flag_word.h"
 #include "yinet/host/hook_scope.h"
 #include "yinet/host/messages.h"
+#include "yinet/host/setting_check.h"
 #include "yinet/host/setting_table.h"
 #include "yinet/host/shared_slot.h"
 #include "yinet/host/text.h"
@@ -56,7 +57,7 @@ std::optional<std::int64_t> number_in(std::string_view text) {
 
 // A value in all the forms that readers ask for.
 struct Value {
-  std::string text;
+  std::string text;  // as written, or the default where that is no number or flag, so that it says what holds
   std::int64_t number = 0;
   bool flag = false;
 };
@@ -65,8 +66,36 @@ Value value_of(const Setting& setting, std::string text) {
   Value value;
   value.number = number_in(text).value_or(number_in(setting.default_value).value_or(0));
   value.flag = flag_word(text).value_or(flag_word(setting.default_value).value_or(false));
-  value.text = std::move(text);
+  if (setting_misfit(setting, text).empty())
+    value.text = std::move(text);
+  else
+    value.text = setting.unit == SettingUnit::boolean ? setting.default_value : std::to_string(value.number);
   return value;
+}
+
+// Something to be logged about settings that people wrote: a message and what fills it.
+struct Problem {
+  int number;
+  std::string first, second, third = {};
+};
+using Problems = std::vector<Problem>;
+
+void log_problems(const Problems& problems) {
+  for (const auto& [number, first, second, third] : problems)
+    YLog.Event(find_message(number)->level, number, first, second, third);
+}
+
+void judge_value(const Setting& row, const std::string& name, const std::string& value, Problems& problems) {
+  if (setting_misfit(row, value).empty()) return;
+  problems.push_back({message::kSettingMisfit, name, value, value_of(row, value).text});
+}
+
+void judge_entry(const SettingsText::Entry& entry, Problems& problems) {
+  const std::string name = entry.section + "/" + entry.name;
+  if (const Setting* row = find_setting_row(entry.section, entry.name))
+    judge_value(*row, name, entry.value, problems);
+  else if (std::string meant = setting_meant_by(entry.section, entry.name); !meant.empty())
+    problems.push_back({message::kSettingUnknown, name, std::move(meant)});
 }
 
 // The file as text, or why it cannot be read.
@@ -97,25 +126,27 @@ class Registry {
     const auto rows = all_settings();
     for (std::size_t row = 0; row < rows.size(); ++row)
       rows_by_key_.emplace(key_of(rows[row].section, rows[row].name), row);
+    judge_environment();
     if (!path.empty()) {
-      if (const std::string error = read_layer(path, file_); !error.empty()) {
-        file_problem_ = {path, error};
-        has_file_problem_ = true;
-      }
+      if (const std::string error = read_layer(path, file_, file_problems_); !error.empty())
+        file_problems_ = {{message::kSettingsFileFailed, name_from_utf8(path), error}};
     }
+    has_problems_ = !file_problems_.empty() || !environment_problems_.empty();
     resolve_all();
   }
 
-  // A file named by the environment that cannot be used is reported by the first look-up after the registry stands: the
-  // log asks for settings itself.
+  // What is wrong with the file and the environment is reported by the first look-up after the registry stands: the log
+  // asks for settings itself.
   void report_file_problem() {
-    if (!has_file_problem_.load(std::memory_order_relaxed) || !has_file_problem_.exchange(false)) return;
-    std::pair<std::string, std::string> problem;
+    if (!has_problems_.load(std::memory_order_relaxed) || !has_problems_.exchange(false)) return;
+    Problems environment, file;
     {
-      const std::shared_lock guard(mutex_);
-      problem = file_problem_;
+      const std::unique_lock guard(mutex_);
+      environment.swap(environment_problems_);
+      file.swap(file_problems_);
     }
-    YLog.Event(message::kErrorLevel, message::kSettingsFileFailed, name_from_utf8(problem.first), problem.second);
+    log_problems(environment);
+    log_problems(file);
   }
 
   // Calls `use` with the value of a row of the table.
@@ -152,6 +183,10 @@ class Registry {
 
   void override_value(std::string_view section, std::string_view name, std::optional<std::string> value) {
     const std::string key = key_of(section, name);
+    Problems problems;
+    if (const Setting* row = value ? find_setting_row(section, name) : nullptr)
+      judge_value(*row, std::string(section) + "/" + std::string(name), *value, problems);
+    log_problems(problems);
     const std::unique_lock guard(mutex_);
     if (value)
       overrides_.insert_or_assign(key, std::move(*value));
@@ -171,22 +206,40 @@ class Registry {
 
   std::string use_file(const std::string& path) {
     Values values;
-    if (std::string error = read_layer(path, values); !error.empty()) return error;
-    const std::unique_lock guard(mutex_);
-    file_ = std::move(values);
-    has_file_problem_ = false;
-    resolve_all();
+    Problems problems;
+    if (std::string error = read_layer(path, values, problems); !error.empty()) return error;
+    {
+      const std::unique_lock guard(mutex_);
+      file_ = std::move(values);
+      file_problems_ = std::move(problems);
+      has_problems_ = true;
+      resolve_all();
+    }
+    report_file_problem();
     return "";
   }
 
  private:
-  static std::string read_layer(const std::string& path, Values& values) {
+  void judge_environment() {
+    std::unordered_map<std::string, const Setting*> rows;
+    for (const Setting& row : all_settings()) rows.emplace(environment_name(row.section, row.name), &row);
+    for (const auto& [variable, value] : environment_) {
+      if (const auto row = rows.find(variable); row != rows.end())
+        judge_value(*row->second, variable, value, environment_problems_);
+      else if (std::string meant = variable_meant_by(variable); !meant.empty())
+        environment_problems_.push_back({message::kSettingUnknown, variable, std::move(meant)});
+    }
+  }
+
+  static std::string read_layer(const std::string& path, Values& values, Problems& problems) {
     const auto [text, problem] = read_file(path);
     if (!problem.empty()) return problem;
     SettingsText parsed = parse_settings(text);
     if (!parsed.error.empty()) return parsed.error;
-    for (auto& entry : parsed.entries)
+    for (auto& entry : parsed.entries) {
+      judge_entry(entry, problems);
       values.insert_or_assign(key_of(entry.section, entry.name), std::move(entry.value));
+    }
     return "";
   }
 
@@ -228,8 +281,8 @@ class Registry {
   Values file_;
   Values defaults_;
   std::vector<Value> rows_;
-  std::pair<std::string, std::string> file_problem_;  // path, reason
-  std::atomic<bool> has_file_problem_ = false;
+  Problems environment_problems_, file_problems_;  // not logged yet
+  std::atomic<bool> has_problems_ = false;
 };
 
 // Made by the first look-up and never destroyed: threads may still ask while the process ends.

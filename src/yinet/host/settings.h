@@ -48,6 +48,13 @@ YINET_API int setting_int(const Setting& setting);  // the number, at most the l
 // the default, so that a typing error does not switch a check off.
 YINET_API bool setting_flag(const Setting& setting);
 
+// --- For what people wrote: settings files, the environment and overrides are looked at with these, and what does not fit is
+// --- logged once (21008, 21009)
+// The row of that name; null when the table has none.
+YINET_API const Setting* find_setting_row(std::string_view section, std::string_view name);
+// What the row asks of its values where `value` lacks it ("the value must be 0 or 1"); empty when it fits.
+YINET_API std::string_view setting_misfit(const Setting& setting, std::string_view value);
+
 // The plain look-up behind YEnviron: sections and names outside the table are looked up in the sources too. Empty when
 // nobody has a value and the table has no row.
 YINET_API std::optional<std::string> find_setting(std::string_view section, std::string_view name);

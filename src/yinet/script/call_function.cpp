@@ -7,10 +7,10 @@
 
 #include "yinet/host/codepage.h"
 #include "yinet/host/flag_word.h"
+#include "yinet/host/suggestions.h"
 #include "yinet/host/text.h"
 #include "yinet/host/yjson.h"
 #include "yinet/script/parameter_keys.h"
-#include "yinet/script/suggestions.h"
 
 namespace yinet {
 namespace {

@@ -1,4 +1,4 @@
-#include "yinet/script/suggestions.h"
+#include "yinet/host/suggestions.h"
 
 #include <algorithm>
 #include <array>
