@@ -56,7 +56,8 @@ TEST(Log, SecretsAreMaskedWhileTheirScopeLives) {
     EXPECT_EQ(body("geheimer, geheim"), "***, geheim");
   }
   EXPECT_EQ(body("geheimer"), "geheimer");
-  const SecretScope umlaut("\xC4rger 89");
+  const SecretScope umlaut("\xC4rger 89"), letter("b");
+  EXPECT_EQ(body("system library, b \"b\"", "b"), "system library, *** \"***\": ***") << "short ones as words alone";
   EXPECT_EQ(body("\xC4rger 89 \xC3\x84rger 89"), "*** ***") << "as it goes over the wire, too";
   set_setting("Protokoll", "TextLimit", "5");
   EXPECT_EQ(body("1234\xFC!"), "1234... (7 bytes)") << "cut between characters";

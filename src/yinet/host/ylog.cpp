@@ -83,6 +83,23 @@ std::string bracket(const LogRecord& record) {
   return "[trace " + std::to_string(record.channel) + side + "]";
 }
 
+// Shorter secrets are parts of common words, which would tell them by what is missing.
+constexpr std::size_t kShortestPartOfWords = 4;
+
+std::string mask_word(std::string_view text, std::string_view word) {
+  std::string out;
+  std::size_t copied = 0;
+  for (std::size_t at = text.find(word); at != std::string_view::npos; at = text.find(word, at + 1)) {
+    const std::size_t end = at + word.size();
+    const bool begins = at == 0 || !is_alphanumeric(text[at - 1]) || !is_alphanumeric(word.front());
+    const bool ends = end == text.size() || !is_alphanumeric(text[end]) || !is_alphanumeric(word.back());
+    if (at < copied || !begins || !ends) continue;
+    out.append(text.substr(copied, at - copied)).append(kMask);
+    copied = end;
+  }
+  return out.append(text.substr(copied));
+}
+
 // A text of a record as UTF-8 without its secrets.
 std::string safe_utf8(std::string_view text) { return name_to_utf8(mask_url_passwords(SecretScope::masked(text))); }
 
@@ -234,7 +251,8 @@ std::string SecretScope::masked(std::string_view text) {
   // The longest first, or a secret that is part of another would leave the rest of that one readable.
   std::sort(secrets.begin(), secrets.end(), [](const auto& a, const auto& b) { return a.size() > b.size(); });
   std::string out(text);
-  for (const std::string& secret : secrets) out = replaced(out, secret, kMask);
+  for (const std::string& secret : secrets)
+    out = secret.size() < kShortestPartOfWords ? mask_word(out, secret) : replaced(out, secret, kMask);
   return out;
 }
 

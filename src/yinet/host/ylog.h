@@ -45,7 +45,7 @@ inline bool debug_traces() { return g_debug_traces.load(std::memory_order_relaxe
 void write_log(const LogRecord& record) noexcept;
 
 // While an object of this class lives, the default sinks write "***" for this text wherever it occurs in records that
-// this thread writes. Empty secrets are ignored. Nests; ends on the thread that made it.
+// this thread writes; a text of fewer than four bytes only where it is a word of its own. Empty secrets are ignored. Nests; ends on the thread that made it.
 class YINET_API SecretScope {
  public:
   explicit SecretScope(std::string_view secret);
