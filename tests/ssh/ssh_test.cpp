@@ -103,6 +103,9 @@ TEST_F(SshTest, FilesOfEverySizeArrive) {
     fixed.resize(kFixedSize);
     EXPECT_TRUE(read_file(local / "fixed") == fixed) << "cut or filled up";
   }
+  client.on_progress({});
+  ASSERT_TRUE(client.uploadFile("/proc/version", "a", session)) << "0 bytes long, says the system";
+  EXPECT_EQ(server.content("a"), read_file("/proc/version"));
   local_file("longer", std::string(kFixedSize + 3, 'x'));
   ASSERT_TRUE(client.downloadFile("a", local_name("longer"), session));
   EXPECT_EQ(read_file(local / "longer").substr(kFixedSize), "xxx") << "an existing file is opened, not made anew";
@@ -134,6 +137,7 @@ TEST_F(SshTest, FailuresAreToldAndLeaveNothing) {
       {"SSH_DOWNLOAD", "pDateiname=x", {21806}},
       {"SSH_DOWNLOAD", "pDateiname=secret" + here, {21804}},
       {"SSH_DOWNLOAD", "pDateiname=a/.." + here, {21804}},
+      {"SSH_DOWNLOAD", "pDateiname=a/" + here, {21804}},
       {"SSH_DOWNLOAD", "pDateiname=closed|pLokalerName=source" + here, {21804}},
       {"SSH_DOWNLOAD", "pDateiname=big|pLokalerName=full" + here, {21804}},
       {"SSH_DOWNLOAD", "pDateiname=big|pZielverzeichnis=/nowhere", {21804}},
@@ -156,7 +160,10 @@ TEST_F(SshTest, FailuresAreToldAndLeaveNothing) {
       EXPECT_EQ(result.GetType("_RETV"), function == "SSH_GETDIRECTORY" ? kTypeString : kTypeBool);
       EXPECT_FALSE(result.GetBool("_RETV"));
       EXPECT_EQ(numbers(), expected);
-      for (const LogRecord& entry : log.records()) EXPECT_EQ(entry.level, find_message(entry.number)->level);
+      for (const LogRecord& entry : log.records()) {
+        EXPECT_EQ(entry.level, find_message(entry.number)->level);
+        EXPECT_FALSE(entry.text.ends_with(": ")) << entry.text;
+      }
     }
   }
   EXPECT_TRUE(fs::is_symlink(local / "full")) << "no device is deleted";
@@ -189,6 +196,7 @@ TEST_F(SshTest, LoginsNeedAHostKeyAndAKeyOrAPassword) {
       {"", no_key, "", pass},  // the password still counts
       {"", locked, "key pass", ""},
       {"", locked, "no", "", SshFailure::login},
+      {"", no_key, "", "", SshFailure::login},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(&c - cases);
@@ -198,6 +206,8 @@ TEST_F(SshTest, LoginsNeedAHostKeyAndAKeyOrAPassword) {
     sshClient client;
     EXPECT_EQ(log_in(client, server, c.password), c.failure == SshFailure::none);
     EXPECT_EQ(client.last_failure(), c.failure);
+    const bool by_key = !c.key.empty() && c.failure == SshFailure::login;
+    EXPECT_EQ(client.last_failure_text() == "the key file " + c.key + " cannot be used", by_key);
     EXPECT_THAT(log.last(21813).text, testing::HasSubstr("ssh-ed25519 SHA256:"));
     EXPECT_EQ(log.last(21814).number != 0, c.failure == SshFailure::host_key);
     EXPECT_EQ(log.last(21815).number != 0, c.key == no_key || c.key_password == "no");

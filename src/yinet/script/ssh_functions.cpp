@@ -195,9 +195,13 @@ void ssh_download(YObject& parameters) {
     if (folder == nullptr) return;
     YString name = parameters.GetString(key::kLocalName);
     if (name.IsEmpty()) name = own_name(*remote);
+    if (name.IsEmpty()) {
+      YLog.Event(message::kErrorLevel, message::kSshDownloadFailed, *remote, "it names no file, and \"pLokalerName\" is empty");
+      return;
+    }
     const YString local(formatted("$1$\\$2$", *folder, name));
-    const bool done = !name.IsEmpty() && (parameters.GetBool(key::kComplete) ? client.downloadWholeFile(*remote, local, nullptr)
-                                                                             : client.downloadFile(*remote, local, nullptr));
+    const bool done = parameters.GetBool(key::kComplete) ? client.downloadWholeFile(*remote, local, nullptr)
+                                                         : client.downloadFile(*remote, local, nullptr);
     store_outcome(parameters, client, done, message::kSshDownloadFailed, *remote);
   });
 }

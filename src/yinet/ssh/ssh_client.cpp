@@ -82,7 +82,11 @@ bool sshClient::authenticate(const YString& /*user*/, const YString& password) {
   if (has_nul(password)) return failed(SshFailure::login, "the password holds a NUL byte");
   // A server may want both, one after the other.
   const bool worth_a_try = !has_key || !password.IsEmpty();
-  if (worth_a_try && session_->log_in(text_for_wire(password))) return true;
+  if (worth_a_try && session_->log_in(text_for_wire(password))) {
+    state_->clear_failure();
+    return true;
+  }
+  if (!worth_a_try && state_->failure != SshFailure::none) return false;  // the server was not even asked
   return failed(session_->is_connected() ? SshFailure::login : SshFailure::broken, session_->error_text());
 }
 
@@ -93,7 +97,7 @@ bool sshClient::log_in_with_key() {
   const KeyFile read = read_private_key(YFileManager.ResolveSystemPath(file), text_for_wire(password));
   if (read.key) return session_->log_in(read.key.get());
   YLog.Event(message::kErrorLevel, message::kSshKeyUnusable, file);
-  return false;
+  return failed(SshFailure::login, formatted("the key file $1$ cannot be used", file));
 }
 
 void sshClient::disconnect() {

@@ -62,11 +62,12 @@ class YINET_API sshClient {
   void closeFileTransferSession(sftp_session_struct* session);  // null is taken; a session that has ended is none of ours
 
   // --- Operations. With null as session each makes one for itself -------------------------------------------------------
-  // Writes the local file over the remote one, which gets mode 0705 when it is new, in pieces of kSshUploadChunk bytes. The
+  // Writes the local file over the remote one, which gets mode 0705 when it is new, in pieces of kSshUploadChunk bytes. A
+  // pipe and the like, or a file whose size the system tells as 0, is sent until it ends, with -1 as progress's total. The
   // remote file is opened first: it is empty afterwards when the local one can't be read.
   bool uploadFile(const YString& local, const YString& remote, sftp_session_struct* session);
   // Reads up to 5242880 bytes (kSshDownloadSize) and writes exactly so many to the start of the local file: zeros follow
-  // what came, and what is longer is cut. For whole files see downloadWholeFile.
+  // what came, and what is longer is cut. A local file that the call has made is deleted again when it fails. For whole files see downloadWholeFile.
   bool downloadFile(const YString& remote, const YString& local, sftp_session_struct* session);
   // The remote file, whatever its size: no more is kept in memory than the requests under way. The local file is made or
   // emptied once the remote one is open, and deleted when the transfer fails.

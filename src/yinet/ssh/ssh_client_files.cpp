@@ -143,13 +143,19 @@ bool sshClient::transfer_file(sftp_file_struct* file, const YString& local, std:
     return failed(SshFailure::local_file, formatted("$1$: $2$", local, system_text(source)));
   };
   if (!source.Open(kOpenExisting, kAccessRead)) return unusable(message::kSshLocalNotOpened);
+  const bool sized = size > 0 && is_plain_file(source.Descriptor());  // files of /proc are plain, and 0 bytes long
+  const std::int64_t end = sized ? size : std::numeric_limits<std::int64_t>::max();
   const auto chunk = at_least_one<std::int64_t>(settings::kSshUploadChunk);
   YBuffer data;
-  for (std::int64_t done = 0; done < size; done += data.Size()) {
-    data.SetSize(static_cast<long>(std::min(chunk, size - done)));
-    if (source.Read(data.Ptr(), data.Size()) != data.Size()) return unusable(message::kSshLocalNotRead);
-    if (!transfer_file(file, data, static_cast<int>(data.Size()))) return false;
-    if (state_->report) state_->report(done + data.Size(), size);
+  for (std::int64_t done = 0; done < end; done += data.Size()) {
+    const auto wanted = static_cast<long>(std::min(chunk, end - done));
+    data.SetSize(wanted);
+    const long count = source.Read(data.Ptr(), wanted);
+    if (count < 0 || (sized && count < wanted)) return unusable(message::kSshLocalNotRead);
+    if (count == 0) break;
+    data.SetSize(count, true);
+    if (!transfer_file(file, data, static_cast<int>(count))) return false;
+    if (state_->report) state_->report(done + count, sized ? size : -1);
   }
   return true;
 }
