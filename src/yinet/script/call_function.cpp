@@ -18,7 +18,9 @@ namespace {
 constexpr std::string_view kBlockKey = "PARAMETER";  // any name will do: only the position counts
 constexpr std::size_t kShownText = 60;
 
-std::string shown(std::string_view ansi) { return utf8_from_ansi(printable(ansi)); }
+std::string shown(std::string_view ansi) {
+  return utf8_from_ansi(printable(ansi.substr(0, kShownText))) + (ansi.size() > kShownText ? "..." : "");
+}
 
 std::optional<std::int32_t> whole_number(std::string_view text) {
   text = trimmed(text);
@@ -93,12 +95,17 @@ bool fits(const ScriptParameter& parameter, std::uint8_t type) {
   return type == kTypeAny || parameter.type == kTypeAny || type == parameter.type || type == parameter.other_type;
 }
 
+std::string with_article(std::uint8_t type) {
+  const std::string name(type_name(type));
+  if (type == kTypeObjectArray) return name;  // "records"
+  const bool vowel = std::string_view("aeiou").find(name.front()) != std::string_view::npos;
+  return (vowel ? "an " : "a ") + name;
+}
+
 std::string shown_value(const YObject& record, std::string_view key) {
-  const std::string_view kind = type_name(record.GetType(key));
   const YString text = record.GetString(key);
-  if (text.IsEmpty()) return "a " + std::string(kind);
-  const bool cut = text.str().size() > kShownText;
-  return "\"" + shown(text.str().substr(0, kShownText)) + (cut ? "...\"" : "\"");
+  if (text.IsEmpty()) return with_article(record.GetType(key));
+  return "\"" + shown(text) + "\"";
 }
 
 std::string unknown_parameter_text(const ScriptFunction& function, std::string_view key) {
@@ -110,9 +117,7 @@ std::string unknown_parameter_text(const ScriptFunction& function, std::string_v
 }
 
 std::string wrong_value_text(const YObject& parameters, const ScriptParameter& parameter) {
-  const std::string_view type = type_name(parameter.type);
-  const bool vowel = std::string_view("aeiou").find(type.front()) != std::string_view::npos;
-  return std::string(parameter.key) + " needs " + (vowel ? "an " : "a ") + std::string(type) + ", not " +
+  return std::string(parameter.key) + " needs " + with_article(parameter.type) + ", not " +
          shown_value(parameters, parameter.key);
 }
 
