@@ -30,12 +30,14 @@ TEST_F(FtpTest, SettingsAreChecked) {
       {&Transfer::SetServer, 21533, {"host:0", "host:21x", "host:21:21", "[::1]:x", "user:topsecret@host"}},
       {&Transfer::SetServer, 21534, {"host/path", "user@host", "host?x", "host\r\nx"}},
       {&Transfer::SetServerUrl, 0, {"ftps://host"}},
-      {&Transfer::SetServerUrl, 21521, {"ftp://"}},
+      {&Transfer::SetServerUrl, 21521, {"ftp://", "foo://"}},
+      {&Transfer::SetServerUrl, 21533, {"foo://h:0"}},
       {&Transfer::SetServerUrl, 21522, {"gopher://host"}},
       {&Transfer::SetProxyProtocol, 0, {"Socks5H"}},
       {&Transfer::SetProxyProtocol, 21523, {""}},
       {&Transfer::SetProxyProtocol, 21524, {"socks"}},
       {&Transfer::SetProxyServerUrl, 21523, {"://proxy"}},
+      {&Transfer::SetProxyServerUrl, 21533, {"foo://h:0"}},
       {&Transfer::SetProxyServerUrl, 0, {"socks5h://proxy:1080", ""}},
       {&Transfer::SetProxyServer, 21534, {"proxy/x"}},
   };
@@ -118,11 +120,24 @@ TEST_F(FtpTest, EndlessBodiesAndGreetingsEndAtALimit) {
   YString text;
   YInetFileTransfer transfer = transfer_to(body.url(""));
   EXPECT_FALSE(transfer.DownloadToString("x", text));
+  EXPECT_THAT(transfer.GetLastErrorMsg().str(), HasSubstr("longer than \"Dateitransfer\"/\"TextLimit\" allows"));
   EXPECT_EQ(text, "");
   const SettingChange time_limit(settings::kTransferTimeLimit, "300");
   EXPECT_FALSE(transfer.DownloadToFile("x", "/dev/null"));
   EXPECT_TRUE(std::filesystem::exists("/dev/null")) << "no file of ours";
   EXPECT_EQ(transfer.last_cause().failure, TransferFailure::broken_off);
+}
+
+TEST_F(FtpTest, NoConnectionIsToldFromABrokenOne) {
+  const FullListener silent;
+  const SettingChange limit(settings::kTransferConnectLimit, "300");
+  ScriptedPeer no_ssh(Script().send("220 hello\r\n").close());
+  const std::string silent_address = "127.0.0.1:" + std::to_string(silent.port());
+  for (const std::string& url : {"http://" + silent_address, "ftp://" + silent_address, no_ssh.url("", "sftp")}) {
+    YInetFileTransfer transfer = transfer_to(url, "u", "p");
+    EXPECT_FALSE(transfer.DownloadToFile("x", local_name("x")));
+    EXPECT_EQ(transfer.last_cause().failure, TransferFailure::no_connection) << url << error_of(transfer);
+  }
 }
 
 // Answers every command as an FTP server would, with these two for the greeting and the start folder.
@@ -180,8 +195,9 @@ TEST_F(FtpTest, ALoginAsksForTheStartFolderAnew) {
 }
 
 TEST_F(FtpTest, NamesOfAListingAreData) {
-  ScriptedPeer names = ScriptedPeer::for_every_connection(Script().send("../x\r\n..\r\n").close());
-  ScriptedPeer server = ScriptedPeer::for_every_connection(ftp_dialogue("220 hi", "550 no", names.port()));
+  ScriptedPeer names = ScriptedPeer::for_every_connection(
+      Script().send("../x\r\nsub/x\r\nx\r\n./x\r\n/home/x\r\n..\r\n").close());
+  ScriptedPeer server = ScriptedPeer::for_every_connection(ftp_dialogue("220 hi", "257 \"/home\" is current directory", names.port()));
   const std::string given = "pHOST=" + server.target() + "|pDateiname=*|pZielverzeichnis=" + local.path().string();
   EXPECT_EQ(call("FTP_DOWNLOADDATEIEN", given).GetString("pDateien"), "x");
   EXPECT_THAT(log.numbers(), testing::ElementsAre(21550));

@@ -144,6 +144,9 @@ TEST_P(TransferSites, TellWhatFailed) {
       {0, 21530, [&] { return transfer.ExistsDirectory(closed) != sftp; }},  // FTP takes forbidden for missing
       {21542, 21542, [&] { return transfer.DownloadToFile("file", local_name("disk")); }},
   };
+  const std::function<bool()> refusals[] = {[&] { return transfer.CreateDirectoryA("dir"); },
+                                            [&] { return transfer.DownloadToFile("dir", local_name("none")); },
+                                            [&] { return transfer.UploadFile(source, "dir"); }};
   for (const auto& [general, over_http, act] : cases) {
     const int number = web ? over_http : general;
     log.clear();
@@ -152,6 +155,11 @@ TEST_P(TransferSites, TellWhatFailed) {
     EXPECT_EQ(log.numbers(), number == 0 ? std::vector<int>() : std::vector<int>{number});
   }
   EXPECT_EQ(transfer.last_cause().failure, TransferFailure::local_file) << error_of(transfer);
+  for (const auto& act : refusals) {
+    EXPECT_FALSE(act());
+    EXPECT_TRUE(web || transfer.last_cause().failure == TransferFailure::refused) << error_of(transfer);
+    EXPECT_TRUE(!ftp || transfer.last_cause().text.StartsWith("55")) << error_of(transfer) << ": the server's own words";
+  }
   EXPECT_EQ(text, "");
   EXPECT_FALSE(fs::exists(local / "none"));
   if (web) return;
@@ -175,6 +183,7 @@ TEST_P(TransferSites, AreVerifiedOnDemand) {
   EXPECT_TRUE(transfer.DownloadToString("hello.txt", text)) << error_of(transfer);
   const SettingChange version(settings::kTlsMinimumVersion, "9.9");
   EXPECT_EQ(transfer.DownloadToString("hello.txt", text), clear) << "a policy that is not understood";
+  EXPECT_THAT(transfer.GetLastErrorMsg().str(), testing::HasSubstr(clear ? "" : "\"TLS\"/\"MindestVersion\""));
   ::unsetenv("SSL_CERT_FILE");
 }
 

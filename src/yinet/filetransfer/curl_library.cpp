@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "yinet/host/setting_table.h"
+#include "yinet/host/text.h"
 #include "yinet/net/sigpipe_guard.h"
 
 namespace yinet {
@@ -35,12 +36,25 @@ CURLcode run_transfer(CURLM* multi, CURL* handle) {
   return result;
 }
 
-std::size_t write_to_text(char* bytes, std::size_t size, std::size_t count, void* target) noexcept {
-  const auto& [text, limit] = *static_cast<TextTarget*>(target);
+std::string beyond_limit_text(const Setting& setting) {
+  return formatted("longer than \"$1$\"/\"$2$\" allows", setting.section, setting.name);
+}
+
+TextTarget::TextTarget(std::string& target, const Setting& limit_in_bytes, std::string& reason_for_failure)
+    : text(target),
+      setting(limit_in_bytes),
+      reason(reason_for_failure),
+      limit(static_cast<std::size_t>(setting_number(setting))) {}
+
+std::size_t write_to_text(char* bytes, std::size_t size, std::size_t count, void* context) noexcept {
+  TextTarget& target = *static_cast<TextTarget*>(context);
   const std::size_t length = size * count;
-  if (length > limit - std::min(limit, text.size())) return 0;
   try {
-    text.append(bytes, length);
+    if (length > target.limit - std::min(target.limit, target.text.size())) {
+      target.reason = beyond_limit_text(target.setting);
+      return 0;
+    }
+    target.text.append(bytes, length);
   } catch (...) {
     return 0;
   }

@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+#include "yinet/host/settings.h"
+
 namespace yinet {
 
 struct CurlListFree {
@@ -32,10 +34,16 @@ class LibcurlInitializer {
   [[nodiscard]] static bool succeeded();
 };
 
-// Where write_to_text puts what libcurl hands over.
+// "longer than the setting ... allows", for the reader of an error.
+std::string beyond_limit_text(const Setting& setting);
+
+// Where write_to_text puts what libcurl hands over. A transfer that would go beyond the limit fails, and `reason` says so.
 struct TextTarget {
+  TextTarget(std::string& target, const Setting& limit_in_bytes, std::string& reason_for_failure);
   std::string& text;
-  std::size_t limit;  // bytes; a transfer that would go beyond it fails
+  const Setting& setting;
+  std::string& reason;
+  std::size_t limit;
 };
 // A CURLOPT_WRITEFUNCTION or CURLOPT_HEADERFUNCTION for a TextTarget.
 std::size_t write_to_text(char* bytes, std::size_t size, std::size_t count, void* target) noexcept;

@@ -117,7 +117,7 @@ bool YInetFileTransfer::SetServerUrl(const YString& url) {
   const bool known = !scheme || SetProtocol(YString(*scheme));
   OnServerOrUserChange();
   server_ = YString(server);
-  return known && CheckServer(false);
+  return CheckServer(false) && known;  // looked at whatever the protocol is: the last error is the server's
 }
 
 void YInetFileTransfer::SetPortA(int port) {
@@ -159,7 +159,7 @@ bool YInetFileTransfer::SetProxyServerUrl(const YString& url) {
   const auto [scheme, server] = split_url(url);
   const bool known = !scheme || SetProxyProtocol(YString(*scheme));
   proxy_server_ = YString(server);
-  return known && CheckServerAddressFormat(proxy_server_, true);
+  return CheckServerAddressFormat(proxy_server_, true) && known;
 }
 
 void YInetFileTransfer::SetProxyPort(int port) { proxy_port_ = port; }
@@ -283,10 +283,12 @@ void YInetFileTransfer::ClearLastErrorIfInitOk() {
   last_error_message_.Clear();
   last_error_details_.Clear();
   state_->cause = {};
+  state_->own_reason.clear();
 }
 
 bool YInetFileTransfer::RaiseCurlError(int number, int result) {
-  return RaiseError(number, curl_easy_strerror(static_cast<CURLcode>(result)), "", true);
+  const std::string& own = state_->own_reason;
+  return RaiseError(number, YString(own.empty() ? curl_easy_strerror(static_cast<CURLcode>(result)) : own.c_str()), "", true);
 }
 
 // Gives false. `text` and `details` fill the message; a host's text may have more behind "Details:" than is kept here.
@@ -303,7 +305,7 @@ bool YInetFileTransfer::RaiseError(int number, const YString& text, const YStrin
 YString YInetFileTransfer::ConnectionDetails() const {
   const auto masked = [](const YString& secret) { return secret.IsEmpty() ? YString() : YString(kMasked); };
   const std::pair<std::string_view, YString> entries[] = {
-      {"url", server_.IsEmpty() ? YString() : GetUrl(display_path_, true)},
+      {"url", GetUrl(display_path_, true)},
       {"username", username_},
       {"password", masked(password_)},
       {"proxyServerUrl",

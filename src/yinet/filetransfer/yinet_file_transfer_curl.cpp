@@ -4,6 +4,7 @@
 
 #include <openssl/ssl.h>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -31,6 +32,8 @@ constexpr long kVerifyName = 2;  // CURLOPT_SSL_VERIFYHOST: the certificate must
 constexpr long kReceiveBuffer = 256L * 1024;
 constexpr long kUploadBuffer = 1024L * 1024;
 
+constexpr std::size_t kKeptReply = 1000;  // bytes of a server's line that are told
+
 std::size_t discard(char*, std::size_t size, std::size_t count, void*) { return size * count; }
 
 int report_progress(void* context, curl_off_t down_total, curl_off_t down, curl_off_t, curl_off_t up) noexcept {
@@ -38,7 +41,7 @@ int report_progress(void* context, curl_off_t down_total, curl_off_t down, curl_
   if (!state.reporting || !state.report) return 0;
   try {
     if (state.upload_size >= 0)
-      state.report(up, state.upload_size);
+      state.report(up, up > state.upload_size ? -1 : state.upload_size);  // a pipe's is told as 0
     else
       state.report(down, down_total > 0 ? down_total : -1);
   } catch (...) {
@@ -56,13 +59,33 @@ std::string tls_policy() {
   return policy;
 }
 
+// A line of an FTP server's dialogue; over SFTP, what libcurl says in its place.
+std::size_t take_dialogue(char* bytes, std::size_t size, std::size_t count, void* transfer) noexcept {
+  auto& state = *static_cast<TransferState*>(transfer);
+  const std::size_t length = size * count;
+  try {
+    state.reply.assign(bytes, std::min(length, kKeptReply));
+  } catch (...) {
+    return 0;
+  }
+  return state.dialogue ? write_to_text(bytes, size, count, state.dialogue) : length;
+}
+
+bool is_refusal(std::string_view reply) {  // 4yz and 5yz, RFC 959, 4.2.1
+  return reply.starts_with('4') || reply.starts_with('5');
+}
+
 // libcurl's own set-up comes first; the host's policy holds for its connections too.
-CURLcode prepare_tls(CURL*, void* context, void*) noexcept {
+CURLcode prepare_tls(CURL*, void* context, void* transfer) noexcept {
   auto* const tls = static_cast<SSL_CTX*>(context);
   try {
     // Reading the system's certificates takes longer than many a transfer, and each data connection would do it again.
     if (setting_flag(settings::kTlsVerifyAlways)) trust_system(tls);
-    return apply_tls_policy(tls) ? CURLE_OK : CURLE_SSL_CIPHER;
+    if (apply_tls_policy(tls)) return CURLE_OK;
+    static_cast<TransferState*>(transfer)->own_reason =
+        formatted("\"$1$\"/\"$2$\" or \"$3$\" asks for what TLS does not have here", settings::kTlsMinimumVersion.section,
+                  settings::kTlsMinimumVersion.name, settings::kTlsCipherList.name);
+    return CURLE_SSL_CIPHER;
   } catch (...) {
     return CURLE_OUT_OF_MEMORY;
   }
@@ -77,11 +100,34 @@ bool set_for_good(CURL* handle, TransferState& state) {
          curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &report_progress) == CURLE_OK &&
          curl_easy_setopt(handle, CURLOPT_XFERINFODATA, &state) == CURLE_OK &&
          curl_easy_setopt(handle, CURLOPT_SSL_CTX_FUNCTION, &prepare_tls) == CURLE_OK &&
+         curl_easy_setopt(handle, CURLOPT_SSL_CTX_DATA, &state) == CURLE_OK &&
          curl_easy_setopt(handle, CURLOPT_BUFFERSIZE, kReceiveBuffer) == CURLE_OK &&
          curl_easy_setopt(handle, CURLOPT_UPLOAD_BUFFERSIZE, kUploadBuffer) == CURLE_OK;
 }
 
-TransferFailure failure_of(CURLcode result) {
+// Whether a limit was reached before there was a connection, and through a proxy one to the server. No time of connecting is
+// told for a connection that is used again, either; but then there is one, and none was made.
+bool is_unconnected(CURL* handle) {
+  curl_off_t connect_time = 0;
+  long made = 0, local_port = 0;
+  curl_easy_getinfo(handle, CURLINFO_CONNECT_TIME_T, &connect_time);
+  curl_easy_getinfo(handle, CURLINFO_NUM_CONNECTS, &made);
+  curl_easy_getinfo(handle, CURLINFO_LOCAL_PORT, &local_port);
+  return connect_time == 0 && (made > 0 || local_port == 0);
+}
+
+// libcurl has one error for whatever goes wrong over SFTP. Where the server has answered with a status, its words end with
+// that of libssh2 for this; and a download that was opened and gave no byte is, on most servers, that of a folder.
+bool is_refusal_by_sftp(const TransferState& state, CURL* handle) {
+  constexpr std::string_view kStatusFromServer = "/-31)";  // LIBSSH2_ERROR_SFTP_PROTOCOL
+  if (std::string_view(state.error_text.data()).ends_with(kStatusFromServer)) return true;
+  curl_off_t opened = 0, received = 0;
+  curl_easy_getinfo(handle, CURLINFO_PRETRANSFER_TIME_T, &opened);
+  curl_easy_getinfo(handle, CURLINFO_SIZE_DOWNLOAD_T, &received);
+  return state.reporting && state.upload_size < 0 && opened != 0 && received == 0;
+}
+
+TransferFailure failure_of(CURLcode result, const TransferState& state, CURL* handle) {
   switch (result) {
     case CURLE_OK: return TransferFailure::none;
     case CURLE_COULDNT_RESOLVE_PROXY:
@@ -90,6 +136,8 @@ TransferFailure failure_of(CURLcode result) {
     case CURLE_PROXY:
     case CURLE_WEIRD_SERVER_REPLY:
     case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_SSL_CIPHER:
+    case CURLE_FAILED_INIT:  // of SSH, which the other side does not speak
     case CURLE_PEER_FAILED_VERIFICATION:
     case CURLE_USE_SSL_FAILED: return TransferFailure::no_connection;
     case CURLE_LOGIN_DENIED: return TransferFailure::login_refused;
@@ -100,6 +148,8 @@ TransferFailure failure_of(CURLcode result) {
     case CURLE_QUOTE_ERROR:
     case CURLE_FTP_COULDNT_RETR_FILE:
     case CURLE_UPLOAD_FAILED: return TransferFailure::refused;
+    case CURLE_FTP_WEIRD_PASV_REPLY:  // see Perform: it may be the refusal of a transfer
+    case CURLE_FTP_WEIRD_227_FORMAT: return is_refusal(state.reply) ? TransferFailure::refused : TransferFailure::other;
     case CURLE_WRITE_ERROR:
     case CURLE_READ_ERROR:
     case CURLE_ABORTED_BY_CALLBACK: return TransferFailure::local_file;
@@ -107,11 +157,17 @@ TransferFailure failure_of(CURLcode result) {
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR:
     case CURLE_GOT_NOTHING:
+    case CURLE_HTTP2_STREAM: return TransferFailure::broken_off;
+    case CURLE_SSH: return is_refusal_by_sftp(state, handle) ? TransferFailure::refused : TransferFailure::broken_off;
     case CURLE_OPERATION_TIMEDOUT:
-    case CURLE_HTTP2_STREAM:
-    case CURLE_SSH: return TransferFailure::broken_off;
+      return is_unconnected(handle) ? TransferFailure::no_connection : TransferFailure::broken_off;
     default: return TransferFailure::other;
   }
+}
+
+bool is_servers_choice(TransferFailure failure) {
+  return failure == TransferFailure::refused || failure == TransferFailure::login_refused ||
+         failure == TransferFailure::no_connection;
 }
 
 // libcurl answers "pwd" and then looks for "~", which is no name on most servers and may be closed on others.
@@ -199,24 +255,28 @@ bool YInetFileTransfer::SetCurlLimits() {
 // --- Preparation ----------------------------------------------------------------------------------------------------------
 
 bool YInetFileTransfer::PrepareServerFunction(int number, const YString& path) {
-  operation_number_ = number;
+  struct Number {
+    explicit Number(int& place, int value) : place_(place) { place_ = value; }
+    ~Number() { place_ = 0; }  // also where memory runs out
+    int& place_;
+  } const under_way(operation_number_, number);
   const bool needs_entry_directory = entry_directory_.IsEmpty() && protocol_.Find("ftp") >= 0;
-  const bool prepared = (!needs_entry_directory || RequestEntryDir(number)) && PrepareServerFunction_Intern(path) &&
-                        (!IsFtpOrSftp() || CheckRemoteName(number, YString(percent_decoded(path))));
-  operation_number_ = 0;
-  return prepared;
+  return (!needs_entry_directory || RequestEntryDir(number)) && PrepareServerFunction_Intern(path) &&
+         (!IsFtpOrSftp() || CheckRemoteName(number, YString(percent_decoded(path))));
 }
 
 bool YInetFileTransfer::PrepareServerFunction_Intern(const YString& path) {
   if (!handle_) return false;
   ClearLastErrorIfInitOk();
+  state_->dialogue = nullptr;
   if (state_->tls_policy != tls_policy()) {  // connections and sessions made under another one are not used on
     MakeHandle();
     if (!ApplyLogin()) return false;
   }
   if (!SetCurlProxyUrl() || !CheckProtocol() || !CheckServer(true) || !CheckLoginTexts()) return false;
   // An FTP server behind an HTTP proxy is to be reached through a tunnel: as an HTTP request of the proxy, commands would be
-  // dropped, TLS forgotten and error pages taken for files.
+  // dropped, TLS forgotten and error pages taken for files. Only downloads into a file follow redirects, and they switch that
+  // on for themselves: it must not stay on for the next operation of the object.
   return SetCurlOptPointer(CURLOPT_URL, GetUrl(path, false).Ptr()) && ResetCallbacks() &&
          SetCurlOptInt(CURLOPT_NOBODY, 0) && SetCurlOptInt(CURLOPT_UPLOAD, 0) &&
          SetCurlOptInt(CURLOPT_FOLLOWLOCATION, 0) && SetCurlOptInt(CURLOPT_PATH_AS_IS, IsFtpOrSftp() ? 1 : 0) &&
@@ -228,17 +288,17 @@ bool YInetFileTransfer::RequestEntryDir(int number) {
   entry_directory_.Clear();
   if (!PrepareServerFunction_Intern(IsSftp() ? "~" : "")) return false;
   std::string dialogue;
-  TextTarget header{dialogue, static_cast<std::size_t>(setting_number(settings::kTransferReplySize))};
+  TextTarget target{dialogue, settings::kTransferReplySize, state_->own_reason};
   CurlList command;
   if (IsSftp()) {
     command.reset(CreateAndSetHeaderlist("pwd", ""));
     if (!command) return RaiseCurlError(number, CURLE_OUT_OF_MEMORY);
   }
   const bool fresh = !IsSftp() && !state_->entry_directory_asked;
-  if (!OptionAccepted(curl_easy_setopt(handle_.get(), CURLOPT_HEADERFUNCTION, &write_to_text)) ||
-      !SetCurlOptPointer(CURLOPT_HEADERDATA, &header) || !SetCurlOptInt(CURLOPT_FRESH_CONNECT, fresh ? 1 : 0))
-    return false;
+  if (!SetCurlOptInt(CURLOPT_FRESH_CONNECT, fresh ? 1 : 0)) return false;
+  state_->dialogue = &target;
   const auto result = static_cast<CURLcode>(Perform());
+  state_->dialogue = nullptr;
   ResetCallbacks();
   SetCurlOptInt(CURLOPT_FRESH_CONNECT, 0);
   const YString folder(current_folder_in(dialogue));
@@ -268,12 +328,24 @@ curl_slist* YInetFileTransfer::CreateAndSetHeaderlist(const YString& command, co
 int YInetFileTransfer::Perform() {
   const SigpipeGuard no_sigpipe;
   state_->error_text.front() = '\0';
+  state_->own_reason.clear();
+  state_->reply.clear();
+  if (IsFtpOrSftp()) {
+    curl_easy_setopt(handle_.get(), CURLOPT_HEADERFUNCTION, &take_dialogue);
+    curl_easy_setopt(handle_.get(), CURLOPT_HEADERDATA, state_.get());
+  }
   const CURLcode result = run_transfer(state_->connections.get(), handle_.get());
   // A server that refuses a transfer under TLS closes the data connection unused. This libcurl then asks for another one
   // before it has read the refusal, takes that for the answer, and would be a reply behind on this connection for ever.
   if (result == CURLE_FTP_WEIRD_PASV_REPLY || result == CURLE_FTP_WEIRD_227_FORMAT)
     state_->connections.reset(curl_multi_init());
-  state_->cause = {failure_of(result), 0, YString(state_->error_text.data())};
+  const TransferFailure failure = failure_of(result, *state_, handle_.get());
+  // What the server says about a refusal is more than libcurl's words with its number.
+  const bool told = is_refusal(state_->reply) && is_servers_choice(failure);
+  std::string words = told ? text_from_wire(trimmed(state_->reply)) : std::string(state_->error_text.data());
+  if (words.empty() && result == CURLE_SSH && failure == TransferFailure::refused)
+    words = "nothing can be read; is it a folder?";
+  state_->cause = {failure, 0, YString(words)};
   curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &state_->cause.response);
   return result;
 }

@@ -112,7 +112,7 @@ bool YInetFileTransfer::DownloadToString(const YString& remote, YString& text) {
   const bool done = contained(false, [&] {
     SetDisplayPath(remote);
     if (!PrepareServerFunction(message::kTransferDownloadTextFailed, remote)) return false;
-    TextTarget target{text.str(), static_cast<std::size_t>(setting_int(settings::kTransferTextLimit))};
+    TextTarget target{text.str(), settings::kTransferTextLimit, state_->own_reason};
     curl_easy_setopt(handle_.get(), CURLOPT_WRITEDATA, &target);
     curl_easy_setopt(handle_.get(), CURLOPT_WRITEFUNCTION, &write_to_text);
     return CurlPerform(message::kTransferDownloadTextFailed);
