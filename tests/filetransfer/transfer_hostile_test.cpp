@@ -11,6 +11,7 @@
 #include "support/ports.h"
 #include "support/resource_check.h"
 #include "support/servers.h"
+#include "yinet/host/yjson.h"
 #include "yinet/ssh/ssh_client.h"
 
 namespace yinet::test {
@@ -137,6 +138,21 @@ TEST_F(FtpTest, NoConnectionIsToldFromABrokenOne) {
     YInetFileTransfer transfer = transfer_to(url, "u", "p");
     EXPECT_FALSE(transfer.DownloadToFile("x", local_name("x")));
     EXPECT_EQ(transfer.last_cause().failure, TransferFailure::no_connection) << url << error_of(transfer);
+  }
+}
+
+TEST_F(FtpTest, PortsOfARecordAreNumbersOrLeftOut) {
+  const std::string port = std::to_string(refused_port());
+  const std::pair<std::string, std::string> cases[] = {  // the port, what is told
+      {"null", "url=http://[::1]/x"}, {R"("")", "url=http://[::1]/x"}, {"\"" + port + "\"", "[::1]:" + port + "/x"},
+      {"true", "port \"bool\""},      {R"("80 ")", "port \"80 \""},    {R"("0")", "port \"0\""}};
+  for (const auto& [given, told] : cases) {
+    YObject connection, all;
+    ASSERT_FALSE(YJSON::Parse(R"({"ServerUrl":"http://[::1]","Port":)" + given + "}", connection));
+    all.Store<YObject>("pVerbindungsdaten", connection);
+    log.clear();
+    EXPECT_FALSE(call("YINETFILETRANSFER_DOWNLOAD_TEXT", "pQuellPfad=x", all).GetBool("_RETV"));
+    EXPECT_THAT(log.records().back().text + log.records().back().extra, HasSubstr(told));
   }
 }
 

@@ -315,9 +315,11 @@ TEST_F(FtpTest, InternetFunctionsFollowUrls) {
   EXPECT_TRUE(page.Open(kOpenExisting, kAccessRead) && page.ReadAll(text));
   EXPECT_EQ(text, "page");
   YFile::Delete(page.GetName());
-  for (const std::string& wrong : {server.url("/none"), std::string("no url")})
+  for (const std::string& wrong : {server.url("/none"), std::string("no url"), std::string("file:///etc/passwd")})
     EXPECT_FALSE(run("INTERNET_LESEDATEI", wrong).GetBool("_RETV"));
-  EXPECT_THAT(log.numbers(), ElementsAre(21548, 21520));
+  EXPECT_FALSE(run("INTERNET_DOWNLOAD", server.url("/")).GetBool("_RETV"));
+  EXPECT_FALSE(run("INTERNET_WEBSUCHE", " ").GetBool("_RETV"));
+  EXPECT_THAT(log.numbers(), ElementsAre(21548, 21520, 21522, 21542, 21542));
 }
 
 }  // namespace

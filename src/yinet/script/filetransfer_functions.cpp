@@ -3,6 +3,7 @@
 #include <array>
 #include <string_view>
 
+#include "yinet/filetransfer/transfer_formats.h"
 #include "yinet/filetransfer/yinet_file_transfer.h"
 #include "yinet/host/message_numbers.h"
 #include "yinet/host/ybuffer.h"
@@ -25,9 +26,29 @@ void set_text(YInetFileTransfer& transfer, const YObject& connection, std::strin
   if (!text.IsEmpty()) (transfer.*setter)(text);
 }
 
+// A key without a value, or with an empty text, counts as absent.
+bool has_value(const YObject& connection, std::string_view key) {
+  const std::uint8_t type = connection.GetType(key);
+  return type != kTypeAny && !(type == kTypeString && connection.GetString(key).IsEmpty());
+}
+
 template <typename Setter>
 void set_number(YInetFileTransfer& transfer, const YObject& connection, std::string_view key, Setter setter) {
-  if (connection.Exist(key)) (transfer.*setter)(connection.GetInteger(key));
+  if (has_value(connection, key)) (transfer.*setter)(connection.GetInteger(key));
+}
+
+// A port that is no number would count as 0, and another server might answer there. Refused with a message.
+bool has_readable_ports(const YObject& connection) {
+  for (const std::string_view key : {key::kPort, key::kProxyPort}) {
+    if (!has_value(connection, key) || connection.GetType(key) == kTypeInteger) continue;
+    const std::uint8_t type = connection.GetType(key);
+    const YString text = connection.GetString(key);
+    if (type == kTypeString && is_port_text(text)) continue;
+    YLog.Event(message::kErrorLevel, message::kTransferPortWrong,
+               type == kTypeString ? std::string_view(text) : type_name(type));
+    return false;
+  }
+  return true;
 }
 
 // In this order: "Protokoll" and "Server" replace their parts of "ServerUrl". What is no good makes the operation fail.
@@ -49,16 +70,14 @@ void apply_connection(YInetFileTransfer& transfer, const YObject& connection) {
 
 template <typename Operation>
 void run(YObject& parameters, Operation operation) {
+  const YObject nothing;
+  const auto* const given = parameters.Find<YObject>(key::kConnection);
+  const YObject& connection = given ? *given : nothing;
+  const SecretScope no_password(connection.GetString(key::kLoginPassword));
+  const SecretScope no_proxy_password(connection.GetString(key::kProxyLoginPassword));
   YInetFileTransfer transfer;
-  YString password, proxy_password;
-  if (const auto* connection = parameters.Find<YObject>(key::kConnection)) {
-    password = connection->GetString(key::kLoginPassword);
-    proxy_password = connection->GetString(key::kProxyLoginPassword);
-    apply_connection(transfer, *connection);
-  }
-  const SecretScope no_password(password);
-  const SecretScope no_proxy_password(proxy_password);
-  store_result(parameters, operation(transfer));
+  if (given) apply_connection(transfer, connection);
+  store_result(parameters, has_readable_ports(connection) && operation(transfer));
 }
 
 // --- The functions --------------------------------------------------------------------------------------------------------
@@ -71,6 +90,7 @@ void download_file(YObject& parameters) {
 
 void download_text(YObject& parameters) {
   YString& content = live_text(parameters, key::kText);
+  content.Clear();
   run(parameters, [&](YInetFileTransfer& transfer) {
     return transfer.DownloadToString(parameters.GetString(key::kSourcePath), content);
   });

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "yinet/filetransfer/curl_library.h"
 #include "yinet/filetransfer/transfer_formats.h"
 #include "yinet/filetransfer/transfer_url.h"
 #include "yinet/filetransfer/yinet_file_transfer.h"
@@ -26,14 +27,17 @@ namespace {
 
 constexpr int kFailureLevel = 6;
 
-// Fetches `address` into the file `target`, redirects followed. A URL that is none fails as one without protocol.
+// Fetches `address` into the file `target`, redirects followed. What is no URL fails for what it lacks: its protocol, one
+// that is known, or the server.
 bool fetch(std::string_view address, const YString& target) {
   const auto url = parse_transfer_url(address).value_or(TransferUrl{});
   const SecretScope no_password(url.password);
   YInetFileTransfer transfer;
-  if (!url.host.empty()) {
-    transfer.SetProtocol(YString(url.scheme));
-    transfer.SetServer(YString(url.host));
+  if (url.host.empty()) {
+    const std::size_t scheme_end = address.find("://");
+    if (scheme_end != std::string_view::npos && !transfer.SetProtocol(YString(address.substr(0, scheme_end)))) return false;
+  } else {
+    if (!transfer.SetProtocol(YString(url.scheme)) || !transfer.SetServer(YString(url.host))) return false;
     transfer.SetUsername(YString(url.user));
     transfer.SetPassword(YString(url.password));
   }
@@ -57,8 +61,20 @@ YString name_in(const YString& address) {
   return YString(percent_decoded(path.substr(0, path.find_first_of("?#"))));
 }
 
+bool names_no_file(const YString& address) {
+  const auto url = parse_transfer_url(address);
+  return url && YFile::ExtractNameAndExtension(name_in(address)).IsEmpty();
+}
+
+void refuse(YObject& parameters, std::string_view reason) {
+  YLog.Event(kFailureLevel, message::kTransferDownloadFileFailed, reason);
+  store_result(parameters, false);
+}
+
 void internet_download(YObject& parameters) {
   const YString address = parameters.GetString(key::kUrl);
+  if (names_no_file(address) && parameters.GetString(key::kLocalName).IsEmpty())
+    return refuse(parameters, "the URL names no file, and \"pLokalerName\" is empty");
   const YString target = download_target(parameters, target_folder(parameters), name_in(address));
   const bool done = fetch(address, target);
   store_result(parameters, done);
@@ -71,7 +87,7 @@ bool read_whole(const YString& name, YString& text) {
   if (fits && file.Open(kOpenExisting, kAccessRead) && file.ReadAll(text.str())) return true;
   text.Clear();
   YLog.Event(kFailureLevel, message::kTransferDownloadFileFailed,
-             fits ? std::strerror(file.LastError()) : "longer than \"Dateitransfer\"/\"TextLimit\" allows");
+             fits ? std::string(std::strerror(file.LastError())) : beyond_limit_text(settings::kTransferTextLimit));
   return false;
 }
 
@@ -85,7 +101,11 @@ void internet_read(YObject& parameters) {
 
 void internet_search(YObject& parameters) {
   const std::string words = utf8_from_ansi(trimmed(parameters.GetString(key::kSearchWords)));
-  auto file = fetch_to_temporary(formatted(setting_text(settings::kSearchUrl), encoded_query(words)));
+  const std::string address = setting_text(settings::kSearchUrl);
+  if (words.empty()) return refuse(parameters, "\"pSuchbegriffe\" holds no words");
+  if (address.find("$1$") == std::string::npos)
+    return refuse(parameters, "\"Internet\"/\"SuchUrl\" has no $1$ for the words");
+  auto file = fetch_to_temporary(formatted(address, encoded_query(words)));
   store_result(parameters, file.has_value());
   if (file) parameters.Store<YString>(key::kResponseFile, std::move(*file));
 }
