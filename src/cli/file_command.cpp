@@ -4,12 +4,12 @@
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "command.h"
+#include "local_file.h"
 #include "terminal.h"
 #include "transfer_call.h"
 #include "transfer_progress.h"
@@ -28,9 +28,10 @@ constexpr const char* kExamples = R"(Examples:
   yinet exists ftp://ftp.example.com/pub && echo there
 
 Protocols are http, https, ftp, ftps and sftp; http and https serve "get" only. ftps:// is implicit TLS on port 990, which
-is its default, and explicit TLS on any other port, such as ftps://HOST:21/. Paths begin in the login's folder. Passwords
-come from the URL, from YINET_PASSWORD and YINET_PROXY_PASSWORD, or are asked for. Certificates are verified with
-"--set TLS/ZertifikateImmerPruefen=1".
+is its default, and explicit TLS on any other port, such as ftps://HOST:21/. Paths begin in the login's folder; "/%2F"
+begins an absolute one. What is fetched takes its place when it is complete; until then an older file stays. Passwords come
+from the URL, from YINET_PASSWORD and YINET_PROXY_PASSWORD, or are asked for. Certificates are verified with
+"--set TLS/ZertifikateImmerPruefen=1". "mkdir" fails for a folder that exists; "yinet sftp mkdir" does not.
 
 Exit status: )" YINET_TRANSFER_EXIT_CODES;
 
@@ -56,8 +57,10 @@ int code_for(TransferFailure failure) {
   return kFailed;
 }
 
-int failure(YInetFileTransfer& transfer) {
+// With `local_known` somebody else tells what a local file lacks.
+int failure(YInetFileTransfer& transfer, bool local_known = false) {
   const TransferCause& cause = transfer.last_cause();
+  if (local_known && cause.failure == TransferFailure::local_file) return kLocalFile;
   const std::string why = cause.text.IsEmpty() ? "" : " (" + std::string(cause.text) + ")";
   return fail(code_for(cause.failure), shown(std::string(transfer.GetLastErrorMsg()) + why));
 }
@@ -66,46 +69,46 @@ int failure(YInetFileTransfer& transfer) {
 
 bool is_http(const TransferUrl& url) { return url.scheme.starts_with("http"); }
 
+// To the library every path begins in the login's folder. One that begins at the root takes a second slash over FTP, and
+// over SFTP more steps up than any folder is deep.
+std::string from_login_folder(const TransferUrl& url, const std::string& path) {
+  if (!path.starts_with('/') || is_http(url)) return path;
+  if (url.scheme != "sftp") return path.starts_with("//") ? path : "/" + path;
+  constexpr int kSteps = 64;
+  std::string up = "..";
+  for (int i = 1; i < kSteps; ++i) up += "/..";
+  return up + path;
+}
+
 // Where names are parts of URLs, "%" would begin an escape, which the path has no more.
 YString path_for_transfer(const TransferUrl& url, const std::string& path) {
-  return to_ansi(is_http(url) ? url.raw_path : replaced(path, "%", "%25"));
+  return to_ansi(is_http(url) ? url.raw_path : replaced(from_login_folder(url, path), "%", "%25"));
 }
 
-template <typename Work>
-int with_progress(YInetFileTransfer& transfer, bool quiet, Work work) {
-  return TransferProgress(quiet).follow(transfer, work) ? kSucceeded : failure(transfer);
-}
-
-// Of the file that the URL names; empty when it is none, or none that can safely be a local name.
-std::string local_name_for(const TransferUrl& url) {
-  const std::string path =
-      is_http(url) ? percent_decoded(url.raw_path.substr(0, url.raw_path.find_first_of("?#"))) : url.path;
-  const std::string name = path.substr(path.rfind('/') + 1);
-  return name == "." || name == ".." || name.find('\\') != std::string::npos ? std::string() : name;
+// Without the query of an HTTP URL.
+std::string path_of_file(const TransferUrl& url) {
+  return is_http(url) ? percent_decoded(url.raw_path.substr(0, url.raw_path.find_first_of("?#"))) : url.path;
 }
 
 int get(YInetFileTransfer& transfer, const TransferUrl& url, const Arguments& arguments) {
-  std::string target = arguments.file.empty() ? "." : arguments.file;
-  std::error_code ignored;
-  if (target.ends_with('/') || std::filesystem::is_directory(target, ignored)) {
-    const std::string name = local_name_for(url);
-    if (name.empty()) return wrong_call("the URL names no file; name the local one");
-    target += "/" + name;
-  }
-  return with_progress(transfer, arguments.quiet,
-                       [&] { return transfer.DownloadToFile(path_for_transfer(url, url.path), to_ansi(target)); });
+  return fetch_file(arguments.file, path_of_file(url), [&](const YString& local) {
+    const auto work = [&] { return transfer.DownloadToFile(path_for_transfer(url, url.path), local); };
+    return TransferProgress(arguments.quiet).follow(transfer, work) ? kSucceeded : failure(transfer, true);
+  });
 }
 
 int put(YInetFileTransfer& transfer, const TransferUrl& url, const Arguments& arguments) {
   const std::string target = upload_target(url.path, arguments.file);
-  return with_progress(transfer, arguments.quiet,
-                       [&] { return transfer.UploadFile(to_ansi(arguments.file), path_for_transfer(url, target)); });
+  return send_file(arguments.file, [&](const std::string& local) {
+    const auto work = [&] { return transfer.UploadFile(to_ansi(local), path_for_transfer(url, target)); };
+    return TransferProgress(arguments.quiet).follow(transfer, work) ? kSucceeded : failure(transfer);
+  });
 }
 
 using PathOperation = bool (YInetFileTransfer::*)(const YString&);
 template <PathOperation operation>
 int run_on_path(YInetFileTransfer& transfer, const TransferUrl& url, const Arguments&) {
-  return (transfer.*operation)(to_ansi(url.path)) ? kSucceeded : failure(transfer);
+  return (transfer.*operation)(to_ansi(from_login_folder(url, url.path))) ? kSucceeded : failure(transfer);
 }
 
 int exists(YInetFileTransfer& transfer, const TransferUrl& url, const Arguments& arguments) {
@@ -117,29 +120,6 @@ int exists(YInetFileTransfer& transfer, const TransferUrl& url, const Arguments&
 
 using Action = int (*)(YInetFileTransfer& transfer, const TransferUrl& url, const Arguments& arguments);
 
-int run(Action action, const Arguments& arguments) {
-  const auto url = parse_transfer_url(arguments.url);
-  if (!url || std::ranges::find(kProtocols, url->scheme) == std::end(kProtocols))
-    return wrong_call("write the URL as http://, https://, ftp://, ftps:// or sftp://HOST/PATH");
-  const auto proxy = arguments.proxy.empty() ? TransferUrl{} : parse_transfer_url(arguments.proxy);
-  if (!proxy) return wrong_call("write the proxy as PROTOCOL://HOST:PORT, such as socks5h://127.0.0.1:1080");
-  YInetFileTransfer transfer;
-  transfer.SetErrorReporting(false);  // the remark at the end says the same
-  if (!transfer.SetProtocol(to_ansi(url->scheme)) || !transfer.SetServer(to_ansi(url->host)) ||
-      (!proxy->host.empty() &&
-       (!transfer.SetProxyProtocol(to_ansi(proxy->scheme)) || !transfer.SetProxyServer(to_ansi(proxy->host)))))
-    return wrong_call(shown(transfer.GetLastErrorMsg()));
-  const auto password = password_of(*url, "YINET_PASSWORD", "Password for " + url->user + ": ");
-  if (!password) return kWrongCall;
-  const auto proxy_password = proxy_password_of(*proxy);
-  if (!proxy_password) return kWrongCall;
-  transfer.SetUsername(to_ansi(url->user));
-  transfer.SetPassword(*password);
-  transfer.SetProxyUsername(to_ansi(proxy->user));
-  transfer.SetProxyPassword(*proxy_password);
-  return action(transfer, *url, arguments);
-}
-
 enum class File { none, after_url, before_url };
 struct Row {
   const char* name;
@@ -147,6 +127,36 @@ struct Row {
   Action action;
   File file = File::none;
 };
+
+int run(const Row& row, const Arguments& arguments) {
+  const auto url = parse_transfer_url(arguments.url);
+  if (!url || std::ranges::find(kProtocols, url->scheme) == std::end(kProtocols))
+    return wrong_call("write the URL as http://, https://, ftp://, ftps:// or sftp://HOST/PATH");
+  const auto proxy = arguments.proxy.empty() ? TransferUrl{} : parse_transfer_url(arguments.proxy);
+  if (!proxy) return wrong_call("write the proxy as PROTOCOL://HOST:PORT, such as socks5h://127.0.0.1:1080");
+  for (const TransferUrl& address : {*url, *proxy})
+    if (const std::string problem = address_problem(address); !problem.empty()) return wrong_call(problem);
+  if (is_http(*url) && row.action != &get)
+    return wrong_call(url->scheme + ":// serves \"get\" only; \"" + row.name + "\" takes ftp://, ftps:// and sftp://");
+  if (row.file == File::before_url)
+    if (const std::string reason = reason_against_upload(url->path, arguments.file); !reason.empty())
+      return wrong_call(reason);
+  YInetFileTransfer transfer;
+  transfer.SetErrorReporting(false);  // the remark at the end says the same
+  if (!transfer.SetProtocol(to_ansi(url->scheme)) || !transfer.SetServer(to_ansi(url->host)) ||
+      (!proxy->host.empty() &&
+       (!transfer.SetProxyProtocol(to_ansi(proxy->scheme)) || !transfer.SetProxyServer(to_ansi(proxy->host)))))
+    return wrong_call(shown(transfer.GetLastErrorMsg()));
+  const auto password = password_of(*url, "YINET_PASSWORD", account_of(*url));
+  if (!password) return kWrongCall;
+  const auto proxy_password = proxy_password_of(*proxy);
+  if (!proxy_password) return kWrongCall;
+  transfer.SetUsername(to_ansi(url->user));
+  transfer.SetPassword(*password);
+  transfer.SetProxyUsername(to_ansi(proxy->user));
+  transfer.SetProxyPassword(*proxy_password);
+  return row.action(transfer, *url, arguments);
+}
 
 Command add_command(CLI::App& program, const Row& row) {
   const auto arguments = std::make_shared<Arguments>();
@@ -158,7 +168,7 @@ Command add_command(CLI::App& program, const Row& row) {
   command->add_option("--proxy", arguments->proxy, "http, https, socks4, socks4a, socks5 or socks5h, with user, host and port")
       ->type_name("URL");
   command->add_flag("--quiet", arguments->quiet, "No progress and no throughput");
-  return {command, [arguments, action = row.action] { return run(action, *arguments); }};
+  return {command, [arguments, row] { return run(row, *arguments); }};
 }
 
 }  // namespace

@@ -1,12 +1,13 @@
 #include <CLI/CLI.hpp>
 
 #include <array>
-#include <filesystem>
 #include <memory>
 #include <string>
 
 #include "command.h"
 #include "ftp_failure.h"
+#include "late_remark.h"
+#include "local_file.h"
 #include "row_commands.h"
 #include "terminal.h"
 #include "transfer_call.h"
@@ -28,7 +29,8 @@ constexpr const char* kExamples = R"(Examples:
   yinet ftp size ftps://me@ftp.example.com/big.iso --proxy socks5://127.0.0.1:1080
 
 ftps:// is FTP with explicit TLS (FTP type 4), ftp:// is plain FTP. Paths begin in the login's folder; "/%2F" begins an
-absolute one. Passwords come from the URL, from YINET_FTP_PASSWORD and YINET_PROXY_PASSWORD, or are asked for.
+absolute one. What is fetched takes its place when it is complete; until then an older file stays. Passwords come from the
+URL, from YINET_FTP_PASSWORD and YINET_PROXY_PASSWORD, or are asked for.
 
 Exit status: )" YINET_TRANSFER_EXIT_CODES;
 
@@ -55,25 +57,29 @@ void use_careful_settings() {
 using Action = int (*)(ftps& ftp, const TransferUrl& url, const Arguments& arguments);
 
 template <typename Work>
-int transfer(ftps& ftp, bool quiet, const std::string& remote, const std::string& local, Work work) {
+int transfer(ftps& ftp, bool quiet, const std::string& remote, Work work) {
   TransferProgress progress(quiet);
   int result = 0;
   const bool succeeded = progress.follow(ftp, [&] { return (result = work()) == 0 && went_well(ftp); });
-  return succeeded ? kSucceeded : transfer_failure(ftp, result, remote, local, progress.done(), progress.total());
+  return succeeded ? kSucceeded : transfer_failure(ftp, result, remote, progress.done(), progress.total());
 }
 
 int get(ftps& ftp, const TransferUrl& url, const Arguments& arguments) {
-  std::string target = arguments.file.empty() ? "./" : arguments.file;
-  std::error_code ignored;
-  if (!target.ends_with('/') && std::filesystem::is_directory(target, ignored)) target += '/';
-  return transfer(ftp, arguments.quiet, url.path, target,
-                  [&] { return ftp.download_file(to_ansi(url.path), to_ansi(target), ftps::kByteType); });
+  return fetch_file(arguments.file, url.path, [&](const YString& local) {
+    return transfer(ftp, arguments.quiet, url.path,
+                    [&] { return ftp.download_file(to_ansi(url.path), local, ftps::kByteType); });
+  });
 }
 
 int put(ftps& ftp, const TransferUrl& url, const Arguments& arguments) {
   const std::string target = upload_target(url.path, arguments.file);
-  return transfer(ftp, arguments.quiet, target, arguments.file,
-                  [&] { return ftp.upload_file(to_ansi(arguments.file), to_ansi(target), ftps::kByteType); });
+  return send_file(arguments.file, [&](const std::string& local) {
+    const std::string reason = reason_not_to_send(local, file_title(arguments.file));
+    if (!reason.empty()) return fail(kLocalFile, reason);
+    const int code = transfer(ftp, arguments.quiet, target,
+                              [&] { return ftp.upload_file(to_ansi(local), to_ansi(target), ftps::kByteType); });
+    return code == kLocalFile ? fail(code, file_title(arguments.file) + " cannot be read") : code;
+  });
 }
 
 int remove(ftps& ftp, const TransferUrl& url, const Arguments&) {
@@ -125,6 +131,14 @@ std::optional<int> ftp_type(const Arguments& arguments, const TransferUrl& url) 
   return number > 0 ? std::optional<int>(number) : std::nullopt;
 }
 
+// A server of another protocol may say nothing, or nothing that is a reply, until the limit for replies is over.
+bool connect(ftps& ftp, const std::string& server) {
+  const LateRemark hint("still waiting for " + server +
+                        "; \"yinet sftp\" is for SSH servers, and \"yinet get ftps://HOST:990/...\" " +
+                        "for those that speak TLS from the first byte");
+  return ftp.connect() == 0 && !no_reply(ftp);
+}
+
 int run(const Row& row, const Arguments& arguments) {
   auto url = parse_transfer_url(arguments.url);
   if (!url || !type_of(kServerSchemes, url->scheme)) return wrong_call("write the URL as ftp://HOST/PATH or ftps://HOST/PATH");
@@ -133,17 +147,21 @@ int run(const Row& row, const Arguments& arguments) {
   if (!type) return wrong_call("--type is \"tls\", \"plain\" or a number above 0");
   const auto proxy = choose_proxy(arguments.proxy, kProxySchemes);
   if (!proxy) return wrong_call("write the proxy as socks5://HOST:PORT, socks4://HOST:PORT or ftp://HOST:PORT");
+  for (const TransferUrl& address : {*url, proxy->url})
+    if (const std::string problem = address_problem(address); !problem.empty()) return wrong_call(problem);
   if (breaks_protocol_line(url->user) || breaks_protocol_line(url->path)) return wrong_call("a name cannot hold a line break");
-  if (const std::string reason = row.needs_file ? reason_not_to_send(arguments.file) : ""; !reason.empty()) {
-    remark(reason);
-    return kLocalFile;
+  if (row.needs_file) {
+    if (const std::string reason = reason_against_upload(url->path, arguments.file); !reason.empty())
+      return wrong_call(reason);
+    const std::string reason = arguments.file == "-" ? "" : reason_not_to_send(arguments.file, arguments.file);
+    if (!reason.empty()) return fail(kLocalFile, reason);
   }
   if (url->user.empty()) {
     url->user = "anonymous";
     url->password = "anonymous@";
     url->has_password = true;
   }
-  const auto password = password_of(*url, "YINET_FTP_PASSWORD", "Password for " + url->user + ": ");
+  const auto password = password_of(*url, "YINET_FTP_PASSWORD", account_of(*url));
   if (!password) return kWrongCall;
   const auto proxy_password = proxy_password_of(proxy->url);
   if (!proxy_password) return kWrongCall;
@@ -152,7 +170,7 @@ int run(const Row& row, const Arguments& arguments) {
   use_careful_settings();
   ftps ftp(to_ansi(url->host), to_ansi(url->user), *password, to_ansi(proxy->url.host), *type, proxy->type,
            to_ansi(arguments.certificate), to_ansi(proxy->url.user), *proxy_password);
-  if (ftp.connect() != 0 || no_reply(ftp)) return connection_failure(ftp, url->host, url->user);
+  if (!connect(ftp, url->host)) return connection_failure(ftp, url->host, url->user);
   const int code = row.action(ftp, *url, arguments);
   ftp.closeconnection();
   return code;

@@ -31,14 +31,6 @@ std::string words(ftps& ftp) {
   return shown(SecretScope::masked(trimmed(ftp.get_last_mes(0))));
 }
 
-std::string why_not_written(bool opened, const std::string& local) {
-  const std::filesystem::path folder = std::filesystem::path(local).parent_path();
-  std::error_code error;
-  if (opened) return local + " could not be written to its end";
-  if (!folder.empty() && !std::filesystem::is_directory(folder, error)) return "there is no folder " + folder.string();
-  return local + " cannot be written";
-}
-
 }  // namespace
 
 bool no_reply(ftps& ftp) { return !ftp.has_connection(); }
@@ -62,24 +54,19 @@ int command_failure(ftps& ftp, const std::string& path) {
   return fail(refused_by_server(ftp) ? kRefusedByServer : kBrokenOff, path + ": " + words(ftp));
 }
 
-int transfer_failure(ftps& ftp, int result, const std::string& remote, const std::string& local, std::int64_t done,
-                     std::int64_t total) {
-  if (result == ftp::kLocalFileFailed) {
-    const bool opened = says(ftp, ftp::kTargetNotWritten);
-    const bool target = opened || says(ftp, ftp::kTargetNotOpened);
-    return fail(kLocalFile, target ? why_not_written(opened, local) : local + " cannot be read");
-  }
+int transfer_failure(ftps& ftp, int result, const std::string& remote, std::int64_t done, std::int64_t total) {
+  if (result == ftp::kLocalFileFailed) return kLocalFile;
   if (!went_well(ftp)) return command_failure(ftp, remote);
   const std::string progress = total >= 0 ? std::to_string(done) + " of " + std::to_string(total) + " bytes" : "";
   return fail(kBrokenOff, remote + ": the transfer broke off" + (progress.empty() ? "" : " after " + progress));
 }
 
-std::string reason_not_to_send(const std::string& file) {
+std::string reason_not_to_send(const std::string& file, const std::string& title) {
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> opened(std::fopen(file.c_str(), "rb"), &std::fclose);
   std::error_code error;
-  if (!opened) return file + " cannot be read: " + std::strerror(errno);
-  if (std::filesystem::is_directory(file, error)) return file + " is a folder";
-  if (std::filesystem::file_size(file, error) == 0) return file + " is empty, and empty files are not sent";
+  if (!opened) return title + " cannot be read: " + std::strerror(errno);
+  if (std::filesystem::is_directory(file, error)) return title + " is a folder";
+  if (std::filesystem::file_size(file, error) == 0) return title + " is empty, and empty files are not sent";
   return {};
 }
 

@@ -17,10 +17,9 @@ bool went_well(ftps& ftp);
 // Each says on standard error what happened and gives the exit code.
 int connection_failure(ftps& ftp, const std::string& server, const std::string& user);
 int command_failure(ftps& ftp, const std::string& path);  // of a command about this file or folder of the server
-// Of a transfer between `remote` and the file `local`, after `done` of `total` bytes; `result` is that of ftps.
-int transfer_failure(ftps& ftp, int result, const std::string& remote, const std::string& local, std::int64_t done,
-                     std::int64_t total);
-// Empty when the file can be sent, otherwise why not.
-std::string reason_not_to_send(const std::string& file);
+// Of a transfer from or to `remote`, after `done` of `total` bytes; `result` is that of ftps. Of a local file nothing is said.
+int transfer_failure(ftps& ftp, int result, const std::string& remote, std::int64_t done, std::int64_t total);
+// Empty when the file can be sent, otherwise why not, with `title` as its name.
+std::string reason_not_to_send(const std::string& file, const std::string& title);
 
 }  // namespace yinet::cli

@@ -18,6 +18,7 @@ namespace yinet::cli {
 namespace {
 
 bool g_remarks_as_json = false;
+int g_output_error = 0;  // errno when standard output first took less than it was given
 
 class InputFile {
  public:
@@ -50,11 +51,14 @@ class InputFile {
 
 }  // namespace
 
-void print(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+void print(std::string_view text) {
+  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() && g_output_error == 0) g_output_error = errno;
+}
 
 bool finish_output() {
   if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return true;
-  remark("standard output could not be written: " + std::string(std::strerror(errno)));
+  remark("standard output could not be written: " +
+         std::string(std::strerror(g_output_error ? g_output_error : errno)));
   return false;
 }
 
@@ -71,7 +75,7 @@ void remark(std::string_view text) {
 void remarks_as_json(bool on) { g_remarks_as_json = on; }
 
 int wrong_call(std::string_view text) {
-  remark(text);
+  remark(mask_url_passwords(text));
   return kWrongCall;
 }
 

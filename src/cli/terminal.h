@@ -23,7 +23,7 @@ bool finish_output();
 // One line on standard error after "yinet: "; a JSON line after remarks_as_json(true).
 void remark(std::string_view text);
 void remarks_as_json(bool on);
-// The same for a wrong call; gives its exit code.
+// The same for a wrong call, with passwords in URLs masked; gives its exit code.
 int wrong_call(std::string_view text);
 // The program's log sink: a record on standard error, in the form that was chosen there. What tells no trouble, a server's
 // host key for example, is left out while traces are off.

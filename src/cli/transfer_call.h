@@ -28,12 +28,21 @@ inline constexpr int kBrokenOff = 7;
 
 // Where a local file goes: a path that is empty or ends with a slash is a folder, in which it keeps its name.
 std::string upload_target(const std::string& path, const std::string& file);
+// Why it cannot go there; empty when it can.
+std::string reason_against_upload(const std::string& path, const std::string& file);
+// Where the file `remote` goes: FILE of the command line or, where that is a folder or empty, a file of the remote name in
+// it. Empty when the remote path ends in no name, or in none that is safe on this side.
+std::optional<std::string> download_target(const std::string& file, const std::string& remote);
 // The option FILE: what is sent or, when not `needed`, where to what is fetched goes.
 void add_file_option(CLI::App& app, std::string& file, bool needed);
 
-// From the URL, else from this environment variable, else asked for on the terminal. Nothing is asked without a user. Empty,
-// with a remark, when there is none to be had.
-std::optional<YString> password_of(const TransferUrl& url, const char* variable, const std::string& question);
+// From the URL, else from this environment variable, else asked for on the terminal, as the password for `account`. Nothing
+// is asked without a user. Empty, with a remark, when there is none to be had.
+std::optional<YString> password_of(const TransferUrl& url, const char* variable, const std::string& account);
+std::string account_of(const TransferUrl& url);  // "user@host:port"
+
+// What is wrong with the server of a URL, its port for example; empty when it can be tried.
+std::string address_problem(const TransferUrl& url);
 
 // What a URL's scheme stands for; empty when it is in no row.
 struct SchemeType {

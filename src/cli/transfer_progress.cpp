@@ -1,12 +1,9 @@
 #include "transfer_progress.h"
 
-#include <fcntl.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <csignal>
 #include <cstdio>
 
 #include "terminal.h"
@@ -57,29 +54,6 @@ void TransferProgress::finish(bool succeeded) {
   std::snprintf(time.data(), time.size(), "%.2f s", seconds);
   remark(readable_size(static_cast<double>(done_)) + " in " + time.data() + ", " +
          readable_size(static_cast<double>(done_) / seconds) + "/s");
-}
-
-std::optional<std::string> ask_for_password(const std::string& question) {
-  const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY);
-  termios before{};
-  if (terminal < 0 || tcgetattr(terminal, &before) != 0) {
-    if (terminal >= 0) close(terminal);
-    return std::nullopt;
-  }
-  // Ctrl-C is read like a letter: ending right here would leave the terminal without echo.
-  termios silent = before;
-  silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ISIG);
-  const char interrupt = static_cast<char>(before.c_cc[VINTR]);
-  tcsetattr(terminal, TCSAFLUSH, &silent);
-  static_cast<void>(!write(terminal, question.data(), question.size()));
-  std::string line;
-  char c = 0;
-  while (read(terminal, &c, 1) == 1 && c != '\n' && c != interrupt) line.push_back(c);
-  tcsetattr(terminal, TCSAFLUSH, &before);
-  static_cast<void>(!write(terminal, "\n", 1));
-  close(terminal);
-  if (c == interrupt) std::raise(SIGINT);
-  return line;
 }
 
 }  // namespace yinet::cli

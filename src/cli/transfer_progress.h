@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <optional>
 #include <string>
 
 namespace yinet::cli {
@@ -43,8 +42,5 @@ class TransferProgress {
 
 // "512 bytes", "1.5 MB": decimal units.
 std::string readable_size(double bytes);
-
-// A line typed on the terminal without echo; empty when there is no terminal.
-std::optional<std::string> ask_for_password(const std::string& question);
 
 }  // namespace yinet::cli

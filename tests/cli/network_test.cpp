@@ -128,6 +128,10 @@ TEST(DnsCommand, UsesSearchListAndHostsFileOfTheSystem) {
       << "it knows nothing of the root";
 }
 
+std::size_t count_files(const TempDir& folder) {
+  return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder.path()), {}));
+}
+
 TEST(TransferCommands, MoveListAndDeleteFilesAndTellWhyNot) {
   YINET_SKIP_FOR(SshServer::missing());
   YINET_SKIP_FOR(FtpServer::missing(FtpBrand::proftpd));
@@ -156,6 +160,7 @@ TEST(TransferCommands, MoveListAndDeleteFilesAndTellWhyNot) {
   const std::string sftp = "sftp://" + SshServer::user() + "@" + ssh_server.address() + "/";
   const std::string wrong_sftp = "sftp://" + SshServer::user() + ":falsch@" + ssh_server.address() + "/";
   const std::string folder = sftp + "B%C3%BC%20cher/", file = folder + name_in_url;
+  const std::string absolute = sftp + "%2F" + ssh_server.folder().string().substr(1);
   const std::string refused = "127.0.0.1:" + std::to_string(refused_port()) + "/x";
   const std::map<std::string, std::string> environment = {{"YINET_FTP_PASSWORD", ftp_server.password()},
                                                           {"YINET_SFTP_PASSWORD", SshServer::password()},
@@ -170,7 +175,10 @@ TEST(TransferCommands, MoveListAndDeleteFilesAndTellWhyNot) {
                {{"ftp", "size", ftp + name_in_url, by}, 0, "7\n"},
                {{"ftp", "ls", ftp, by}, 0, name + "\n"},
                {{"ftp", "get", ftp + name_in_url, back, by}, 0},
+               {{"ftp", "get", ftp + "none", back, by}, 5},
                {{"ftp", "rm", ftp + name_in_url, by}, 0},
+               {{"ftp", "put", ftp + "typed", "-", by}, 0},
+               {{"ftp", "get", ftp + "typed", "-", by}, 0, "content"},
                {{"ftp", "rm", ftp + name_in_url, by}, 5},
                {{"ftp", "put", ftp, none, by}, 6},
                {{"ftp", "get", "ftp://u:p@" + cut_server.target() + "/f", back}, 7, "4 of 10 bytes"},
@@ -182,7 +190,7 @@ TEST(TransferCommands, MoveListAndDeleteFilesAndTellWhyNot) {
                {{"sftp", "ls", folder, by}, 0, name + "\n"},
                {{"sftp", "get", file, back, by}, 0},
                {{"sftp", "ls", folder, by, "--trace"}, 0, "ssh-ed25519 SHA256:"},
-               {{"sftp", "get", folder + "none", back, by}, 5},
+               {{"sftp", "get", folder + "none", back, by}, 5, "none: no such file"},
                {{"sftp", "rm", file, by}, 0},
                {{"sftp", "put", file, none}, 6},
                {{"exists", file}, 5},  // nothing is emptied for a missing file
@@ -193,23 +201,37 @@ TEST(TransferCommands, MoveListAndDeleteFilesAndTellWhyNot) {
                {{"exists", folder}, 0},
                {{"put", source, folder, by_http}, 0},
                {{"get", file, back}, 0},
-               {{"get", file, nowhere}, 6},
+               {{"get", file, nowhere}, 6, nowhere + " cannot be written: No such file"},
+               {{"get", file + "x", back}, 5},
+               {{"exists", absolute}, 0},
                {{"get", web.url("/status/401"), back}, 4},
-               {{"put", source, web.url()}, 1},
                {{"get", web.tls_url("/hello.txt?x=1"), local.path().string()}, 0},
                {{"get", "sftp://u:p@" + refused, back}, 3},
                {{"rm", file}, 0},
                {{"rmdir", folder}, 0}};
   for (const auto& [arguments, exit_code, said] : steps) {
-    std::filesystem::remove(back);
-    const CommandResult result = run_program(arguments, "", environment);
+    local.write("back", "older");
+    const CommandResult result = run_program(arguments, "content", environment);
     EXPECT_EQ(result.exit_code, exit_code) << testing::PrintToString(arguments) << result.errors;
     EXPECT_THAT(result.output + result.errors, AllOf(HasSubstr(said), Not(HasSubstr("falsch"))));
-    EXPECT_TRUE(exit_code != 0 || !std::ranges::count(arguments, back) || read_file(back) == "content");
+    EXPECT_EQ(read_file(back), exit_code == 0 && std::ranges::count(arguments, back) ? "content" : "older");
   }
   EXPECT_EQ(read_file(local / "hello.txt"), NginxServer::kHello);
   EXPECT_EQ(run_program({"ftp", "put", ftp, source, "--quiet"}, "", environment).errors, "");
   EXPECT_EQ(ftp_server.content(name), "content");
+  EXPECT_EQ(count_files(local), 3) << "no transfer leaves a part of a file";
+}
+
+TEST(TransferCommands, ASignalLeavesNoHalfFileAndKeepsTheOlderOne) {
+  ScriptedPeer server(
+      Script().read_until("\r\n\r\n").send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf").read_to_end());
+  const TempDir local;
+  const std::string target = local.write("x", "older").string();
+  ChildProcess program({YINET_PROGRAM, "get", server.url(), target});
+  ASSERT_TRUE(eventually([&] { return count_files(local) == 2; })) << program.errors();
+  EXPECT_EQ(program.stop(), 128 + SIGTERM);
+  EXPECT_EQ(count_files(local), 1);
+  EXPECT_EQ(read_file(target), "older");
 }
 
 }  // namespace
