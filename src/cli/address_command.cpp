@@ -16,16 +16,30 @@ namespace {
 constexpr const char* kExamples = R"(Examples:
   yinet address name '"Max Muster" <max@example.org>'      prints Max Muster
   yinet address list 'Max <max@example.org>, lager@example.org'
-  yinet address list - < recipients.txt
+  yinet address list - < recipients.txt     separated by "," or one per line
+
+A comma always separates, also inside quotes: "Muster, Max" <max@example.org> are two items. A line of standard input that
+begins with a blank goes on with the line before it, as in a mail's header.
 
 Exit status: 0 when something was found, 1 when not, 2 for a wrong call.)";
+
+// Lines are items, except where one goes on with the one before it.
+std::string joined_lines(std::string_view text) {
+  std::string list;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\r') continue;
+    const bool goes_on = i + 1 < text.size() && (text[i + 1] == ' ' || text[i + 1] == '\t');
+    list += text[i] != '\n' ? text[i] : goes_on ? ' ' : ',';
+  }
+  return list;
+}
 
 // The list as the library's text; nothing, after a remark, when standard input cannot be read.
 std::optional<YString> taken(const std::string& argument) {
   if (argument != "-") return to_ansi(argument);
   std::string problem;
   const auto input = read_file(argument, problem);
-  if (input) return to_ansi(trimmed(*input));
+  if (input) return to_ansi(joined_lines(trimmed(*input)));
   remark(problem);
   return std::nullopt;
 }

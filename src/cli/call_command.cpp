@@ -125,8 +125,11 @@ int call(const Arguments& arguments) {
   const std::unique_ptr<char, FreeAnswer> answer(text);
   if (!answer) throw std::bad_alloc();
   Json record = Json::parse(answer.get());
-  if (status == YINET_WRONG_CALL)
-    return wrong_call(record.value("error", "") + " \"yinet functions " + name + "\" explains them.");
+  if (status == YINET_WRONG_CALL) {
+    const std::string problem = record.value("error", "");
+    return wrong_call(problem + (problem.ends_with('?') ? " \"" : "; \"") + "yinet functions " + name +
+                      "\" explains its parameters");
+  }
   mask_passwords(*function, record);
   print(record.dump(2) + "\n");
   remark_temporary_files(record);

@@ -9,6 +9,8 @@
 #include "command.h"
 #include "terminal.h"
 #include "yinet/dns/ynet_dns.h"
+#include "yinet/host/messages.h"
+#include "yinet/host/ylog.h"
 
 namespace yinet::cli {
 namespace {
@@ -43,7 +45,15 @@ int print_mail_servers(const YString& name) {
   return servers.Count() > 0 ? kSucceeded : kFailed;
 }
 
+// Says after each of the library's failures what can be done about it, such as what the status in its text means.
+void print_with_cure(const LogRecord& record) {
+  print_log(record);
+  const MessageText* message = record.level > 0 ? find_message(record.number) : nullptr;
+  if (message && !message->cure.empty()) remark(std::to_string(record.number) + ": " + std::string(message->cure));
+}
+
 int look_up(const Question& question) {
+  set_log_sink(&print_with_cure);
   const YString name = to_ansi(question.name);
   return question.type == "a" ? print_address(name) : print_mail_servers(name);
 }

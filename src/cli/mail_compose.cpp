@@ -55,8 +55,7 @@ void take_lists(YObject& record) {
     if (auto* list = record.Find<YString>(key)) list->ReplaceChar(YString::kItemDelimiter, separator);
 }
 
-void remark_missing_addresses(const YObject& record) {
-  if (record.GetString(mail_key::kSender).IsEmpty()) remark("the record has no \"ABSENDER\": the mail has no sender");
+void remark_missing_recipients(const YObject& record) {
   for (const std::string_view key : {mail_key::kTo, mail_key::kCc, mail_key::kBcc})
     if (!record.GetString(key).IsEmpty()) return;
   remark("the record has no \"EMPF\xC3\x84NGER\", \"KOPIE\" or \"BLINDKOPIE\": the mail has no recipients");
@@ -88,7 +87,11 @@ int compose_mail(const ComposeArguments& arguments) {
     return kFailed;
   }
   take_lists(record);
-  remark_missing_addresses(record);
+  if (record.GetString(mail_key::kSender).IsEmpty()) {
+    remark("the record has no \"ABSENDER\": no mail goes out without a sender");
+    return kFailed;
+  }
+  remark_missing_recipients(record);
 
   const UnsentAttachments unsent;
   YMIMEMessage message(YString(), 0, kUsualBodySize, 0);

@@ -43,10 +43,23 @@ int run(const std::vector<Command>& commands) {
   return command ? command->run() : yinet::cli::kWrongCall;
 }
 
+// The command and what was called of its subcommands, each with a blank behind it.
+std::string called_names(const CLI::App& app) {
+  std::string names;
+  for (const CLI::App* at = &app; !at->get_subcommands().empty();) {
+    at = at->get_subcommands().front();
+    names += at->get_name() + " ";
+  }
+  return names;
+}
+
 // What the parser says, with the way out.
 int refuse(const CLI::App& app, const std::vector<Command>& commands, const CLI::ParseError& error) {
   const std::vector<std::string> extras = app.remaining(true);
   const Command* command = parsed_command(commands);
+  if (!command && !extras.empty() && extras.front() == "help")
+    return yinet::cli::wrong_call(
+        "there is no command \"help\": \"yinet --help\" shows them all, \"yinet COMMAND --help\" tells more");
   if (!command && !extras.empty() && !extras.front().starts_with('-')) {
     std::vector<std::string> names;
     for (const Command& known : commands) names.push_back(known.app->get_name());
@@ -54,8 +67,8 @@ int refuse(const CLI::App& app, const std::vector<Command>& commands, const CLI:
     return yinet::cli::wrong_call("there is no command \"" + extras.front() + "\"; did you mean " +
                                   yinet::listed_with_or(yinet::nearest_names(extras.front(), known, 2)) + "?");
   }
-  return yinet::cli::wrong_call(std::string(error.what()) + "; \"yinet " +
-                                (command ? command->app->get_name() + " " : "") + "--help\" shows how to call it");
+  return yinet::cli::wrong_call(std::string(error.what()) + "; \"yinet " + called_names(app) +
+                                "--help\" shows how to call it");
 }
 
 int program(int argc, char** argv) {

@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "cli/program.h"
