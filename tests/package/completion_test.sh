@@ -22,7 +22,10 @@ for option in $("$program" --help | grep -oE '^  --[a-z]+'); do
 done
 for function in $("$program" functions | awk '/^  / { print $1 }'); do completes call "${function:0:2}" "$function"; done
 for line in 'call HTTP_POST pUrl = x pContentT pContentType=' 'functions HTTP_P HTTP_POST' 'ftp g get' \
-  'ftp get --pr --proxy' 'ftp get --la --language' '--language d de' 'dns m mx' 'messages 2190 21901'; do
+  'ftp get --pr --proxy' 'ftp get --la --language' '--language d de' 'dns m mx' 'messages 2190 21901' \
+  '--language de call HTTP_P HTTP_POST' 'call --json f.json HTTP_P HTTP_POST' '--log json dns m mx' \
+  '--set DNS/Server = 127.0.0.1 dns m mx' '--set DNS/S DNS/Server=' 'settings DNS/S DNS/Server' \
+  'charset convert --from UTF-1 UTF-16LE' 'mail compose -o x --o --out'; do
   # shellcheck disable=SC2086  # words
   completes $line
 done
