@@ -26,6 +26,8 @@ class YInet:
 
 
 if __name__ == "__main__":
+    if len(sys.argv) != 3:
+        sys.exit("usage: call.py LIBYINET.SO MAIL-FILE")
     result = YInet(sys.argv[1]).call("MIME_DEKODIERE", pEMLDatei=sys.argv[2])
     if not result["_RETV"]:
         sys.exit("the mail could not be read")

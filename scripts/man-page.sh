@@ -74,7 +74,22 @@ A file with settings.
 .TP
 .BI YINET_ SECTION _ KEY
 The value of one setting, such as YINET_HTTP_ABFRAGEN; "yinet settings" names them all.
+.TP
+.BR YINET_PASSWORD ", " YINET_FTP_PASSWORD ", " YINET_SFTP_PASSWORD
+Passwords of the server's account for the commands get, put and their kin, ftp, and sftp.
+.TP
+.B YINET_SFTP_KEY_PASSWORD
+The password of the private key that \-\-key names.
+.TP
+.B YINET_PROXY_PASSWORD
+The password of the proxy's account.
+.SH EXIT STATUS
+TEXT
+"$program" get --help | sed -n '/^Exit status:/,$p' | sed 's/^Exit status: //' | tr '\n' ' ' |
+  sed -E 's/([0-9]) ([^,]*(\([^)]*\))?[^,]*)(, |\. *$)/.TP\n.B \1\n\2\n/g'
+cat <<'TEXT'
+.P
+The statuses from 3 to 7 are those of the commands that move files.
 .SH SEE ALSO
-The references of functions, messages and settings in the project's folder
-.IR docs .
+The commands themselves tell what there is: "yinet functions", "yinet messages" and "yinet settings".
 TEXT
