@@ -1,6 +1,11 @@
 // The program without servers: help, tables, wrong calls, options for every command, mails, addresses, character sets.
 
 #include <gmock/gmock.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
 
 #include "cli/program.h"
 #include "support/temp_dir.h"
@@ -82,6 +87,20 @@ TEST(Program, TellsConvertsAndSaysCauseAndCure) {
   const CommandResult lost = run_command({"sh", "-c", std::string(YINET_PROGRAM) + " functions > /dev/full"});
   EXPECT_EQ(lost.exit_code, 1);
   EXPECT_THAT(lost.errors, HasSubstr("No space left on device"));
+}
+
+TEST(Program, KeysOfTheTerminalEndThePromptForAPassword) {
+  for (const auto& [key, status] : {std::pair('\x03', SIGINT), std::pair('\x04', 2 << 8)}) {  // as wait() tells it
+    int terminal = -1, ended = -1;
+    const pid_t program = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (program == 0) _exit(execl(YINET_PROGRAM, "yinet", "sftp", "ls", "sftp://me@h/", nullptr));
+    std::string shown;
+    for (char c = 0; !shown.ends_with("me@h: ") && read(terminal, &c, 1) == 1;) shown += c;
+    EXPECT_EQ(write(terminal, &key, 1), 1);
+    EXPECT_TRUE(eventually([&] { return waitpid(program, &ended, WNOHANG) == program; })) << shown << kill(program, SIGKILL);
+    EXPECT_EQ(ended, status) << shown;
+    close(terminal);
+  }
 }
 
 TEST(Program, SettingsComeFromFileEnvironmentAndOptions) {

@@ -111,7 +111,7 @@ TEST(Messages, EveryNumberHasACompleteRow) {
 }
 
 TEST(ScriptEngine, RunsFunctionsWhateverTheCaseAndLogsWhatFails) {
-  const test::LogCapture log;
+  const LogCapture log;
   YObject parameters;
   const auto run = [&](const char* group, const char* name) {
     return YScript.ExecuteFunction(group, name, 0, &parameters);
@@ -174,7 +174,7 @@ TEST(Settings, OverridesComeBeforeASourceAndThatTakesThePlaceOfTheFile) {
 
 TEST(Settings, TypingErrorsAreToldOnce) {
   const test::TempDir folder;
-  const test::LogCapture log;
+  const LogCapture log;
   const auto file = folder.write("my.ini", "[TLS]\nZertifikateImmerPruefen = 1 ; wichtig\nnamenpr\xC3\xBC" "fen=1\n"
                                            "[Dateien]\nLaufwerkD=/x\n[Eigenes]\nWert=x\n[DNS]\nVersuche=drei\n");
   ASSERT_EQ(load_settings_file(file.string()), std::nullopt);
