@@ -86,10 +86,10 @@ TEST_F(HttpTest, CookiesGoBackToTheirHostOnlyAndStayWithinTheLimit) {
       {"Set-Cookie: b=4\r\nCOOKIES: none", both},
       {"c: d", both},
       {"c: d", ""}};
-  auto peer = ScriptedPeer::for_every_connection([&](Connection& connection) {
-    connection.read_until("\r\n\r\n");
-    connection.send("HTTP/1.1 404 x\r\n" + kCalls[connection.index()].first + "\r\n\r\n");
-  });
+  std::vector<ConnectionScript> replies;
+  for (const auto& call : kCalls)
+    replies.emplace_back(after_request().send("HTTP/1.1 404 x\r\n" + call.first + "\r\n\r\n"));
+  ScriptedPeer peer(std::move(replies));
   EXPECT_FALSE(get(peer.url())) << "cut, yet it keeps its status, type and cookies";
   EXPECT_EQ(status_ + content_type_, "404 xa/b");
   for (int i = 1; i < 4; ++i) EXPECT_FALSE(get(peer.url()));
