@@ -9,6 +9,13 @@ constexpr std::size_t kNone = std::string_view::npos;
 
 bool is_quoted(std::string_view text) { return text.size() >= 2 && text.front() == '"' && text.back() == '"'; }
 
+// The quote that ends a text in double quotes which begins at `from`; a backslash takes the character behind it along.
+std::size_t closing_quote(std::string_view text, std::size_t from) {
+  for (std::size_t at = from; (at = text.find_first_of("\"\\", at)) != kNone; at += 2)
+    if (text[at] == '"') return at;
+  return kNone;
+}
+
 // Cuts at each `delimiter` that stands outside double quotes. A quote that is never closed is a character like any other.
 std::vector<std::string_view> split_outside_quotes(std::string_view text, char delimiter) {
   std::vector<std::string_view> items;
@@ -20,8 +27,7 @@ std::vector<std::string_view> split_outside_quotes(std::string_view text, char d
       items.push_back(text.substr(start, at - start));
       start = at + 1;
     } else if (!unclosed) {
-      std::size_t close = at + 1;
-      while ((close = text.find('"', close)) != kNone && text[close - 1] == '\\') ++close;
+      const std::size_t close = closing_quote(text, at + 1);
       if (close == kNone) unclosed = true;
       else at = close;
     }
