@@ -33,6 +33,9 @@ TEST(Program, TellsConvertsAndSaysCauseAndCure) {
       {{"address", "list", "-"}, "max@example.org\njo@example.org\n", 0, "Max <max@example.org>,\n\t jo@example.org\n"},
       {{"charset", "convert", "--from", "850", "--to", "windows-1252", "-"}, "\xE4\r\n", 0, "\x84\r\n"},
       {{"charset", "convert", "--from", "UTF-16LE", "--to", "utf-8"}, "ab", 0, std::string("a\0b\0", 4)},
+      {{"mail", "parts", "-"}, "rfc822  31 bytes\n    text/html", 0,
+       "Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\nContent-Type: message/rfc822; boundary=z\r\n\r\n--z\r\n\r\neins"
+       "\r\n--b\r\nContent-Type: message/rfc822\r\n\r\nContent-Type: text/html\r\n\r\nzwei\r\n--b--"},
       {{"charset", "list"}, "ibm-5348_P100-1997\n", 0},
       {{"address", "list", "-"}, "a@b.c\nd@e.f\n", 0, "a@b.c\nd@e.f\r\n"},
       {{"mail", "compose", "-"}, "the mail has no recipients", 0, R"({"ABSENDER": "a@b"})"},

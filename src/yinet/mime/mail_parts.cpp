@@ -2,7 +2,6 @@
 
 #include <string_view>
 
-#include "yinet/host/text.h"
 #include "yinet/host/yfile.h"
 #include "yinet/host/yobject.h"
 #include "yinet/mime/part_record.h"
@@ -16,14 +15,13 @@ class MailPartLister {
   explicit MailPartLister(const YObject& result) : result_(result) {}
 
   void list(const YMIMEMessage& message, int depth) {
-    std::size_t embedded = 0;
-    list_part(message, message.m_Mail, depth, embedded);
+    list_part(message, message.m_Mail, depth);
   }
 
   std::vector<MailPartEntry> entries;
 
  private:
-  void list_part(const YMIMEMessage& message, const YObject& record, int depth, std::size_t& embedded) {
+  void list_part(const YMIMEMessage& message, const YObject& record, int depth) {
     MailPartEntry entry;
     entry.depth = depth;
     const std::string media = record.GetString(part::kMedia).str();
@@ -36,13 +34,12 @@ class MailPartLister {
       entry.name = name.str();
       if (const auto* bytes = result_.Find<YBuffer>(name)) entry.size = bytes->Size();
     }
-    const bool is_mail = equal_ignoring_case(entry.type, "message/rfc822");
     entries.push_back(std::move(entry));
-    if (is_mail && depth > 0 && embedded < message.m_EmbeddedMessages.size()) {
-      list(*message.m_EmbeddedMessages[embedded++], depth + 1);
+    if (const auto* embedded = record.Find<std::int32_t>(part::kEmbedded)) {
+      list(*message.m_EmbeddedMessages[static_cast<std::size_t>(*embedded)], depth + 1);
     }
     if (const auto* parts = record.Find<YObjectArray>(part::kParts)) {
-      for (int i = 0; i < parts->Count(); ++i) list_part(message, *parts->ItemPtr(i), depth + 1, embedded);
+      for (int i = 0; i < parts->Count(); ++i) list_part(message, *parts->ItemPtr(i), depth + 1);
     }
   }
 

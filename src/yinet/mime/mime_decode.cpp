@@ -187,7 +187,7 @@ void YMIMEMessage::m_DecodeLeaf(YObject* part, int start, int end, bool topLevel
     return;
   }
   if (subtype.EqualsIC("RFC822")) {
-    m_DecodeEmbedded(start, end);
+    m_DecodeEmbedded(part, start, end);
     m_DecodeItem(part, start, end, false);
   } else if (subtype.EqualsIC("delivery-status")) {
     part->StoreText(part::kFilename, "delivery-status.txt");
@@ -196,7 +196,7 @@ void YMIMEMessage::m_DecodeLeaf(YObject* part, int start, int end, bool topLevel
   // Partial and external bodies, and message types that nobody knows, hold nothing to decode.
 }
 
-void YMIMEMessage::m_DecodeEmbedded(int start, int end) {
+void YMIMEMessage::m_DecodeEmbedded(YObject* part, int start, int end) {
   using namespace yinet;
   MailDecodeState& state = *decode_state_;
   const std::string_view content = m_Content(start, end);
@@ -205,6 +205,7 @@ void YMIMEMessage::m_DecodeEmbedded(int start, int end) {
     return;
   }
   auto message = std::make_shared<YMIMEMessage>(m_EnvelopeHeaders, m_MaxMailSize, m_MaxBodySize, m_DecodeOptions);
+  part->Store<std::int32_t>(part::kEmbedded, static_cast<std::int32_t>(m_EmbeddedMessages.size()));
   m_EmbeddedMessages.push_back(message);
   message->m_MailText = YString(content);
   message->m_MailDir = m_MailDir;

@@ -188,7 +188,8 @@ class YINET_API YMIMEMessage {
   bool m_DecodeMultipart(YObject* part, int bodyStart, unsigned long flags, YObject* partInformation);
   void m_DecodeLeaf(YObject* part, int start, int end, bool topLevel, bool inMultipart, bool information,
                     YObject* partInformation);
-  void m_DecodeEmbedded(int start, int end);
+  void m_DecodeEmbedded(YObject* part, int start, int end);
+  [[nodiscard]] bool m_IsDecoding() const;
   void m_TakeEnvelope();  // subject, sender and recipients from the root's fields
   [[nodiscard]] std::string_view m_Content(int start, int end) const;
   bool m_DecodeInlineText(YObject* part, std::string_view content, bool topLevel);
