@@ -54,6 +54,7 @@ const Hostile kMails[] = {
     {"SubjectOfHalfWords", "Subject: a{1000000*=?x?B?}{500000*?=}\r\n" + kLast},
     {"Parameters", "Content-Type: text/plain{200000*; a=\"\\\"\"; b*0*=c;\"}\r\n\r\nzuletzt", ""},
     {"Recipients", "To: {300000*a@b, ;}\r\n" + kLast},
+    {"RecipientsBeyondNumber", "To: {2500000*a,}\r\n" + kLast},
     {"EnvelopeRecipients", "Envelope-To: {100000*^@b }\r\n" + kLast},
     {"BoundariesThatNeverCome",
      with_parts("{5000*Content-Type: multipart/mixed; boundary=never^\r\n\r\n" + std::string(1000, 'x') + kNext + "}")},

@@ -231,20 +231,25 @@ void YMIMEMessage::insert_message_end(YString& text) {
 }
 
 void YMIMEMessage::m_AddMultipleRecipients(YString& list, int kind) {
-  for (yinet::Recipient& recipient : yinet::parse_recipients(list)) {
+  const std::size_t limit =
+      m_IsDecoding() ? static_cast<std::size_t>(std::max(yinet::setting_int(yinet::settings::kMailRecipientLimit), 1))
+                     : std::numeric_limits<std::size_t>::max();
+  for (yinet::Recipient& recipient : yinet::parse_recipients(list, limit)) {
     YString address(std::move(recipient.address));
     YString name(std::move(recipient.name));
     m_AddRecipient(address, name, kind);
   }
 }
 
-// Whoever reads the recipients puts them into a protocol line sooner or later.
+// Whoever reads the recipients puts them into a protocol line sooner or later. Only those of a record are worth a report:
+// a mail that was received may hold any number of bad ones.
 void YMIMEMessage::m_AddRecipient(YString& address, YString& name, int kind) {
   namespace key = yinet::mail_key;
   YObjectArray& recipients = kind == yinet::kRecipientTo ? m_To : kind == yinet::kRecipientCc ? m_Cc : m_Bcc;
   YObject& recipient = *recipients.New();
-  recipient.Store(key::kEmailAddress, header_value(address, key::kEmailAddress));
-  recipient.Store(key::kFriendlyName, header_value(name, key::kFriendlyName));
+  const bool decoding = m_IsDecoding();
+  for (const auto& [entry, value] : {std::pair(key::kEmailAddress, &address), std::pair(key::kFriendlyName, &name)})
+    recipient.StoreText(entry, decoding ? yinet::one_header_line(*value) : header_value(*value, entry).str());
 }
 
 YString YMIMEMessage::m_EncodeHeaderLine(const YString& text) {

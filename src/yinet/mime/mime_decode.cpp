@@ -217,6 +217,8 @@ void YMIMEMessage::m_DecodeEmbedded(YObject* part, int start, int end) {
   std::string().swap(message->m_MailText.str());  // its records hold all that is still needed
 }
 
+bool YMIMEMessage::m_IsDecoding() const { return decode_state_ && decode_state_->budget->result != nullptr; }
+
 void YMIMEMessage::m_TakeEnvelope() {
   using namespace yinet;
   m_Date.Set(YDateAndTime::kNow);

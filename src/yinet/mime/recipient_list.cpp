@@ -1,5 +1,7 @@
 #include "yinet/mime/recipient_list.h"
 
+#include <algorithm>
+
 #include "yinet/host/text.h"
 #include "yinet/mime/header_decoding.h"
 
@@ -19,15 +21,18 @@ Recipient recipient_of(std::string item) {
 
 }  // namespace
 
-std::vector<Recipient> parse_recipients(std::string_view list) {
+std::vector<Recipient> parse_recipients(std::string_view list, std::size_t limit) {
   std::string decoded;
   if (is_single_encoded_word(list)) {
     decoded = decode_header_value(list);
     list = decoded;
   }
   std::vector<Recipient> recipients;
-  for (const std::string_view item : split(list, ";,")) {
-    const std::string_view text = trimmed(item);
+  for (std::size_t start = 0; start < list.size();) {
+    const bool fits = recipients.size() + 1 < limit;
+    const std::size_t end = fits ? std::min(list.find_first_of(";,", start), list.size()) : list.size();
+    const std::string_view text = trimmed(list.substr(start, end - start));
+    start = end + 1;
     if (text.empty()) continue;
     std::string value = decode_header_value(text);
     if (!value.empty()) recipients.push_back(recipient_of(std::move(value)));
