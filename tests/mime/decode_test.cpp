@@ -37,6 +37,12 @@ TEST_F(MailTest, EnvelopeComesFromTheHeader) {
       "{'ORIGEMPF\303\204NGER':'e@x.de\\u0001f@x.de','EMPF\303\204NGER':'a@x.de\\u0001b@x.de','KOPIE':'c@x.de',"
       "'ABSENDER':'m@x.de','ABSENDERNAME':'M\303\274ller','BETREFF':'Gr\303\274\303\237e','AntwortAdresse':'r@x.de',"
       "'NACHRICHT':'Hallo','MAILARCHIVID':'18'}");
+  mail_.Store("GESENDET", YDateAndTime());  // a second mail in the same record; what it breaks is told to nobody
+  const YString second(folder_.write("mail.eml", "From: a@b\r\nTo: =?x?Q?=0Aa?=;b\r\n\r\n").string());
+  ASSERT_TRUE(OpenMessage().Decode(second, &mail_, 0));
+  for (const char* key : {"AntwortAdresse", "GESENDET"}) EXPECT_FALSE(mail_.Exist(key)) << key;
+  EXPECT_EQ(text("EMPF\xC4NGER"), " a\x01" "b");
+  EXPECT_THAT(log_.numbers(), IsEmpty());
   ASSERT_TRUE(decode("From: N <a@b>\r\nReply-To: r@x.de\r\nDate: 99999999999\r\n\r\nText", 4));  // a short record
   EXPECT_EQ(
       told(mail_),

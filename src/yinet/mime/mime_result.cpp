@@ -62,11 +62,18 @@ YString original_recipients(std::string_view text) {
 
 bool read_file(const YString& path, YBuffer& bytes) {
   YFile file(path);
-  if (!file.Open(yinet::kOpenExisting, yinet::kAccessRead)) return false;
-  const std::int64_t size = file.GetFileSize();
-  if (size < 0) return false;
-  bytes.SetSize(size);
-  return file.Read(bytes.Ptr(), size) == size;
+  std::string content;
+  if (!file.Open(yinet::kOpenExisting, yinet::kAccessRead) || !file.ReadAll(content)) return false;
+  bytes.Add(content);
+  return true;
+}
+
+// What not every mail brings must not stay from the mail that was decoded into the record before.
+void delete_earlier_envelope(YObject& result, bool short_record, bool information) {
+  for (const std::string_view key : {mail_key::kReplyAddress, mail_key::kSent, mail_key::kHeader}) result.Delete(key);
+  if (short_record) result.Delete(mail_key::kSenderName);
+  if (short_record || information) result.Delete(mail_key::kText);
+  if (!information) result.Delete(mail_key::kPartInformation);
 }
 
 }  // namespace
@@ -77,8 +84,10 @@ bool YMIMEMessage::m_GetMail(YObject* result, bool nested, unsigned long flags) 
   if (nested) {
     m_StoreNestedText(result);
   } else {
+    const bool short_record = (flags & yinet::kDecodeShort) != 0;
+    delete_earlier_envelope(*result, short_record, information);
     m_StoreEnvelope(result, flags);
-    if (!information && (flags & yinet::kDecodeShort) == 0) m_StoreText(result);
+    if (!information && !short_record) m_StoreText(result);
     if (const YDateAndTime sent = yinet::parse_mail_date(m_Mail.GetString("Date")); sent.IsSet()) {
       result->Store<YDateAndTime>(mail_key::kSent, sent);
     }
