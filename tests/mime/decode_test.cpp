@@ -71,6 +71,7 @@ TEST_F(MailTest, TextAndAttachmentsComeFromTheStructure) {
   const std::string inner = replaced(mixed({kText + "innen", file_part("f.bin", "x")}), "=_b", "=_i");
   const std::string utf8 = "Content-Type: text/plain; charset=utf-8\r\n";
   const std::string seven_bit = file_part("f", "a=41", kCoding + "7bit\r\n");
+  const std::string unix_lines = replaced(mixed({kText + "eins", file_part("f.bin", "x\ny")}), "\r\n", "\n");
   const std::string kept(10240, 'a');
   const std::string cut =
       "...\r\n\r\n------- System-Hinweis:\r\nDiese Nachricht ist gr\366\337er als die zugelassenen 10 KB und wurde "
@@ -106,6 +107,18 @@ TEST_F(MailTest, TextAndAttachmentsComeFromTheStructure) {
        "Content-Type: a/x; name==f.bin\r\n\r\na\r\n--b--",
        "not compared", "no b here, --b\r\n--bb[=f.bin=a]"},
       {"Content-Type: multipart/mixed; boundary=b\r\n\r\nnur Text", "", "[Embedded.mixed=nur Text]"},
+      {"Content-Type: multipart/mixed; boundary=b\r\n\r\nText\r\n--b-- \r\n", "", "[Embedded.mixed=Text\r\n--b-- ]"},
+      // An inner multipart ends with its part, and its boundary may begin like the outer one.
+      {mixed({replaced(replaced(mixed({kText + "eins", file_part("f.bin", "1")}), "\r\n--=_b--\r\n", ""), "=_b", "=_i"),
+              file_part("g.bin", "2")}),
+       "not compared", "eins[f.bin=1][g.bin=2]"},
+      {mixed({kText + "eins", replaced(mixed({kText + "zwei"}), "=_b", "=_b--i"), kText + "drei"}), "not compared",
+       "eins" + kEmbedded + "zwei" + kEmbedded + "drei"},
+      {replaced(mixed({}), "--=_b--\r\n", unix_lines.substr(unix_lines.find("--"))), "not compared", "eins[f.bin=x\r\ny]"},
+      {mixed({kCoding + "base64\r\n" + kMail + "U3ViamVjdDogeAoKaW5uZW4="}), "[Embedded.rfc822=Subject: x\n\ninnen]",
+       kEmbedded + "innen[Embedded.rfc822=Subject: x\n\ninnen]"},
+      {"Content-Type: text/plain; x=\"a\\\\\"; charset=utf-8\r\n" + kCoding + "quoted-printable\r\n\r\n=C3=A4=\r\n",
+       "\xE4=", "\xE4"},
       {"Subject: x\n\nErste\nZweite\n", "Erste\r\nZweite", "Erste\r\nZweite"},
       {"Subject: x\r\rErste\rZweite\r", "", "Erste\r\nZweite"},
       {"Subject: x\r\n\r\na\rb", "a\rb", "a\rb"}};

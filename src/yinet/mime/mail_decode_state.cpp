@@ -43,6 +43,14 @@ bool MailDecodeBudget::is_in_folder(const YString& folder, const std::string& na
   return entry->second.contains(to_lower(name));
 }
 
+void MailDecodeState::forget_positions() {
+  notice.reset();
+  last_line_end.reset();
+  blank_line_from = 1;
+  blank_line_at = 0;
+  last_boundary = {};
+}
+
 MailDecodeState::~MailDecodeState() {
   if (!discards_files) return;
   for (const auto& [file, content] : files) YFile::Delete(YString(file));

@@ -41,20 +41,25 @@ struct MailDecodeBudget {
 // What the settings allow a mail of this size.
 std::shared_ptr<MailDecodeBudget> make_mail_decode_budget(std::int64_t size);
 
-// Where a boundary stands at or after `from`; npos for nowhere.
+// Where a boundary stands at or after `from` and before `end`; npos for nowhere.
 struct BoundaryHit {
   std::string boundary;  // empty: none known
   std::size_t from = 0;
+  std::size_t end = 0;
   std::size_t at = 0;
 };
 
 struct MailDecodeState {
   ~MailDecodeState();
+  void forget_positions();  // in a text that was changed
 
   std::shared_ptr<MailDecodeBudget> budget;
   int depth = 0;                               // of the part being decoded, enclosing mails included
   bool discards_files = false;                 // what the result did not take goes with the message
   bool last_part = false;                      // the part being decoded is the last that fits: it keeps the rest
+  // Readable decode: where the part ends in which is being decoded. Its own boundaries count up to there only, so that a
+  // multipart without its closing delimiter does not take what follows it in the multipart around it.
+  std::size_t end = std::string_view::npos;
   std::optional<std::size_t> notice;           // position of the size notice; npos when there is none
   std::optional<std::size_t> last_line_end;    // position of the last CRLF; npos when there is none
   std::size_t blank_line_from = 1;             // the last search for a blank line, and what it found: none at first

@@ -1,5 +1,6 @@
 #include "yinet/mime/mail_text.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <utility>
@@ -37,6 +38,30 @@ std::string_view without_terminator(std::string_view text) {
   return text;
 }
 
+bool is_lone_line_feed(std::string_view text, std::size_t at) { return at == 0 || text[at - 1] != '\r'; }
+
+bool names_binary_encoding(std::string_view text) {
+  static constexpr std::string_view kField = "\nContent-Transfer-Encoding:";
+  for (std::size_t at = 0; (at = find_ignoring_case(text, kField, at)) != std::string_view::npos;) {
+    at += kField.size();
+    const std::size_t value = std::min(text.find_first_not_of(" \t", at), text.size());
+    if (starts_with_ignoring_case(text.substr(value), "binary")) return true;
+  }
+  return false;
+}
+
+void make_lone_line_feeds_crlf(std::string& text, std::size_t from) {
+  std::string converted;
+  converted.reserve(text.size() + text.size() / 16);
+  std::size_t done = 0;
+  for (std::size_t at = text.find('\n', from); at != std::string::npos; at = text.find('\n', at + 1)) {
+    if (!is_lone_line_feed(text, at)) continue;
+    converted.append(text, done, at - done).append(kLineEnd);
+    done = at + 1;
+  }
+  text = std::move(converted.append(text, done));
+}
+
 std::string decode_base64_text(std::string_view text) {
   std::string decoded;
   if (base64_decode(text, decoded)) return decoded;
@@ -47,16 +72,22 @@ std::string decode_base64_text(std::string_view text) {
 
 bool make_unix_lines_crlf(std::string& text) {
   const std::size_t first = text.find('\n');
-  if (first == std::string::npos || (first > 0 && text[first - 1] == '\r')) return false;
-  std::string converted;
-  converted.reserve(text.size() + text.size() / 16);
-  std::size_t done = 0;
-  for (std::size_t at = first; at != std::string::npos; at = text.find('\n', at + 1)) {
-    if (at > 0 && text[at - 1] == '\r') continue;
-    converted.append(text, done, at - done).append(kLineEnd);
-    done = at + 1;
-  }
-  text = std::move(converted.append(text, done));
+  if (first == std::string::npos || !is_lone_line_feed(text, first)) return false;
+  make_lone_line_feeds_crlf(text, first);
+  return true;
+}
+
+bool make_body_lines_crlf(std::string& text, std::size_t start, std::string_view boundary) {
+  if (boundary.empty()) return false;
+  const std::string delimiter = "\n--" + std::string(boundary);
+  const auto stands_alone = [&](std::size_t at) {
+    const std::size_t end = text.find('\n', at + delimiter.size());
+    return is_lone_line_feed(text, at) || (end != std::string::npos && is_lone_line_feed(text, end));
+  };
+  std::size_t at = find_bytes(text, delimiter, start - std::min<std::size_t>(start, 1));
+  while (at != std::string::npos && !stands_alone(at)) at = find_bytes(text, delimiter, at + 1);
+  if (at == std::string::npos || names_binary_encoding(text)) return false;
+  make_lone_line_feeds_crlf(text, start);
   return true;
 }
 

@@ -17,6 +17,11 @@ bool make_unix_lines_crlf(std::string& text);
 // nothing changed, where there is any LF.
 bool make_mac_lines_crlf(std::string& text);
 
+// The body, from `start` on, of a multipart mail whose header ends its lines with CRLF: where a delimiter stands between
+// line ends of which one is a lone LF, every lone LF becomes CRLF. False, and nothing changed, where none does or a part
+// may be binary.
+bool make_body_lines_crlf(std::string& text, std::size_t start, std::string_view boundary);
+
 // Position of the notice that a fetching program left in place of a mail over its size limit, npos when there is none.
 std::size_t find_size_notice(std::string_view text);
 

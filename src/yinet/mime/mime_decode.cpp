@@ -114,35 +114,46 @@ bool YMIMEMessage::Decode(const YString& mail, YObject* record, unsigned long fl
 void YMIMEMessage::m_DecodePart(YObject* part, int start, const YString& parentBoundary, unsigned long flags,
                                 YObject* partInformation) {
   using namespace yinet;
-  const std::string_view text = m_MailText;
   MailDecodeState& state = *decode_state_;
   MailDecodeBudget& budget = *state.budget;
   const bool short_record = (flags & kDecodeShort) != 0;
   const bool information = (flags & kDecodeInformation) != 0;
   const bool top_level = start == 0;
 
-  const PartLayout layout = lay_out(text, static_cast<std::size_t>(start), parentBoundary, state);
+  const PartLayout layout = lay_out(m_MailText, static_cast<std::size_t>(start), parentBoundary, state);
   if (layout.has_header &&
       charge(budget.headers_left, static_cast<std::int64_t>(layout.header_end - layout.header_start))) {
-    YString header(text.substr(layout.header_start, layout.header_end - layout.header_start));
+    YString header(std::string_view(m_MailText).substr(layout.header_start, layout.header_end - layout.header_start));
     m_DecodeHeader(part, header);
     if ((flags & kDecodeKeepHeader) != 0) part->Store<YObject>(part::kHeader, YObject(*part));
   }
+  if (top_level && budget.readable) m_UnifyLineEnds(layout.body_start, part->GetString(part::kBoundary));
 
+  const std::string_view text = m_MailText;
+  const auto part_end = [&] {
+    if (parentBoundary.IsEmpty() || state.last_part) return kNone;
+    return BoundarySearch(text, parentBoundary, state).part_end(layout.body_start);
+  };
+  const std::size_t end_around = state.end;
+  if (budget.readable) state.end = state.last_part ? kNone : std::min(part_end(), end_around);
   if (!state.notice) state.notice = find_size_notice(text);
   const bool cut_by_fetcher = !short_record && *state.notice != kNone;
   if (cut_by_fetcher) {
     part->StoreText(part::kBody, text.substr(*state.notice));
   } else if (!m_DecodeMultipart(part, static_cast<int>(layout.body_start), flags, partInformation)) {
-    int end = -1;
-    if (!parentBoundary.IsEmpty() && !state.last_part) {
-      const std::size_t next = BoundarySearch(text, parentBoundary, state).next(layout.body_start);
-      if (next != kNone) end = static_cast<int>(std::max(next, layout.body_start + 2) - 2);
-    }
-    m_DecodeLeaf(part, static_cast<int>(layout.body_start), end, top_level, !parentBoundary.IsEmpty(), information,
-                 partInformation);
+    const std::size_t end = budget.readable ? state.end : part_end();
+    m_DecodeLeaf(part, static_cast<int>(layout.body_start), end == kNone ? -1 : static_cast<int>(end), top_level,
+                 !parentBoundary.IsEmpty(), information, partInformation);
   }
+  state.end = end_around;
   if (top_level) m_TakeEnvelope();
+}
+
+// Programs that pass mails on have been seen to rewrite the line ends of the header alone.
+void YMIMEMessage::m_UnifyLineEnds(std::size_t bodyStart, const YString& boundary) {
+  std::string& text = m_MailText.str();
+  if (text.size() > std::size_t{std::numeric_limits<int>::max()} / 2) return;  // positions stay ints
+  if (yinet::make_body_lines_crlf(text, bodyStart, boundary)) decode_state_->forget_positions();
 }
 
 bool YMIMEMessage::m_DecodeMultipart(YObject* part, int bodyStart, unsigned long flags, YObject* partInformation) {
@@ -157,7 +168,8 @@ bool YMIMEMessage::m_DecodeMultipart(YObject* part, int bodyStart, unsigned long
   const BoundarySearch search(text, boundary, state);
   const auto body_start = static_cast<std::size_t>(bodyStart);
   const std::size_t first = search.next(body_start);
-  if (first == kNone && budget.readable) return false;  // a multipart in name only: its content is kept
+  // A multipart in name only: its content is kept.
+  if (budget.readable && (first == kNone || search.closes(first))) return false;
   std::size_t end = first == kNone ? kNone : search.close(body_start);
   if (end == kNone && first != kNone) end = budget.readable ? text.size() : search.last_delimiter(first);
 
@@ -207,7 +219,14 @@ void YMIMEMessage::m_DecodeEmbedded(YObject* part, int start, int end) {
   auto message = std::make_shared<YMIMEMessage>(m_EnvelopeHeaders, m_MaxMailSize, m_MaxBodySize, m_DecodeOptions);
   part->Store<std::int32_t>(part::kEmbedded, static_cast<std::int32_t>(m_EmbeddedMessages.size()));
   m_EmbeddedMessages.push_back(message);
-  message->m_MailText = YString(content);
+  const TransferEncoding encoding = transfer_encoding_named(part->GetString(part::kTransferEncoding));
+  const bool encoded = encoding == TransferEncoding::base64 || encoding == TransferEncoding::quoted_printable;
+  if (encoded && state.budget->readable) {  // forbidden, but seen
+    message->m_MailText = decode_file_content(content, encoding, true).toString();
+    if (setting_flag(settings::kMailUnixLines)) make_unix_lines_crlf(message->m_MailText.str());
+  } else {
+    message->m_MailText = YString(content);
+  }
   message->m_MailDir = m_MailDir;
   message->decode_state_ = std::make_shared<MailDecodeState>();
   message->decode_state_->budget = state.budget;

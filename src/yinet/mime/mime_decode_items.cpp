@@ -52,6 +52,13 @@ void convert_body(YString& text, const YString& charset_label) {
   else if (utf8) text.ConvertCharset(YString::kCharsetUtf8, YString::kCharsetSystem);
 }
 
+// Quoted-printable in a readable decode: a soft line break at the very end joins the last line with nothing.
+std::string_view without_last_soft_break(std::string_view content) {
+  std::string_view text = content;
+  while (text.ends_with("\r\n")) text.remove_suffix(2);
+  return text.ends_with('=') ? text.substr(0, text.size() - 1) : content;
+}
+
 // The entries that describe a part in "PARTINFORMATION".
 YObject describe(const YObject& part, std::string_view content_type) {
   YObject description;
@@ -90,8 +97,10 @@ std::string next_information_key(const std::string& name, const YObject& known, 
 }  // namespace
 
 void YMIMEMessage::m_DecodeItem(YObject* part, int start, int end, bool topLevel) {
-  const std::string_view content = m_Content(start, end);
+  std::string_view content = m_Content(start, end);
   if (!yinet::charge(decode_state_->budget->content_left, static_cast<std::int64_t>(content.size()))) return;
+  if (decode_state_->budget->readable && encoding_of(*part) == yinet::TransferEncoding::quoted_printable)
+    content = without_last_soft_break(content);
   const YString name = part_name(*part);
   if (name.IsEmpty() && m_DecodeInlineText(part, content, topLevel)) return;
   m_DecodeToFile(part, content, name);

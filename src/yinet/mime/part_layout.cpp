@@ -23,11 +23,11 @@ std::size_t find_blank_line(std::string_view text, std::size_t start, MailDecode
 }  // namespace
 
 std::size_t BoundarySearch::next(std::size_t from) const {
-  const bool is_known = last_.boundary == boundary_ && from <= last_.at;
+  const bool is_known = last_.boundary == boundary_ && last_.end == text_.size() && from <= last_.at;
   if (is_known && from >= last_.from) return last_.at;
   std::size_t at = search(from, is_known ? last_.from + boundary_.size() - 1 : kNone);
   if (is_known && at == kNone) at = last_.at;
-  last_ = {std::string(boundary_), from, at};
+  last_ = {std::string(boundary_), from, text_.size(), at};
   return at;
 }
 
@@ -35,7 +35,7 @@ std::size_t BoundarySearch::close(std::size_t from) const {
   const std::string wanted = "--" + std::string(boundary_) + "--";
   for (std::size_t at = from;; at += 2) {
     at = find(wanted, at);
-    if (at == kNone || !budget_.readable || at_line_start(at)) return at;
+    if (at == kNone || !budget_.readable || is_delimiter(at + 2)) return at;
   }
 }
 
@@ -58,6 +58,13 @@ std::size_t BoundarySearch::part_start(std::size_t at) const {
   return std::min(start, text_.size());
 }
 
+bool BoundarySearch::closes(std::size_t at) const { return text_.substr(at + boundary_.size()).starts_with("--"); }
+
+std::size_t BoundarySearch::part_end(std::size_t body_start) const {
+  const std::size_t at = next(body_start);
+  return at == kNone ? kNone : std::max(at, body_start + 2) - 2;
+}
+
 std::size_t BoundarySearch::search(std::size_t from, std::size_t limit) const {
   for (std::size_t at = from;; ++at) {
     at = find(boundary_, at, limit);
@@ -75,8 +82,11 @@ std::size_t BoundarySearch::find(std::string_view what, std::size_t from, std::s
 
 bool BoundarySearch::is_delimiter(std::size_t at) const {
   if (at < 2 || text_.substr(at - 2, 2) != "--" || !at_line_start(at - 2)) return false;
-  const std::string_view behind = text_.substr(at + boundary_.size(), 2);
-  return behind.empty() || is_blank(behind.front()) || behind == "--";
+  // More than blanks: the delimiter of another boundary, which begins like this one.
+  std::string_view behind = text_.substr(at + boundary_.size());
+  if (behind.starts_with("--")) behind.remove_prefix(2);
+  const std::size_t other = behind.find_first_not_of(" \t");
+  return other == kNone || behind[other] == '\r' || behind[other] == '\n';
 }
 
 PartLayout lay_out(std::string_view text, std::size_t start, std::string_view parent_boundary, MailDecodeState& state) {
@@ -103,6 +113,8 @@ PartLayout lay_out(std::string_view text, std::size_t start, std::string_view pa
       layout.header_end = layout.body_start = at + 2;
     }
   }
+  layout.header_end = std::min(layout.header_end, state.end);
+  layout.body_start = std::min(layout.body_start, state.end);
   if (start == 0 && text.starts_with('+')) {  // a status line of the server left in front
     const std::size_t line_end = find_bytes(text, "\r\n", 0);
     layout.header_start = line_end == kNone ? 0 : std::min(line_end + 2, layout.header_end);

@@ -12,11 +12,11 @@ namespace yinet {
 
 // Searches that are charged to the budget of the decode, so that boundaries that never come cannot cost more than a few
 // walks over the mail; once it is used up, the next part is made the last. The end of a part is also the start of the next
-// one: the last hit is remembered. Positions are npos for nowhere.
+// one: the last hit is remembered. Searches end where the part around ends; positions are npos for nowhere.
 class BoundarySearch {
  public:
   BoundarySearch(std::string_view text, std::string_view boundary, MailDecodeState& state)
-      : text_(text), boundary_(boundary), last_(state.last_boundary), budget_(*state.budget) {}
+      : text_(text.substr(0, state.end)), boundary_(boundary), last_(state.last_boundary), budget_(*state.budget) {}
 
   // The boundary at or after `from`: anywhere in the text or, in a readable decode, as a delimiter line.
   [[nodiscard]] std::size_t next(std::size_t from) const;
@@ -26,6 +26,10 @@ class BoundarySearch {
   [[nodiscard]] std::size_t last_delimiter(std::size_t first) const;
   // First position of the part whose delimiter has its boundary at `at`.
   [[nodiscard]] std::size_t part_start(std::size_t at) const;
+  // Readable decode: whether the boundary at `at` stands in a closing delimiter.
+  [[nodiscard]] bool closes(std::size_t at) const;
+  // Where a part ends whose body begins at `body_start`: before the dashes of the next delimiter.
+  [[nodiscard]] std::size_t part_end(std::size_t body_start) const;
 
  private:
   // Hits that begin at or after `from` and end at or before `limit`.

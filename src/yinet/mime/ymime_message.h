@@ -185,6 +185,7 @@ class YINET_API YMIMEMessage {
   void m_AddAttachments(const YString& paths, YString& plainText, bool& isHTML);
 
   // Steps of m_DecodePart. Positions are offsets into m_MailText, -1 as an end stands for the end of the text.
+  void m_UnifyLineEnds(std::size_t bodyStart, const YString& boundary);
   bool m_DecodeMultipart(YObject* part, int bodyStart, unsigned long flags, YObject* partInformation);
   void m_DecodeLeaf(YObject* part, int start, int end, bool topLevel, bool inMultipart, bool information,
                     YObject* partInformation);
