@@ -11,6 +11,7 @@
 #include "terminal.h"
 #include "yinet/host/codepage.h"
 #include "yinet/host/setting_table.h"
+#include "yinet/host/shown_text.h"
 #include "yinet/host/yfile.h"
 #include "yinet/host/yjson.h"
 #include "yinet/mime/mail_files.h"
@@ -72,6 +73,7 @@ class MailCopy {
  public:
   explicit MailCopy(std::string_view bytes) : folder_("TEMP:decode-" + std::to_string(getpid()) + "/") {
     YFileManager.CreateFolder(folder_);
+    YFileManager.EmptyFolder(folder_);  // of what a process of this number may have left there
     YFile file(name());
     made_ = file.Open(kCreateAlways, kAccessWrite) && file.Write(bytes) && file.Close();
   }
@@ -82,7 +84,8 @@ class MailCopy {
     rmdir(YFileManager.ResolveSystemPath(folder_).c_str());
   }
   [[nodiscard]] bool made() const { return made_; }
-  [[nodiscard]] YString name() const { return folder_ + "mail.eml"; }
+  // Attachments, which always have an extension, can be called whatever they like.
+  [[nodiscard]] YString name() const { return folder_ + "mail"; }
 
  private:
   YString folder_;
@@ -111,9 +114,15 @@ void decode_readably_by_default() {
   set_setting_default(settings::kMailReadable.section, settings::kMailReadable.name, "1");
 }
 
+// Text of a mail as one line, with a visible character where Windows-1252 lacks one.
+std::string shown_text(std::string_view ansi) { return shown_utf8(with_shown_substitutes(utf8_from_ansi(ansi))); }
+
+// The name of an attachment as it will stand on the disk.
+std::string shown_name(std::string_view name) { return shown_utf8(with_shown_substitutes(name_to_utf8(name))); }
+
 std::string listed(const YString& list) {
   std::string text;
-  for (const std::string_view item : list.Items()) text += (text.empty() ? "" : ", ") + shown(item);
+  for (const std::string_view item : list.Items()) text += (text.empty() ? "" : ", ") + shown_text(item);
   return text;
 }
 
@@ -124,7 +133,7 @@ std::string shown_lines(std::string_view text) {
     const std::size_t end = std::min(text.find('\n'), text.size());
     std::string_view line = text.substr(0, end);
     if (line.ends_with('\r')) line.remove_suffix(1);
-    lines += shown(line) + "\n";
+    lines += shown_text(line) + "\n";
     text.remove_prefix(std::min(end + 1, text.size()));
   }
   return lines;
@@ -136,9 +145,9 @@ void print_field(std::string_view label, const std::string& value) {
 
 void print_summary(const YObject& mail) {
   const YString name = mail.GetString("ABSENDERNAME");
-  const std::string sender = shown(mail.GetString("ABSENDER"));
-  print_field("Subject:", shown(mail.GetString("BETREFF")));
-  print_field("From:", name.IsEmpty() ? sender : shown(name) + " <" + sender + ">");
+  const std::string sender = shown_text(mail.GetString("ABSENDER"));
+  print_field("Subject:", shown_text(mail.GetString("BETREFF")));
+  print_field("From:", name.IsEmpty() ? sender : shown_text(name) + " <" + sender + ">");
   print_field("To:", listed(mail.GetString("EMPF\xC4NGER")));
   print_field("Cc:", listed(mail.GetString("KOPIE")));
   print_field("Date:", mail.GetString("GESENDET").str());
@@ -148,7 +157,7 @@ void print_summary(const YObject& mail) {
   print("\nAttachments:\n");
   for (const std::string_view attachment : attachments.Items()) {
     const auto* bytes = mail.Find<YBuffer>(attachment);
-    print("  " + shown(attachment) + (bytes ? "  " + std::to_string(bytes->Size()) + " bytes" : "") + "\n");
+    print("  " + shown_name(attachment) + (bytes ? "  " + std::to_string(bytes->Size()) + " bytes" : "") + "\n");
   }
 }
 
@@ -156,9 +165,9 @@ int save(const YObject& mail, const std::string& folder) {
   int code = kSucceeded;
   for (const SavedMailFile& file : save_mail_files(mail, YString(name_from_utf8(folder)))) {
     if (file.error.empty()) {
-      remark("saved " + shown(file.name) + " as " + name_to_utf8(file.path));
+      remark("saved " + shown_name(file.name) + " as " + shown_name(file.path));
     } else {
-      remark(shown(file.name) + " could not be saved: " + file.error);
+      remark(shown_name(file.name) + " could not be saved: " + file.error);
       code = kFailed;
     }
   }
@@ -199,7 +208,7 @@ int list_parts(const std::string& file) {
   for (const MailPartEntry& part : parts) {
     std::string line(2 * static_cast<std::size_t>(part.depth), ' ');
     line += part.type.empty() ? "(no type)" : shown(part.type);
-    if (!part.name.empty()) line += "  " + shown(part.name);
+    if (!part.name.empty()) line += "  " + shown_name(part.name);
     if (!part.charset.empty()) line += "  " + shown(part.charset);
     if (!part.encoding.empty()) line += "  " + shown(part.encoding);
     if (part.size >= 0) line += "  " + std::to_string(part.size) + " bytes";

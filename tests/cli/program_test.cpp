@@ -126,5 +126,24 @@ TEST(Program, SettingsComeFromFileEnvironmentAndOptions) {
   EXPECT_EQ(std::ranges::count(result.errors, '\n'), 2) << result.errors;
 }
 
+// What a mail holds reaches neither the terminal nor the disk as anything but text.
+TEST(Program, SavedMailFilesAreWhatTheyLookLike) {
+  const TempDir folder;
+  const std::string out = (folder / "out").string(), utf8 = "; charset=utf-8\r\n\r\n";
+  std::string mail = "Subject: ..x\r\nContent-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\nContent-Type: text/plain" + utf8 +
+                     "\xD0\x96\xC3\xA4\r\n--b\r\nContent-Type: text/html" + utf8 + "<p>\xD0\x96\xC3\xA4";
+  for (const char* name : {"mail.eml", ".bashrc.x", "a\xE2\x80\xAEgpj.\xC2\x9D", "\x9D.Nachricht.htm"})
+    mail += std::string("\r\n--b\r\nContent-Type: a/b; name=\"") + name + "\"\r\n\r\n\xE4";
+  const CommandResult result = run_program({"mail", "decode", "-", "--out", out}, mail);
+  EXPECT_EQ(result.output,
+            "Subject: ..x\n\n\xEF\xBF\xBD\xC3\xA4\n\nAttachments:\n  Nachricht.htm  5 bytes\n  mail.eml  1 bytes\n"
+            "  .bashrc.x  1 bytes\n  a\\u202egpj.\\x9d  1 bytes\n  \\x9d.Nachricht.htm  1 bytes\n");
+  const std::pair<const char*, const char*> kFiles[] = {
+      {"__x.mail.txt", "\xEF\xBF\xBD\xC3\xA4"}, {"Nachricht.htm", "\xEF\xBB\xBF<p>\xEF\xBF\xBD\xC3\xA4"},
+      {"mail.eml", "\xE4"}, {"_bashrc.x", "\xE4"}, {"a_gpj._", "\xE4"}, {"_.Nachricht.htm", "\xE4"}};
+  for (const auto& [name, bytes] : kFiles) EXPECT_EQ(read_file(std::filesystem::path(out) / name), bytes) << name;
+  EXPECT_EQ(result.errors.find("\xE2\x80\xAE"), std::string::npos) << result.errors;
+}
+
 }  // namespace
 }  // namespace yinet::test

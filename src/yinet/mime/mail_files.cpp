@@ -6,6 +6,7 @@
 
 #include "yinet/host/codepage.h"
 #include "yinet/host/message_numbers.h"
+#include "yinet/host/shown_text.h"
 #include "yinet/host/text.h"
 #include "yinet/host/yerror.h"
 #include "yinet/host/yfile.h"
@@ -26,13 +27,18 @@ bool stays_in_folder(std::string_view name) {
   return name != "." && name != ".." && name.find_first_of("/\\:") == std::string_view::npos;
 }
 
+// A page may name any charset in its own text; programs believe the mark in front before that. Text that came as UTF-8
+// without being called so stays UTF-8.
+std::string marked_utf8(std::string_view text) { return "\xEF\xBB\xBF" + with_shown_substitutes(name_to_utf8(text)); }
+
 SavedMailFile save_file(const YString& folder, std::string_view name, std::string_view bytes) {
-  const YString base = YFile::ExtractName(YString(name));
-  const YString extension = YFile::ExtractExtension(YString(name));
+  const YString safe_name(safe_file_name(name_to_utf8(name)));
+  const YString base = YFile::ExtractName(safe_name);
+  const YString extension = YFile::ExtractExtension(safe_name);
   SavedMailFile saved{.name = std::string(name), .path = {}, .error = {}};
   for (int counter = 1;; ++counter) {
     const std::string free_name =
-        counter == 1 ? saved.name : formatted("$1$_$2$$3$", base, std::to_string(counter), extension);
+        counter == 1 ? safe_name.str() : formatted("$1$_$2$$3$", base, std::to_string(counter), extension);
     YFile file(folder + YString(free_name));
     const bool opened = file.Open(kCreateNew, kAccessRead | kAccessWrite);
     if (!opened && file.LastError() == EEXIST) continue;
@@ -60,12 +66,16 @@ std::vector<SavedMailFile> save_mail_files(const YObject& record, const YString&
   if (!path.EndsWith("/")) path += '/';
   const YString text = record.GetString(mail_key::kText);
   if (!text.IsEmpty()) {
-    saved.push_back(save_file(path, mail_text_file_name(record.GetString(mail_key::kSubject)), utf8_from_ansi(text)));
+    const std::string name = mail_text_file_name(record.GetString(mail_key::kSubject));
+    saved.push_back(save_file(path, name, with_shown_substitutes(utf8_from_ansi(text))));
   }
   const YString names = record.GetString(mail_key::kAttachments);
   for (const std::string_view name : names.Items()) {
     if (!stays_in_folder(name)) continue;
-    if (const auto* bytes = record.Find<YBuffer>(name)) saved.push_back(save_file(path, name, bytes->view()));
+    const auto* bytes = record.Find<YBuffer>(name);
+    if (bytes == nullptr) continue;
+    const bool is_text = record.GetFlags(name) == mail_key::kGeneratedFile;
+    saved.push_back(save_file(path, name, is_text ? marked_utf8(bytes->view()) : bytes->view()));
   }
   return saved;
 }

@@ -25,8 +25,9 @@ struct SavedMailFile {
   std::string path;   // where it went, with "_2", "_3" ... when the name was in use; empty when it could not be written
   std::string error;  // the system's reason then
 };
-// For people: writes attachments and text, the text as UTF-8, into any folder, which is made when it is missing. Existing
-// files are left alone. The record stays as it is.
+// For people: writes attachments and text into any folder, which is made when it is missing, under names that a terminal
+// and a folder can show (see safe_file_name). The text is UTF-8, and so are texts that decoding made files of, those
+// with a byte order mark. Existing files are left alone. The record stays as it is.
 YINET_API std::vector<SavedMailFile> save_mail_files(const YObject& record, const YString& folder);
 
 // The name of the text's file, from the subject: its first 20 characters, of which letters, digits and a few others stay.

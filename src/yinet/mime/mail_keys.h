@@ -2,6 +2,7 @@
 
 // Keys of the mail record that composing reads and decoding writes, and of a recipient. Umlauts are Windows-1252.
 
+#include <cstdint>
 #include <string_view>
 
 namespace yinet {
@@ -26,6 +27,9 @@ inline constexpr std::string_view kHeader = "Header";
 inline constexpr std::string_view kPartInformation = "PARTINFORMATION";
 
 inline constexpr std::string_view kError = "_Error_";  // written
+
+// Flag of a member that is no file of the mail but a text that decoding made one of.
+inline constexpr std::uint8_t kGeneratedFile = 1;
 
 inline constexpr std::string_view kEmailAddress = "EmailAddress";
 inline constexpr std::string_view kFriendlyName = "FriendlyName";

@@ -168,7 +168,7 @@ YString YMIMEMessage::m_CreateAttachment(YObject* result, const YString& text, c
   yinet::AttachmentNames unshared;
   yinet::AttachmentNames& names = decode_state_ == nullptr ? unshared : decode_state_->budget->names;
   YString key(names.next_free(name, is_key));
-  result->Store<YBuffer>(key, YBuffer(text.str()));
+  result->Store<YBuffer>(key, YBuffer(text.str()), mail_key::kGeneratedFile);
   result->Ensure<YString>(mail_key::kAttachments).AddItem(key);
   return key;
 }
