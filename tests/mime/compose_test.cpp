@@ -165,6 +165,8 @@ TEST_F(ComposeTest, AttachmentsComeFromTheRecordUnderTheirExactKey) {
   EXPECT_EQ(read_file(temporary_ / "MAIL0001.TMP"), "mine");
   store("ANLAGEN=text.txt");
   set_setting("Mail", "AnlagenNamenBehalten", "1");
+  std::filesystem::create_directory(temporary_ / "a|b");
+  set_temporary_folder((temporary_ / "a|b").string());
   EXPECT_EQ(composed(), "MIME:*|<text>Text|*|<file text.txt>VGV4dAo=||*--|");
   set_temporary_folder(folder_.write("file", "no folder").string());
   EXPECT_EQ(composed(), "MIME:*|<text>Text|*--|");

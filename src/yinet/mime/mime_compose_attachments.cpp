@@ -54,7 +54,6 @@ YString YMIMEMessage::m_CheckAttachments(YObject* mail) {
   namespace key = yinet::mail_key;
   attachment_files_.clear();
   YString paths;
-  paths.ItemDelimiter(kDelimiters.substr(0, 1));  // no item holds one
   const std::int64_t text_size = mail->GetString(key::kText).Length();
   if (m_MaxMailSize != 0 && text_size > m_MaxMailSize) {
     report_size(*mail, yinet::message::kMailBodyTooLarge, text_size);

@@ -133,7 +133,7 @@ class YINET_API YMIMEMessage {
   void insert_message_end(YString& text);
   void m_AddMultipleRecipients(YString& list, int kind);
   void m_AddRecipient(YString& address, YString& name, int kind);
-  YString m_CheckAttachments(YObject* mail);  // item list, separated by "|", of the paths to attach
+  YString m_CheckAttachments(YObject* mail);  // item list of the paths to attach
   YString m_EncodeHeaderLine(const YString& text);
   bool m_IsDateInDST(YDate& date);
   YString m_MakeAttachFileName(const YString& name);
