@@ -71,7 +71,7 @@ TEST(TextRules, AddressesAndHeadersAreTakenApart) {
                            "\"Meier, Eva\" <e@x.de> <o@x.de> -> [|\"Meier][Eva\"|<e@x.de> <o@x.de>]",
                            "=?iso-8859-1?Q?a=40x.de=2C_b=40x.de?= -> [|a@x.de][|b@x.de]",
                            "=?utf-8?B?w4Q=?= <a@x.de>, =?utf-8?B?w5w=?= <b@x.de> -> [\xC4|<a@x.de>][\xDC|<b@x.de>]"});
-  expect_rows(name, {"\"Meier, Eva\" <e@x> -> Meier, Eva", "<e@x> -> ", "\"Eva <e@x> -> \"Eva", "\" <e@x> -> \"",
+  expect_rows(name, {"\"Meier, Eva\" <e@x> -> Meier, Eva", "<e@x> -> ", "\"Eva <e@x> -> \"Eva", "\" <e@x> -> ",
                      "\"\"Eva\"\" <e@x> -> \"Eva\""});
   expect_rows(addresses, {"Eva <e@x.de>,\"M\" <m@x> -> e@x.de;m@x", "e@x, m@x -> e@x; m@x", "> <e@x> -> e@x",
                           "\"M, Eva\" <e@x.de> -> \"M;e@x.de", "Eva <e@x -> Eva <e@x", "a,,b, -> a;;b;"});

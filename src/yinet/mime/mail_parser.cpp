@@ -15,8 +15,8 @@ std::string_view display_name(std::string_view address) {
   const std::size_t bracket = address.find('<');
   if (bracket == std::string_view::npos) return {};
   const std::string_view name = yinet::trimmed(address.substr(0, bracket));
-  if (name.size() < 2 || name.front() != '"' || name.back() != '"') return name;
-  return yinet::trimmed(name.substr(1, name.size() - 2));
+  if (name.empty() || name.front() != '"' || name.back() != '"') return name;
+  return name.size() == 1 ? std::string_view() : yinet::trimmed(name.substr(1, name.size() - 2));
 }
 
 std::string_view bare_address(std::string_view item) {
