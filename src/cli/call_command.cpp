@@ -77,8 +77,17 @@ Problem take_all(const Arguments& arguments, YObject& record) {
   return std::nullopt;
 }
 
-// The record as the library gives it back, keys in its order, all texts UTF-8.
-using Json = nlohmann::ordered_json;
+// Keys in the order in which they come. The answer repeats none, so none is looked for before it is added: there may be a
+// million of them.
+template <typename Key, typename Value, typename Less, typename Allocator>
+struct AppendedMap : nlohmann::ordered_map<Key, Value, Less, Allocator> {
+  using Base = nlohmann::ordered_map<Key, Value, Less, Allocator>;
+  using Base::Base;
+  Value& operator[](const Key& key) { return this->emplace_back(key, Value()).second; }
+};
+
+// The record as the library gives it back, all texts UTF-8.
+using Json = nlohmann::basic_json<AppendedMap>;
 
 // A result that lies in the temporary folder is of little use without the folder's name.
 void remark_temporary_files(const Json& record) {
