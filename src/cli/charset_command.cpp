@@ -54,10 +54,23 @@ int refuse_name(std::string_view option, const std::string& name) {
                     listed_with_or(nearest_names(name, known)) + "? \"yinet charset list\" prints them all.");
 }
 
-// In these a zero byte is part of most letters.
-bool is_wide(const YString& converter) {
-  constexpr std::array<std::string_view, 4> kWide = {"UTF-16", "UTF16", "UTF-32", "UTF32"};
-  return std::ranges::any_of(kWide, [&](std::string_view start) { return converter.StartsWithIC(start); });
+// Bytes of the unit that characters are made of; in wider ones a zero byte is part of most letters.
+std::size_t unit_bytes(const YString& converter) {
+  const auto starts_with = [&](std::string_view start) { return converter.StartsWithIC(start); };
+  if (starts_with("UTF-32") || starts_with("UTF32")) return 4;
+  return starts_with("UTF-16") || starts_with("UTF16") ? 2 : 1;
+}
+
+bool holds_zero_character(std::string_view bytes, std::size_t unit) {
+  for (; bytes.size() >= unit; bytes.remove_prefix(unit))
+    if (bytes.substr(0, unit).find_first_not_of('\0') == std::string_view::npos) return true;
+  return false;
+}
+
+bool is_byte_order_mark(std::string_view bytes) {
+  using namespace std::string_view_literals;
+  constexpr std::array kMarks = {"\xFF\xFE"sv, "\xFE\xFF"sv, "\xFF\xFE\0\0"sv, "\0\0\xFE\xFF"sv};
+  return std::ranges::find(kMarks, bytes) != kMarks.end();
 }
 
 int fail(const std::string& file, std::string_view why) {
@@ -70,7 +83,7 @@ int convert(const Arguments& arguments) {
   if (from.IsEmpty()) return refuse_name("--from", arguments.from);
   const YString to = converter_of(arguments.to);
   if (to.IsEmpty()) return refuse_name("--to", arguments.to);
-  if (is_wide(to) && !to.EqualsIC(from))
+  if (unit_bytes(to) > 1 && !to.EqualsIC(from))
     return wrong_call("--to: a result ends at its first zero byte, and " + to.str() + " is full of them; take UTF-8");
   std::string problem;
   auto bytes = read_file(arguments.file, problem);
@@ -78,9 +91,9 @@ int convert(const Arguments& arguments) {
     remark(problem);
     return kFailed;
   }
-  const bool has_text = !bytes->empty();
-  if (!is_wide(from) && !to.EqualsIC(from) && bytes->find('\0') != std::string::npos)
-    return fail(arguments.file, "it holds a zero byte, at which the result would end");
+  const bool has_text = !bytes->empty() && !(unit_bytes(from) > 1 && is_byte_order_mark(*bytes));
+  if (!to.EqualsIC(from) && holds_zero_character(*bytes, unit_bytes(from)))
+    return fail(arguments.file, "it holds a character of zero bytes, at which the result would end");
   const YString result = charset.Convert(YString(*std::move(bytes)), from, to, 0);
   if (result.IsEmpty() && has_text)
     return fail(arguments.file, "the result would need more than four bytes for each of its own");

@@ -71,6 +71,7 @@ TEST(Program, TellsConvertsAndSaysCauseAndCure) {
       {{"charset", "convert", "--from", "utf-9", "--to", "utf-8"}, "did you mean UTF-"},
       {{"charset", "convert", "--from", "utf-8", "--to", "utf-16"}, "take UTF-8", 2, "a"},
       {{"charset", "convert", "--from", "latin1", "--to", "utf-8"}, "zero byte", 1, std::string("a\0b", 3)},
+      {{"charset", "convert", "--from", "utf-16le", "--to", "utf-8"}, "zero bytes", 1, std::string("a\0\0\0", 4)},
       {{"address", "name", "max@example.org"}, "no display name", 1},
       {{"mail", "decode", "-"}, "standard input is empty", 1},
       {{"mail", "compose", "-"},
