@@ -16,6 +16,7 @@
 #include "yinet/host/yjson.h"
 #include "yinet/mime/mail_files.h"
 #include "yinet/mime/mail_parts.h"
+#include "yinet/mime/ymime_message.h"
 #include "yinet/script/call_function.h"
 #include "yinet/script/parameter_keys.h"
 
@@ -57,8 +58,7 @@ SMTP takes it: lines that begin with a dot have a second one.
 
 Exit status: 0 when the mail was written with all it names, 1 when not, 2 for a wrong call.)";
 
-constexpr int kWriteFilesOption = 1;
-constexpr int kAllOptions = 15;  // 1, 2, 4 and 8 together
+constexpr int kAllOptions = kDecodeWriteFiles + kDecodeKeepHeader + kDecodeShort + kDecodeInformation;
 
 struct DecodeArguments {
   std::string file;
@@ -175,7 +175,7 @@ int save(const YObject& mail, const std::string& folder) {
 }
 
 int decode(const DecodeArguments& arguments) {
-  const bool writes_files = (arguments.options & kWriteFilesOption) != 0;
+  const bool writes_files = (static_cast<unsigned long>(arguments.options) & kDecodeWriteFiles) != 0;
   if (writes_files && !arguments.out.empty())
     return wrong_call("--out finds nothing to save after option 1, which moves text and attachments into a folder of its own");
   decode_readably_by_default();

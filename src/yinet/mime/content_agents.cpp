@@ -63,8 +63,8 @@ void append_lines(std::string_view text, std::string& out) {
   if (!text.empty() && !out.ends_with("\r\n")) out.append("\r\n");
 }
 
-// Appends the header block and the file. When it cannot be read to its end, or has become longer than it was when it was
-// opened, the header block alone is left.
+// Appends the header block and the file, as much of it as is there when it is read. When it cannot be read to its end, or
+// the body would grow over its limit, the header block alone is left.
 bool write_file_part(const std::string& header, const YString& path, YString& out) {
   out.str() += header;
   const auto fail = [&](int cause) {

@@ -33,7 +33,7 @@ TransferEncoding transfer_encoding_named(std::string_view name);
 // is undone where the encoding leaves lines readable. Base64 that cannot be decoded stays, behind a notice in German and
 // UTF-8.
 std::string decode_inline_text(std::string_view content, TransferEncoding encoding);
-// The same for a body without a content type, which is taken for quoted-printable.
+// The text of a body without a content type, which is taken for quoted-printable; one trailing line end goes.
 std::string decode_untyped_text(std::string_view content);
 
 // The bytes of a part that becomes a file. `keep_seven_bit` writes "7bit" content as it stands; otherwise it counts as

@@ -1,9 +1,9 @@
 // YMIMEMessage: decoding the content of one part into text or a file, or describing it.
 
 #include <cerrno>
-#include <cstring>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "yinet/charset/charset.h"
@@ -86,7 +86,7 @@ std::string next_information_key(const std::string& name, const YObject& known, 
   constexpr std::size_t kLongest = 1000;
   std::string& last = budget.information_keys[yinet::to_lower(name)];
   std::string key = last.empty() ? name : last;
-  for (std::int64_t counter = budget.parts_left; known.Exist(key); --counter) {
+  for (int counter = known.GetStringKeyCount() + 1; known.Exist(key); ++counter) {
     const std::string base = YFile::ExtractName(YString(key)).str();
     key = key.size() < kLongest ? yinet::formatted("$1$$2$3$", base, "2") : name + "_" + std::to_string(counter);
   }
@@ -156,8 +156,8 @@ YString YMIMEMessage::m_WriteNewFile(const yinet::AttachmentName& name, YBuffer 
       if (taken) break;
     }
   }
-  YLog.Event(yinet::message::kErrorLevel, yinet::message::kMailAttachmentNotWritten, name.base + name.extension,
-             strerror(error));
+  YLog.Event(yinet::message::kErrorLevel, yinet::message::kMailAttachmentNotWritten,
+             yinet::printable(name.base + name.extension), std::generic_category().message(error));
   return {};
 }
 

@@ -32,9 +32,4 @@ inline constexpr int kEmbedded = 4;  // of a part that is a mail: its place amon
 // Put before each text that joins one already there.
 inline constexpr std::string_view kEmbeddedMailHeading = "\r\n\r\nEingebettete Mail:\r\n\r\n";
 
-// Flags of Decode.
-inline constexpr unsigned long kDecodeKeepHeader = 2;
-inline constexpr unsigned long kDecodeShort = 4;
-inline constexpr unsigned long kDecodeInformation = 8;
-
 }  // namespace yinet

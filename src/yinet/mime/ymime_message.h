@@ -19,6 +19,12 @@ class MailPartLister;
 struct MailDecodeState;  // what one decode keeps besides the described fields
 
 inline constexpr int kUsualBodySize = 10240;  // characters of a text that decoding keeps before it cuts
+
+// Flags of Decode and, all of them, values of "pOptionen" of MIME_DEKODIERE.
+inline constexpr unsigned long kDecodeWriteFiles = 1;   // attachments and text become files; no business of Decode
+inline constexpr unsigned long kDecodeKeepHeader = 2;   // the header fields are copied to "Header"
+inline constexpr unsigned long kDecodeShort = 4;        // no text of the root part, sender's name or reply address
+inline constexpr unsigned long kDecodeInformation = 8;  // parts are described in "PARTINFORMATION", not decoded
 }  // namespace yinet
 
 // One mail: composed from a mail record (CreateMessage) or decoded into one (Decode).
@@ -28,7 +34,7 @@ inline constexpr int kUsualBodySize = 10240;  // characters of a text that decod
 // the temporary files behind it, goes with the last object that shares it, whichever that is.
 //
 // One thread at a time may use an object (or copies that share parts); different objects may be used on different
-// threads. Nothing is thrown; failures are messages 21070 to 21079.
+// threads. Nothing is thrown; failures are messages 21070 to 21079, and 21001.
 class YINET_API YMIMEMessage {
   friend class yinet::MailPartLister;
 
@@ -116,8 +122,9 @@ class YINET_API YMIMEMessage {
   bool GetRecipient(YString& address, YString& name, int index, int kind) const;
 
   // --- Decoding ---------------------------------------------------------------------------------------------------------
-  // `mail` is the name of a file or, with flag 8, the text of the mail. False when there is no such file, it is empty or
-  // cannot be read, or without a record; the record is untouched then. False, too, when memory runs out on the way.
+  // `mail` is the name of a file or, with flag 8, its text. `flags` are kDecode... above. False when
+  // there is no such file, it is empty, larger than 2 GB or cannot be read, or without a record; the record is untouched
+  // then. False and message 21001, too, when memory runs out on the way.
   bool Decode(const YString& mail, YObject* record, unsigned long flags);
 
  protected:
