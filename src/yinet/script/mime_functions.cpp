@@ -16,8 +16,6 @@
 namespace yinet {
 namespace {
 
-constexpr int kWriteFiles = 1;  // of "pOptionen"; the other values are the flags of Decode
-
 class ScriptMessage final : public YMIMEMessage {
  public:
   ScriptMessage() : YMIMEMessage(YString(), 0, kUsualBodySize, 0) {
@@ -26,11 +24,11 @@ class ScriptMessage final : public YMIMEMessage {
 };
 
 void mime_dekodiere(YObject& parameters) {
-  const int options = parameters.GetInteger(key::kOptions);
+  const auto options = static_cast<unsigned long>(parameters.GetInteger(key::kOptions));
   YObject& mail = parameters.Ensure<YObject>(key::kMail);
   ScriptMessage message;
-  const bool decoded = message.Decode(parameters.GetString(key::kMailFile), &mail, static_cast<unsigned long>(options));
-  const bool has_folder = (options & kWriteFiles) == 0 || write_mail_files(mail);
+  const bool decoded = message.Decode(parameters.GetString(key::kMailFile), &mail, options);
+  const bool has_folder = (options & kDecodeWriteFiles) == 0 || write_mail_files(mail);
   store_result(parameters, decoded && has_folder);
 }
 
