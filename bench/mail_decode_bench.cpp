@@ -231,7 +231,7 @@ template <typename Program>
 Keep decoded_by(const std::string& file) {
   Keep keep;
   Program::decode(file, keep);
-  if (!Program::kDecodesHeaders) keep.texts.insert(keep.texts.begin(), {});
+  if (!Program::kDecodesHeaders) keep.texts.insert(keep.texts.begin(), std::string());
   return keep;
 }
 
