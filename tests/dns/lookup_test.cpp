@@ -152,6 +152,24 @@ TEST_F(Lookup, SilenceAndLiesEndInAStatusUnlessTheNextServerKnows) {
   }
 }
 
+TEST_F(Lookup, SettingsThatMakeNoSenseNeitherAskStrangersNorTakeForEver) {
+  for (const char* servers : {"127.0.0.1.5", "127.0.0.1:99999", "127.0.0.1:5x", "[::1", "[::1]5", "127.0.0.1,a"}) {
+    use_servers(servers);
+    EXPECT_EQ(address_of("x.test"), "") << servers;
+    EXPECT_EQ(log_.numbers().back(), message::kDnsLibraryFailed) << servers;
+  }
+  const char* const most = "9223372036854775807";
+  ScriptedDnsServer quiet(silence), knowing(answering("192.0.2.5"));
+  for (const auto& [server, limit, tries] :
+       {std::tuple(&quiet, "300", most), {&quiet, "3", "200000"}, {&knowing, most, "1"}}) {
+    use_servers(" " + server->target() + " , ");
+    set_setting("DNS", "Zeitlimit", limit);
+    set_setting("DNS", "Versuche", tries);
+    EXPECT_EQ(address_of("x.test"), server == &knowing ? "192.0.2.5" : "") << limit;
+  }
+  EXPECT_LE(quiet.queries().size(), 200U);
+}
+
 TEST_F(Lookup, ManyThreadsMayAskAtOnce) {
   ScriptedDnsServer server(
       [](const DnsQuery& query) { return answering("192.0.2." + query.name.substr(0, query.name.find('.')))(query); });

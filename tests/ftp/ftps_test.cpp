@@ -271,6 +271,40 @@ TEST_F(FtpsTest, TransfersTellHowTheyEnd) {
   }
 }
 
+TEST_F(FtpsTest, WithoutItsTlsADataConnectionBringsAndTakesNothing) {
+  const SettingChange verify(settings::kTlsVerifyAlways, "1"), connects(settings::kConnectPause, "0");
+  const TlsContext stranger = TlsContext::server(Certificates::shared().self_signed());
+  const std::string source = local_file("f", kData), done = "150 a\r\n226 b";
+  const Turns turns[] = {kSizeKnown + Turns{{"PASV", "@"}, {"RETR f", done}},
+                         kPut + Turns{{"STOR f", done}},
+                         {{"PASV", "@"}, {"LIST", done}}};
+  // What the server does on the data connection, and the TLS version that has become the lowest by then.
+  const std::pair<Script, const char*> cases[] = {{Script().send(kData), ""},
+                                                  {Script(), ""},
+                                                  {Script().start_tls(stranger).send(kData), ""},
+                                                  {Script().read_to_end(), "9.9"}};
+  for (const auto& [on_data, lowest] : cases)
+    for (const Turns& commands : turns) {
+      SCOPED_TRACE(testing::Message() << &on_data - &cases[0].first << commands.back().first);
+      ScriptedPeer data(on_data);
+      ScriptedPeer server([&](Connection& connection) {
+        dialogue({{"", "220 hi"}, {"AUTH TLS", "234 go"}}, Script().start_tls())(connection);
+        dialogue(kTlsLogin + with_data_port(commands, data.port()))(connection);
+      });
+      ftps ftp(server.target(), "u", "secret", kTlsFtp, Certificates::shared().ca_folder().string());
+      ASSERT_EQ(ftp.connect(), 0);
+      log.clear();
+      const SettingChange version(settings::kTlsMinimumVersion, lowest);
+      const YString outcome = &commands == &turns[0]   ? YString(ftp.download_file("f", local_name("x"), 0))
+                              : &commands == &turns[1] ? YString(ftp.upload_file(source, "f", 2))
+                                                       : ftp.get_dir_content();
+      EXPECT_EQ(outcome, *lowest == '\0' || &commands != &turns[2] ? "-1" : "");
+      EXPECT_THAT(log.numbers(), Not(testing::IsEmpty()));
+      static_cast<void>(server.take_failures() + data.take_failures());
+      EXPECT_TRUE(data.connection_count() == 0 || data.received().find(kData) == std::string::npos);
+    }
+}
+
 TEST_F(FtpsTest, TheConnectionMayEndAtEveryStepOfACommand) {
   const std::string source = local_file("f", "x");
   const std::pair<Turns, std::function<bool(OpenFtps&)>> operations[] = {

@@ -81,6 +81,7 @@ TEST_F(Listen, WrongUseIsRefused) {
   ASSERT_EQ(client.Connect("127.0.0.1", port_of(polling), false), 0);
   connection = &client;
   EXPECT_FALSE(client.Accept(&connection) || connection != nullptr) << "a connection must not hand itself out";
+  EXPECT_FALSE(polling.Accept(nullptr) || polling.Send(YString("x"))) << "nothing goes to whoever comes next";
   EXPECT_THAT(log.numbers(),
               testing::ElementsAre(message::kAcceptBlockingNotListening, message::kAcceptNeedsNonBlocking,
                                    message::kAcceptNeedsBlocking, message::kAcceptNotListening));
@@ -345,6 +346,9 @@ TEST_F(Listen, AServerContextNeedsAMatchingCertificateAndKey) {
   EXPECT_FALSE(socket.InitSSLSeverContext("/no/such/file", "", "", "", false));
   EXPECT_EQ(log.numbers(), std::vector<int>(3, message::kTlsContextFailed));
   EXPECT_EQ(socket.GetSSLContext(), nullptr) << "a failed set-up leaves nothing half-made";
+  EXPECT_FALSE(socket.PrepareForAccepting(0, true, "")) << "not in clear instead";
+  EXPECT_TRUE(socket.InitSSLSeverContext(certificate, key, "geheim", "", false) &&
+              socket.PrepareForAccepting(0, true, ""));
 }
 
 }  // namespace
