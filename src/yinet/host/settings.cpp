@@ -137,7 +137,7 @@ class Registry {
 
   // What is wrong with the file and the environment is reported by the first look-up after the registry stands: the log
   // asks for settings itself.
-  void report_file_problem() {
+  void report_problems() {
     if (!has_problems_.load(std::memory_order_relaxed) || !has_problems_.exchange(false)) return;
     Problems environment, file;
     {
@@ -152,7 +152,7 @@ class Registry {
   // Calls `use` with the value of a row of the table.
   template <typename Use>
   auto with_row(const Setting& setting, std::size_t row, Use use) {
-    report_file_problem();
+    report_problems();
     if (!t_in_source && source_.get() != nullptr)
       return use(value_of(setting, find(setting.section, setting.name).value_or("")));
     const std::shared_lock guard(mutex_);
@@ -160,7 +160,7 @@ class Registry {
   }
 
   std::optional<std::string> find(std::string_view section, std::string_view name) {
-    report_file_problem();
+    report_problems();
     const std::string key = key_of(section, name);
     {
       const std::shared_lock guard(mutex_);
@@ -215,7 +215,7 @@ class Registry {
       has_problems_ = true;
       resolve_all();
     }
-    report_file_problem();
+    report_problems();
     return "";
   }
 
