@@ -30,9 +30,23 @@ inline std::string in_lines(std::string_view text) {
 
 // Windows-1252, in lines of up to 66 characters; no line end behind the last.
 inline std::string german_text(std::size_t size, std::string_view line_end, unsigned seed = 42) {
-  static constexpr std::string_view kWords[] = {
-      "Sehr", "geehrte", "Gr\xFC\xDF" "e", "aus", "K\xF6ln", "wir", "\xFC" "bersenden", "Ihnen",
-      "das", "Angebot", "mit", "freundlichen", "Preisen", "f\xFCr", "M\xE4rz."};
+  static constexpr std::string_view kWords[] = {"Sehr",
+                                                "geehrte",
+                                                "Gr\xFC\xDF"
+                                                "e",
+                                                "aus",
+                                                "K\xF6ln",
+                                                "wir",
+                                                "\xFC"
+                                                "bersenden",
+                                                "Ihnen",
+                                                "das",
+                                                "Angebot",
+                                                "mit",
+                                                "freundlichen",
+                                                "Preisen",
+                                                "f\xFCr",
+                                                "M\xE4rz."};
   std::mt19937 random(seed);
   std::string text;
   std::size_t column = 0;

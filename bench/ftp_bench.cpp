@@ -187,8 +187,8 @@ Work curl_large(const Place& place, bool upload, bool from_first_byte) {
   return [=](Stopwatch& watch) {
     watch.restart();
     const CurlHandle handle(curl_easy_init(), &curl_easy_cleanup);
-    return curl_transfer(handle.get(), place, upload ? "uploaded" : "large", place.local / (upload ? "source" : "large"),
-                         upload, from_first_byte ? &watch : nullptr);
+    return curl_transfer(handle.get(), place, upload ? "uploaded" : "large",
+                         place.local / (upload ? "source" : "large"), upload, from_first_byte ? &watch : nullptr);
   };
 }
 
@@ -236,12 +236,15 @@ Work curl_program(const Place& place, bool upload) {
 }
 
 Work lftp_program(const Place& place, bool upload) {
-  const std::string secure = place.tls ? "set ftp:ssl-force true; set ftp:ssl-protect-data true; " : "set ftp:ssl-allow false; ";
+  const std::string secure =
+      place.tls ? "set ftp:ssl-force true; set ftp:ssl-protect-data true; " : "set ftp:ssl-allow false; ";
   const std::string work = upload ? "put " + (place.local / "source").string() + " -o uploaded"
                                   : "get large -o " + (place.local / "large").string();
-  return program({"lftp", "-c", "set cmd:fail-exit true; set net:max-retries 1; set ssl:verify-certificate false; set xfer:clobber true; " + secure +
-                                    "open -u " + place.server->user() + "," + place.server->password() + " ftp://" +
-                                    place.server->address() + "; " + work});
+  return program(
+      {"lftp", "-c",
+       "set cmd:fail-exit true; set net:max-retries 1; set ssl:verify-certificate false; set xfer:clobber true; " +
+           secure + "open -u " + place.server->user() + "," + place.server->password() + " ftp://" +
+           place.server->address() + "; " + work});
 }
 
 // --- Comparisons --------------------------------------------------------------------------------------------------------
@@ -251,8 +254,8 @@ std::string g_only;  // part of the names of comparisons to make
 bool is_wanted(const std::string& what) { return what.find(g_only) != std::string::npos; }
 
 // Every client must bring the same bytes before it is timed.
-void compare_checked(const std::string& what, const std::vector<Contender>& contenders, int runs, const fs::path& result,
-                     const fs::path& wanted) {
+void compare_checked(const std::string& what, const std::vector<Contender>& contenders, int runs,
+                     const fs::path& result, const fs::path& wanted) {
   if (!is_wanted(what)) return;
   for (const Contender& contender : contenders) {
     fs::remove(result);
@@ -276,9 +279,10 @@ void compare_large(const Place& place, int runs) {
     return contenders;
   };
   fs::create_hard_link(source, place.server->folder() / "large");
-  compare_checked("download" + suffix,
-                  with_programs(false, {{"yinet", yinet_download(place)}, {"libcurl", curl_large(place, false, false)}}), runs,
-                  place.local / "large", source);
+  compare_checked(
+      "download" + suffix,
+      with_programs(false, {{"yinet", yinet_download(place)}, {"libcurl", curl_large(place, false, false)}}), runs,
+      place.local / "large", source);
   fs::remove(place.local / "large");
   fs::remove(place.server->folder() / "large");
   compare_checked("upload" + suffix,
@@ -286,7 +290,8 @@ void compare_large(const Place& place, int runs) {
                                        {"libcurl", curl_large(place, true, false)}}),
                   runs, uploaded, source);
   compare_checked("upload" + suffix + ", from the first byte",
-                  {{"yinet", yinet_upload(place, true)}, {"libcurl", curl_large(place, true, true)}}, runs, uploaded, source);
+                  {{"yinet", yinet_upload(place, true)}, {"libcurl", curl_large(place, true, true)}}, runs, uploaded,
+                  source);
   fs::remove(uploaded);
 }
 
@@ -301,9 +306,10 @@ void compare_small(const Place& place, int files, int runs) {
   for (const bool upload : {true, false}) {
     const std::string what = std::string(upload ? "uploads" : "downloads") + (place.tls ? ", TLS" : ", plain");
     const auto rows = [&](int count, const char* pause) {
-      return std::vector<Contender>{{std::string("yinet, pause ") + pause + " ms", yinet_small(place, upload, count, pause)},
-                                    {"libcurl, one handle", curl_small(place, upload, count, true)},
-                                    {"libcurl, new handles", curl_small(place, upload, count, false)}};
+      return std::vector<Contender>{
+          {std::string("yinet, pause ") + pause + " ms", yinet_small(place, upload, count, pause)},
+          {"libcurl, one handle", curl_small(place, upload, count, true)},
+          {"libcurl, new handles", curl_small(place, upload, count, false)}};
     };
     if (!is_wanted(what)) continue;
     compare(std::to_string(few) + " " + what, rows(few, "50"), 1);

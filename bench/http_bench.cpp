@@ -215,7 +215,9 @@ int main(int argc, char** argv) {
   std::printf("\n%d requests of 1 KB on new connections; one body of %ld MiB\n\n", count, body >> 20);
   print_table_head("libcurl");
   for (const bool secure : {false, true}) {
-    const auto small = [&](Request request) { return requests(std::move(request), url(secure, "counted", kSmallBody), count, kSmallBody); };
+    const auto small = [&](Request request) {
+      return requests(std::move(request), url(secure, "counted", kSmallBody), count, kSmallBody);
+    };
     compare(secure ? "requests, TLS" : "requests, plain",
             {{"yinet, pause 50 ms", small(with_settings("50", "0"))},
              {"yinet, pause 0", small(with_settings("0", "0"))},
@@ -223,7 +225,9 @@ int main(int argc, char** argv) {
              {"libcurl, new handles", small(with_new_handles)}},
             runs);
     for (const char* const form : {"counted", "chunked"}) {
-      const auto large = [&](Request request) { return requests(std::move(request), url(secure, form, body), 1, body); };
+      const auto large = [&](Request request) {
+        return requests(std::move(request), url(secure, form, body), 1, body);
+      };
       compare((std::string(form) + (secure ? ", TLS" : ", plain")).c_str(),
               {{"yinet", large(with_settings("0", "0"))},
                {"yinet, exact", large(with_settings("0", "1"))},

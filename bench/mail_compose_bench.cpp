@@ -31,7 +31,8 @@ using yinet::bench::german_text;
 class Input {
  public:
   Input(std::size_t attachment_bytes, int attachments)
-      : text(german_text(kTextBytes, "\r\n")), html("<html><body><p>" + german_text(kHtmlBytes, "<br>\r\n") + "</p></body></html>") {
+      : text(german_text(kTextBytes, "\r\n")),
+        html("<html><body><p>" + german_text(kHtmlBytes, "<br>\r\n") + "</p></body></html>") {
     std::filesystem::create_directories(folder_);
     html_file = folder_ / "Nachricht.htm";
     std::ofstream(html_file, std::ios::binary) << html;
@@ -87,7 +88,8 @@ Owned<GMimePart> text_part(const char* subtype, const std::string& text, GMimeCo
   Owned<GMimePart> part(g_mime_part_new_with_type("text", subtype));
   g_mime_object_set_content_type_parameter(GMIME_OBJECT(part.get()), "charset", "iso-8859-1");
   const Owned<GMimeStream> stream(g_mime_stream_mem_new_with_buffer(text.data(), text.size()));
-  const Owned<GMimeDataWrapper> content(g_mime_data_wrapper_new_with_stream(stream.get(), GMIME_CONTENT_ENCODING_DEFAULT));
+  const Owned<GMimeDataWrapper> content(
+      g_mime_data_wrapper_new_with_stream(stream.get(), GMIME_CONTENT_ENCODING_DEFAULT));
   g_mime_part_set_content(part.get(), content.get());
   g_mime_part_set_content_encoding(part.get(), encoding);
   return part;
@@ -190,7 +192,12 @@ void FoldText(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(yinet::fold_lines(text));
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
-BENCHMARK(FoldText)->ArgNames({"bytes", "lines"})->Args({10'000, 1})->Args({10'000, 0})->Args({10'000'000, 1})->Args({10'000'000, 0});
+BENCHMARK(FoldText)
+    ->ArgNames({"bytes", "lines"})
+    ->Args({10'000, 1})
+    ->Args({10'000, 0})
+    ->Args({10'000'000, 1})
+    ->Args({10'000'000, 0});
 
 void QuotedPrintable(benchmark::State& state, std::string (*convert)(std::string_view)) {
   const std::string text = yinet::quoted_printable_encoded(german_text(1'000'000, "\r\n"));

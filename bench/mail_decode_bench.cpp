@@ -49,10 +49,14 @@ std::string header(unsigned seed, int more_lines = 5) {
   const std::string number = std::to_string(seed);
   std::string lines;
   for (int i = 0; i < more_lines; ++i)
-    lines += "Received: from mx" + std::to_string(i) + ".example.net (mx.example.net [192.0.2.1])\r\n\tby mail.example.org with ESMTPS id " +
-             number + "; Sat, 21 Nov 2026 10:00:00 +0100\r\n";
-  return lines + "From: =?utf-8?Q?J=C3=B6rg_Gr=C3=BCn?= <joerg.gruen@example.com>\r\nTo: Einkauf <einkauf@example.org>, lager@example.org\r\n"
-         "Subject: =?utf-8?Q?Angebot_f=C3=BCr_M=C3=A4rz_" + number + "?=\r\nDate: Sat, 21 Nov 2026 10:00:00 +0100\r\nMessage-ID: <" + number +
+    lines += "Received: from mx" + std::to_string(i) +
+             ".example.net (mx.example.net [192.0.2.1])\r\n\tby mail.example.org with ESMTPS id " + number +
+             "; Sat, 21 Nov 2026 10:00:00 +0100\r\n";
+  return lines +
+         "From: =?utf-8?Q?J=C3=B6rg_Gr=C3=BCn?= <joerg.gruen@example.com>\r\nTo: Einkauf <einkauf@example.org>, "
+         "lager@example.org\r\n"
+         "Subject: =?utf-8?Q?Angebot_f=C3=BCr_M=C3=A4rz_" +
+         number + "?=\r\nDate: Sat, 21 Nov 2026 10:00:00 +0100\r\nMessage-ID: <" + number +
          "@example.com>\r\nMIME-Version: 1.0\r\n";
 }
 
@@ -60,8 +64,9 @@ constexpr const char* kQuoted = "; charset=utf-8\r\nContent-Transfer-Encoding: q
 
 std::string alternative(unsigned seed, std::size_t text_bytes) {
   return "Content-Type: multipart/alternative; boundary=\"=_inner\"\r\n\r\n--=_inner\r\nContent-Type: text/plain" +
-         (kQuoted + encoded_text(german_text(text_bytes, "\r\n", seed))) + "\r\n--=_inner\r\nContent-Type: text/html" + kQuoted +
-         "<html><body><p>" + encoded_text(german_text(text_bytes, "<br>\r\n", seed + 1)) + "</p></body></html>\r\n--=_inner--\r\n";
+         (kQuoted + encoded_text(german_text(text_bytes, "\r\n", seed))) + "\r\n--=_inner\r\nContent-Type: text/html" +
+         kQuoted + "<html><body><p>" + encoded_text(german_text(text_bytes, "<br>\r\n", seed + 1)) +
+         "</p></body></html>\r\n--=_inner--\r\n";
 }
 
 std::string attachment(unsigned seed, std::size_t bytes) {
@@ -87,7 +92,9 @@ std::string mail_of(Kind kind, std::int64_t number, unsigned seed) {
   constexpr std::int64_t kMillion = 1'000'000;
   switch (kind) {
     case kSmall: return header(seed) + alternative(seed, 2700);
-    case kAttachments: return mixed(seed, {alternative(seed, 500), attachment(seed, static_cast<std::size_t>(kMillion * 3 / 4 * (1 + seed % 5)))});
+    case kAttachments:
+      return mixed(seed, {alternative(seed, 500),
+                          attachment(seed, static_cast<std::size_t>(kMillion * 3 / 4 * (1 + seed % 5)))});
     case kLarge: return mixed(seed, {alternative(seed, 500), attachment(seed, 73 * kMillion)});
     case kSize: return mixed(seed, {attachment(seed, static_cast<std::size_t>(number * 73 / 100))});
     case kParts: {
@@ -163,14 +170,18 @@ struct GMime {
   static constexpr bool kDecodesHeaders = true;
   template <typename Taker>
   static void decode(const std::string& file, Taker& take) {
-    const Owned<GMimeStream> stream(g_mime_stream_mmap_new(open(file.c_str(), O_RDONLY | O_CLOEXEC), PROT_READ, MAP_PRIVATE));
+    const Owned<GMimeStream> stream(
+        g_mime_stream_mmap_new(open(file.c_str(), O_RDONLY | O_CLOEXEC), PROT_READ, MAP_PRIVATE));
     const Owned<GMimeParser> parser(g_mime_parser_new_with_stream(stream.get()));
     const Owned<GMimeMessage> message(g_mime_parser_construct_message(parser.get(), nullptr));
     take.text(g_mime_message_get_subject(message.get()));
     benchmark::DoNotOptimize(g_mime_message_get_from(message.get()));
     benchmark::DoNotOptimize(g_mime_message_get_to(message.get()));
     benchmark::DoNotOptimize(g_mime_message_get_date(message.get()));
-    g_mime_message_foreach(message.get(), [](GMimeObject*, GMimeObject* part, gpointer taker) { take_part<Taker>(part, *static_cast<Taker*>(taker)); }, &take);
+    g_mime_message_foreach(
+        message.get(),
+        [](GMimeObject*, GMimeObject* part, gpointer taker) { take_part<Taker>(part, *static_cast<Taker*>(taker)); },
+        &take);
   }
 
  private:
@@ -267,7 +278,9 @@ void decode_set(benchmark::State& state, Kind kind, int count) {
 
 void yinet_decodes(benchmark::State& state, Kind kind, int count) { decode_set<Yinet>(state, kind, count); }
 void gmime_decodes(benchmark::State& state, Kind kind, int count) { decode_set<GMime<false>>(state, kind, count); }
-void gmime_with_files_decodes(benchmark::State& state, Kind kind, int count) { decode_set<GMime<true>>(state, kind, count); }
+void gmime_with_files_decodes(benchmark::State& state, Kind kind, int count) {
+  decode_set<GMime<true>>(state, kind, count);
+}
 void mimetic_decodes(benchmark::State& state, Kind kind, int count) { decode_set<Mimetic>(state, kind, count); }
 
 #define YINET_COMPARE(program)                                                                       \
@@ -281,9 +294,18 @@ YINET_COMPARE(gmime_with_files_decodes);
 YINET_COMPARE(mimetic_decodes);
 
 // Cost per byte at sizes that grow.
-BENCHMARK_CAPTURE(yinet_decodes, size, kSize, 1)->RangeMultiplier(10)->Range(10'000, 100'000'000)->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(yinet_decodes, parts, kParts, 1)->RangeMultiplier(10)->Range(10, 10'000)->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(yinet_decodes, header_lines, kHeaderLines, 1)->RangeMultiplier(10)->Range(10, 100'000)->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(yinet_decodes, size, kSize, 1)
+    ->RangeMultiplier(10)
+    ->Range(10'000, 100'000'000)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(yinet_decodes, parts, kParts, 1)
+    ->RangeMultiplier(10)
+    ->Range(10, 10'000)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(yinet_decodes, header_lines, kHeaderLines, 1)
+    ->RangeMultiplier(10)
+    ->Range(10, 100'000)
+    ->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

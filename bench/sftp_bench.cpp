@@ -51,8 +51,8 @@ Work yinet_work(const Job& job) {
     yinet::set_setting(yinet::settings::kConnectPause.section, yinet::settings::kConnectPause.name, "0");
     watch.restart();
     sshClient client;
-    if (!client.connect("127.0.0.1", job.server->port(), YString(SshServer::user()), YString(SshServer::password()), "", 0, 0,
-                        "", ""))
+    if (!client.connect("127.0.0.1", job.server->port(), YString(SshServer::user()), YString(SshServer::password()), "",
+                        0, 0, "", ""))
       return false;
     sftp_session_struct* const session = client.initFileTransferSession();
     for (const std::string& name : job.names) {
@@ -68,7 +68,8 @@ Work yinet_work(const Job& job) {
 
 bool plain_transfer(sftp_session sftp, const Job& job, const std::string& name) {
   const std::string local = job.upload ? (job.local / name).string() : job.target(name);
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(local.c_str(), job.upload ? "rb" : "wb"), &std::fclose);
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(local.c_str(), job.upload ? "rb" : "wb"),
+                                                             &std::fclose);
   const sftp_file remote = sftp_open(sftp, name.c_str(), job.upload ? O_WRONLY | O_CREAT | O_TRUNC : O_RDONLY, 0644);
   if (!file || remote == nullptr) return false;
   std::vector<char> piece(kPiece);
@@ -81,7 +82,8 @@ bool plain_transfer(sftp_session sftp, const Job& job, const std::string& name) 
     } else {
       const ssize_t count = sftp_read(remote, piece.data(), piece.size());
       if (count == 0) break;
-      good = count > 0 && std::fwrite(piece.data(), 1, static_cast<std::size_t>(count), file.get()) == static_cast<std::size_t>(count);
+      good = count > 0 && std::fwrite(piece.data(), 1, static_cast<std::size_t>(count), file.get()) ==
+                              static_cast<std::size_t>(count);
     }
   }
   return sftp_close(remote) == SSH_OK && good;

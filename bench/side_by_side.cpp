@@ -42,8 +42,9 @@ Run measure(std::string_view what, const Contender& contender) {
   if (pid == 0) {
     Stopwatch watch;
     if (!contender.work(watch)) _exit(1);
-    const Run run{watch.seconds(), watch.processor_seconds(),
-                  static_cast<double>(std::max(usage_of(RUSAGE_SELF).ru_maxrss, usage_of(RUSAGE_CHILDREN).ru_maxrss)) / 1024};
+    const Run run{
+        watch.seconds(), watch.processor_seconds(),
+        static_cast<double>(std::max(usage_of(RUSAGE_SELF).ru_maxrss, usage_of(RUSAGE_CHILDREN).ru_maxrss)) / 1024};
     _exit(write(ends[1], &run, sizeof run) == sizeof run ? 0 : 1);
   }
   close(ends[1]);
@@ -57,14 +58,14 @@ Run measure(std::string_view what, const Contender& contender) {
   return run;
 }
 
-std::vector<double> sorted(const std::vector<Run>& runs, double Run::* value) {
+std::vector<double> sorted(const std::vector<Run>& runs, double Run::*value) {
   std::vector<double> values;
   for (const Run& run : runs) values.push_back(run.*value);
   std::sort(values.begin(), values.end());
   return values;
 }
 
-double median(const std::vector<Run>& runs, double Run::* value) { return sorted(runs, value)[runs.size() / 2]; }
+double median(const std::vector<Run>& runs, double Run::*value) { return sorted(runs, value)[runs.size() / 2]; }
 
 }  // namespace
 
@@ -97,8 +98,10 @@ void print_machine(std::string_view libraries) {
 }
 
 void print_table_head(std::string_view reference) {
-  std::printf("| What | Client | s | fastest-slowest | CPU s | peak MiB | time, %.*s = 1 | CPU |\n|---|---|---|---|---|---|---|---|\n",
-              static_cast<int>(reference.size()), reference.data());
+  std::printf(
+      "| What | Client | s | fastest-slowest | CPU s | peak MiB | time, %.*s = 1 | CPU "
+      "|\n|---|---|---|---|---|---|---|---|\n",
+      static_cast<int>(reference.size()), reference.data());
 }
 
 void compare(std::string_view what, const std::vector<Contender>& contenders, int runs) {
@@ -111,8 +114,8 @@ void compare(std::string_view what, const std::vector<Contender>& contenders, in
     const auto seconds = sorted(results[c], &Run::seconds);
     const double middle = median(results[c], &Run::seconds);
     const double processor = median(results[c], &Run::processor_seconds);
-    std::printf("| %.*s | %s | %.3f | %.3f-%.3f | %.3f | %.0f | %.2f | %.2f |\n", static_cast<int>(what.size()), what.data(),
-                contenders[c].name.c_str(), middle, seconds.front(), seconds.back(), processor,
+    std::printf("| %.*s | %s | %.3f | %.3f-%.3f | %.3f | %.0f | %.2f | %.2f |\n", static_cast<int>(what.size()),
+                what.data(), contenders[c].name.c_str(), middle, seconds.front(), seconds.back(), processor,
                 median(results[c], &Run::peak_mib), middle / reference_seconds, processor / reference_processor);
   }
   std::fflush(stdout);

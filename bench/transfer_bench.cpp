@@ -43,7 +43,8 @@ struct Site {
 Site make_site(const std::string& protocol) {
   if (protocol == "sftp") {
     auto server = std::make_shared<SshServer>();
-    return {protocol, "sftp://" + server->address(), SshServer::user(), SshServer::password(), server->folder(), server};
+    return {protocol, "sftp://" + server->address(), SshServer::user(), SshServer::password(), server->folder(),
+            server};
   }
   if (protocol.starts_with("http")) {
     auto server = std::make_shared<NginxServer>();
@@ -132,14 +133,17 @@ void compare_both(const Site& site, const std::string& what, int runs, const Tra
       return transfers(client);
     };
   };
-  compare(site.protocol + " " + what,
-          {{"YInet", work_with(std::type_identity<OurClient>())}, {"libcurl", work_with(std::type_identity<CurlClient>())}}, runs);
+  compare(
+      site.protocol + " " + what,
+      {{"YInet", work_with(std::type_identity<OurClient>())}, {"libcurl", work_with(std::type_identity<CurlClient>())}},
+      runs);
 }
 
 void require_same(const fs::path& copy, const fs::path& original) {
   std::ifstream a(copy, std::ios::binary), b(original, std::ios::binary);
   using Bytes = std::istreambuf_iterator<char>;
-  if (fs::file_size(copy) != fs::file_size(original) || !std::equal(Bytes(a), Bytes(), Bytes(b))) give_up("the files differ");
+  if (fs::file_size(copy) != fs::file_size(original) || !std::equal(Bytes(a), Bytes(), Bytes(b)))
+    give_up("the files differ");
 }
 
 void bench(const std::string& protocol, std::size_t megabytes, int files, int runs) {
@@ -165,11 +169,13 @@ void bench(const std::string& protocol, std::size_t megabytes, int files, int ru
   } else {
     compare_both(site, "upload, large", runs, [&](Client& client) { return client.upload(large, "large"); });
     require_same(site.folder / "large", large);
-    compare_both(site, "upload, small", runs, many([=](Client& client, const std::string& name) { return client.upload(small, name); }));
+    compare_both(site, "upload, small", runs,
+                 many([=](Client& client, const std::string& name) { return client.upload(small, name); }));
   }
   compare_both(site, "download, large", runs, [&](Client& client) { return client.download("large", back); });
   require_same(back, large);
-  compare_both(site, "download, small", runs, many([=](Client& client, const std::string& name) { return client.download(name, back); }));
+  compare_both(site, "download, small", runs,
+               many([=](Client& client, const std::string& name) { return client.download(name, back); }));
 }
 
 }  // namespace

@@ -39,7 +39,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (const auto target = yinet::socks_target(text)) {
     const std::string request = yinet::socks5_connect(*target, 80);
     require(request.size() == 10 && yinet::socks4_connect(*target, 80).size() == 9);
-    require(std::string_view(request).substr(4, 4) == std::string_view(reinterpret_cast<const char*>(target->data()), 4));
+    require(std::string_view(request).substr(4, 4) ==
+            std::string_view(reinterpret_cast<const char*>(target->data()), 4));
   }
   require(yinet::socks5_credentials(text, text).size() == 3 + 2 * text.size());
   if (size > 0) {

@@ -152,10 +152,8 @@ void compare_walk(const std::string& mail) {
     for (bool more = true; more && content.ends_with("\r\n"); more = is_text && !type.empty())
       content.resize(content.size() - 2);
     if (content.empty()) continue;
-    if (is_text)
-      expected += (expected.empty() ? "" : "\r\n\r\nEingebettete Mail:\r\n\r\n") + content;
-    else
-      files += "[" + content + "]";
+    if (is_text) expected += (expected.empty() ? "" : "\r\n\r\nEingebettete Mail:\r\n\r\n") + content;
+    else files += "[" + content + "]";
   }
   yinet::set_setting("Mail", "Lesefreundlich", "0");
   std::ofstream(folder().mail(), std::ios::binary) << mail;

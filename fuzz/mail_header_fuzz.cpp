@@ -83,8 +83,28 @@ void check(const std::string& header) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string input(reinterpret_cast<const char*>(data), size);
   check(input);
-  static constexpr std::string_view kLikely[] = {"Content-Type: ", "Content-Disposition: ", "To: ", "A: ", "\r\n", "\r\n", "\r\n ", "\t", ";", "=", "\"", "\\",
-                                                 "name*0*=", "filename*=utf-8''", "%C3%A4", "charset", "/", ":", "x", "=?utf-8?Q?a?=", "\r", "\n"};
+  static constexpr std::string_view kLikely[] = {"Content-Type: ",
+                                                 "Content-Disposition: ",
+                                                 "To: ",
+                                                 "A: ",
+                                                 "\r\n",
+                                                 "\r\n",
+                                                 "\r\n ",
+                                                 "\t",
+                                                 ";",
+                                                 "=",
+                                                 "\"",
+                                                 "\\",
+                                                 "name*0*=",
+                                                 "filename*=utf-8''",
+                                                 "%C3%A4",
+                                                 "charset",
+                                                 "/",
+                                                 ":",
+                                                 "x",
+                                                 "=?utf-8?Q?a?=",
+                                                 "\r",
+                                                 "\n"};
   std::string mapped;
   for (const char c : input) mapped += kLikely[static_cast<unsigned char>(c) % std::size(kLikely)];
   check(mapped);

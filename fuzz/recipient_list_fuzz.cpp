@@ -33,8 +33,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   check(input);
 
   std::string mapped;
-  constexpr std::string_view kLikely[] = {"eva@x.de", "<", ">", ";", ", ", "\"", "=?utf-8?B?", "w4Q=", "?=", "=?a?Q?",
-                                          "=2C", "_", " ", "\r\n", ": ", "X-A"};
+  constexpr std::string_view kLikely[] = {"eva@x.de", "<",      ">",   ";", ", ", "\"",   "=?utf-8?B?", "w4Q=",
+                                          "?=",       "=?a?Q?", "=2C", "_", " ",  "\r\n", ": ",         "X-A"};
   for (const char c : input) mapped += kLikely[static_cast<unsigned char>(c) % std::size(kLikely)];
   check(mapped);
   return 0;

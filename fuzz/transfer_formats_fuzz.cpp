@@ -32,7 +32,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (const auto form : {yinet::PathForm::http, yinet::PathForm::name, yinet::PathForm::literal}) {
     const std::string encoded = yinet::encoded_path(input, form);
     for (const char c : encoded) require(c > ' ' && c < '\x7F');
-    require(yinet::percent_decoded(encoded) == (form == yinet::PathForm::literal ? input : yinet::percent_decoded(input)));
+    require(yinet::percent_decoded(encoded) ==
+            (form == yinet::PathForm::literal ? input : yinet::percent_decoded(input)));
   }
   require(unquoted(yinet::quoted_for_sftp(input)) == input);
   require(input.find(yinet::current_folder_in(input)) != std::string::npos);

@@ -119,7 +119,8 @@ Command add_charset_command(CLI::App& program) {
   convert_app->footer(kExamples);
   convert_app->add_option("--from", arguments->from, "What the text is in")->required()->type_name("CHARSET");
   convert_app->add_option("--to", arguments->to, "What it shall become")->required()->type_name("CHARSET");
-  convert_app->add_option("FILE", arguments->file, "File to convert; standard input when missing or \"-\"")->type_name("");
+  convert_app->add_option("FILE", arguments->file, "File to convert; standard input when missing or \"-\"")
+      ->type_name("");
   return {command, [=] { return convert_app->parsed() ? convert(*arguments) : list_names(); }};
 }
 

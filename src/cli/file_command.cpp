@@ -165,7 +165,9 @@ Command add_command(CLI::App& program, const Row& row) {
   if (row.file == File::before_url) add_file_option(*command, arguments->file, true);
   command->add_option("URL", arguments->url, "PROTOCOL://USER@HOST:PORT/PATH")->required()->type_name("");
   if (row.file == File::after_url) add_file_option(*command, arguments->file, false);
-  command->add_option("--proxy", arguments->proxy, "http, https, socks4, socks4a, socks5 or socks5h, with user, host and port")
+  command
+      ->add_option("--proxy", arguments->proxy,
+                   "http, https, socks4, socks4a, socks5 or socks5h, with user, host and port")
       ->type_name("URL");
   command->add_flag("--quiet", arguments->quiet, "No progress and no throughput");
   return {command, [arguments, row] { return run(row, *arguments); }};

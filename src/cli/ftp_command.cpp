@@ -49,7 +49,8 @@ constexpr SchemeType kProxySchemes[] = {
 
 // People get what scripts don't: exact replies, downloads that are checked, and limits that count silence only.
 void use_careful_settings() {
-  for (const Setting* setting : {&settings::kFtpExactReplies, &settings::kFtpExactDownloads, &settings::kFtpDownloadIdle})
+  for (const Setting* setting :
+       {&settings::kFtpExactReplies, &settings::kFtpExactDownloads, &settings::kFtpDownloadIdle})
     set_setting_default(setting->section, setting->name, "1");
 }
 
@@ -141,7 +142,8 @@ bool connect(ftps& ftp, const std::string& server) {
 
 int run(const Row& row, const Arguments& arguments) {
   auto url = parse_transfer_url(arguments.url);
-  if (!url || !type_of(kServerSchemes, url->scheme)) return wrong_call("write the URL as ftp://HOST/PATH or ftps://HOST/PATH");
+  if (!url || !type_of(kServerSchemes, url->scheme))
+    return wrong_call("write the URL as ftp://HOST/PATH or ftps://HOST/PATH");
   if (row.needs_path && (url->path.empty() || url->path.ends_with('/'))) return wrong_call("the URL names no file");
   const auto type = ftp_type(arguments, *url);
   if (!type) return wrong_call("--type is \"tls\", \"plain\" or a number above 0");
@@ -149,7 +151,8 @@ int run(const Row& row, const Arguments& arguments) {
   if (!proxy) return wrong_call("write the proxy as socks5://HOST:PORT, socks4://HOST:PORT or ftp://HOST:PORT");
   for (const TransferUrl& address : {*url, proxy->url})
     if (const std::string problem = address_problem(address); !problem.empty()) return wrong_call(problem);
-  if (breaks_protocol_line(url->user) || breaks_protocol_line(url->path)) return wrong_call("a name cannot hold a line break");
+  if (breaks_protocol_line(url->user) || breaks_protocol_line(url->path))
+    return wrong_call("a name cannot hold a line break");
   if (row.needs_file) {
     if (const std::string reason = reason_against_upload(url->path, arguments.file); !reason.empty())
       return wrong_call(reason);
@@ -184,7 +187,8 @@ Command add_ftp_command(CLI::App& program) {
     app.add_option("URL", arguments->url, "ftp:// or ftps:// with server and path")->required()->type_name("");
     if (row.takes_file) add_file_option(app, arguments->file, row.needs_file);
     app.add_option("--type", arguments->type, "tls, plain or an FTP type; by the URL's scheme when absent");
-    app.add_option("--proxy", arguments->proxy, "socks5://, socks4:// or ftp:// with user, host and port")->type_name("URL");
+    app.add_option("--proxy", arguments->proxy, "socks5://, socks4:// or ftp:// with user, host and port")
+        ->type_name("URL");
     app.add_option("--certificate", arguments->certificate, "Folder of trusted certificates, or the client's PEM file");
     app.add_flag("--quiet", arguments->quiet, "No progress and no throughput");
   };

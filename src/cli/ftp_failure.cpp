@@ -40,9 +40,11 @@ int connection_failure(ftps& ftp, const std::string& server, const std::string& 
   if (says(ftp, ftp::kConnectFailed)) return fail(kNoConnection, "no connection to " + server);
   const YString command = ftp.get_last_command();
   if (command.StartsWith("AUTH")) {
-    if (!refused_by_server(ftp) && went_well(ftp)) return fail(kNoConnection, "TLS with " + server + " did not come about");
+    if (!refused_by_server(ftp) && went_well(ftp))
+      return fail(kNoConnection, "TLS with " + server + " did not come about");
     if (refused_by_server(ftp)) {
-      return fail(kNoConnection, server + " offers no TLS (" + words(ftp) + "); ftp:// does without, with the password in clear");
+      return fail(kNoConnection,
+                  server + " offers no TLS (" + words(ftp) + "); ftp:// does without, with the password in clear");
     }
   }
   const bool login = refused_by_server(ftp) && (command.StartsWith("USER") || command.StartsWith("PASS"));

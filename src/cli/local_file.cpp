@@ -35,7 +35,7 @@ void delete_doomed(int signal) {
 // A signal that is ignored (by nohup, say) stays so.
 void delete_on_signals() {
   for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM}) {
-    struct sigaction action{};
+    struct sigaction action {};
     sigaction(signal, nullptr, &action);
     if (action.sa_handler != SIG_DFL) continue;
     action.sa_handler = &delete_doomed;
@@ -150,7 +150,7 @@ int fetch_beside(const std::string& target, const std::string& path, const struc
 }
 
 bool is_standard_output(const struct stat& file) {
-  struct stat output{};
+  struct stat output {};
   return fstat(STDOUT_FILENO, &output) == 0 && output.st_dev == file.st_dev && output.st_ino == file.st_ino;
 }
 
@@ -174,7 +174,7 @@ int fetch_file(const std::string& file, const std::string& remote, const std::fu
   std::error_code error;
   const std::filesystem::path real = std::filesystem::canonical(named, error);  // a link stays one
   const std::string path = error ? named : real.string();
-  struct stat old{};
+  struct stat old {};
   if (named.empty()) return fail(kLocalFile, *target + " cannot be written");
   if (stat(path.c_str(), &old) != 0) return fetch_beside(*target, path, nullptr, work);
   if (S_ISCHR(old.st_mode) || S_ISBLK(old.st_mode)) return fetch_directly(*target, work);

@@ -45,7 +45,9 @@ constexpr const char* kComposeExamples =
 RECORD is a JSON object with the keys of a mail; this one has an attachment of its own and one from the disk:
   {
     "ABSENDER": "eva@example.org",
-    "EMPF)" "\xC3\x84" R"(NGER": ["max@example.org", "lager@example.org"],
+    "EMPF)"
+    "\xC3\x84"
+    R"(NGER": ["max@example.org", "lager@example.org"],
     "KOPIE": "einkauf@example.org",
     "BETREFF": "Angebot",
     "NACHRICHT": "Guten Tag,\nanbei unser Angebot.",
@@ -177,7 +179,8 @@ int save(const YObject& mail, const std::string& folder) {
 int decode(const DecodeArguments& arguments) {
   const bool writes_files = (static_cast<unsigned long>(arguments.options) & kDecodeWriteFiles) != 0;
   if (writes_files && !arguments.out.empty())
-    return wrong_call("--out finds nothing to save after option 1, which moves text and attachments into a folder of its own");
+    return wrong_call(
+        "--out finds nothing to save after option 1, which moves text and attachments into a folder of its own");
   decode_readably_by_default();
   const auto copy = copy_mail(arguments.file);
   if (!copy) return kFailed;
@@ -229,7 +232,8 @@ Command add_mail_command(CLI::App& program) {
   decode_app->footer(kDecodeExamples);
   decode_app->add_option("FILE", arguments->file, "Mail file, \"-\" for standard input")->required()->type_name("");
   decode_app->add_option("--out", arguments->out, "Save text and attachments into this folder")->type_name("FOLDER");
-  decode_app->add_option("--options", arguments->options, "The function's options; see \"yinet functions MIME_DEKODIERE\"")
+  decode_app
+      ->add_option("--options", arguments->options, "The function's options; see \"yinet functions MIME_DEKODIERE\"")
       ->type_name("N")
       ->check(CLI::Range(0, kAllOptions));
   decode_app->add_flag("--json", arguments->json, "Print the whole record as JSON");
@@ -245,7 +249,8 @@ Command add_mail_command(CLI::App& program) {
   compose_app->add_option("RECORD", compose_arguments->record, "JSON file, \"-\" for standard input")
       ->required()
       ->type_name("");
-  compose_app->add_option("-o,--out", compose_arguments->out, "File for the mail; standard output when missing or \"-\"")
+  compose_app
+      ->add_option("-o,--out", compose_arguments->out, "File for the mail; standard output when missing or \"-\"")
       ->type_name("FILE");
 
   return {mail, [=] {

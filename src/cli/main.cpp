@@ -27,9 +27,9 @@ constexpr const char* kExamples = R"(Examples:
 
 // In the order of the help.
 constexpr Command (*kAddCommands[])(CLI::App&) = {
-    yinet::cli::add_call_command,    yinet::cli::add_functions_command, yinet::cli::add_dns_command,
-    yinet::cli::add_ftp_command,     yinet::cli::add_sftp_command,      yinet::cli::add_mail_command,
-    yinet::cli::add_address_command, yinet::cli::add_charset_command,   yinet::cli::add_settings_command,
+    yinet::cli::add_call_command,     yinet::cli::add_functions_command, yinet::cli::add_dns_command,
+    yinet::cli::add_ftp_command,      yinet::cli::add_sftp_command,      yinet::cli::add_mail_command,
+    yinet::cli::add_address_command,  yinet::cli::add_charset_command,   yinet::cli::add_settings_command,
     yinet::cli::add_messages_command,
 };
 

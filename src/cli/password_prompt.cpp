@@ -26,7 +26,7 @@ class NotedSignals {
     for (std::size_t i = 0; i < kSignals.size(); ++i) {
       sigaction(kSignals[i], nullptr, &before_[i]);
       if (before_[i].sa_handler == SIG_IGN) continue;
-      struct sigaction noted{};
+      struct sigaction noted {};
       noted.sa_handler = &note_signal;  // without SA_RESTART
       sigaction(kSignals[i], &noted, nullptr);
     }

@@ -67,7 +67,8 @@ int outcome(const sshClient& client, bool succeeded, const std::string& remote) 
   const int code = code_for(client.last_failure());
   const std::string text = shown(client.last_failure_text());
   const bool of_path = code == kRefusedByServer || code == kBrokenOff;
-  const bool says_what = code == kLocalFile || text.find(remote) != std::string::npos;  // the server, where one was looked for
+  const bool says_what =
+      code == kLocalFile || text.find(remote) != std::string::npos;  // the server, where one was looked for
   return fail(code, of_path || !says_what ? remote + ": " + text : text);
 }
 
@@ -198,7 +199,8 @@ Command add_sftp_command(CLI::App& program) {
     app.add_option("URL", arguments->url, "sftp:// with user, server and path")->required()->type_name("");
     if (row.takes_file) add_file_option(app, arguments->file, row.needs_file);
     app.add_option("--key", arguments->key, "Private key to log in with")->type_name("FILE");
-    app.add_option("--known-hosts", arguments->known_hosts, "Accept only servers whose keys are in this file")->type_name("FILE");
+    app.add_option("--known-hosts", arguments->known_hosts, "Accept only servers whose keys are in this file")
+        ->type_name("FILE");
     app.add_option("--proxy", arguments->proxy, "socks5:// or socks4:// with user, host and port")->type_name("URL");
     app.add_flag("--quiet", arguments->quiet, "No progress and no throughput");
   };

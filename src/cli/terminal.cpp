@@ -37,10 +37,8 @@ class InputFile {
     while (true) {
       const ssize_t count = read(descriptor_, piece.data(), piece.size());
       if (count == 0) return true;
-      if (count > 0)
-        bytes.append(piece.data(), static_cast<std::size_t>(count));
-      else if (errno != EINTR)
-        return false;
+      if (count > 0) bytes.append(piece.data(), static_cast<std::size_t>(count));
+      else if (errno != EINTR) return false;
     }
   }
 

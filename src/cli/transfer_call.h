@@ -22,8 +22,8 @@ inline constexpr int kRefusedByServer = 5;
 inline constexpr int kLocalFile = 6;
 inline constexpr int kBrokenOff = 7;
 // For the help of these commands.
-#define YINET_TRANSFER_EXIT_CODES                                                                                   \
-  "0 success, 2 wrong call, 3 no connection, 4 login refused, 5 refused by the server (no such file, say),\n"       \
+#define YINET_TRANSFER_EXIT_CODES                                                                             \
+  "0 success, 2 wrong call, 3 no connection, 4 login refused, 5 refused by the server (no such file, say),\n" \
   "6 local file, 7 the transfer broke off, 1 any other failure."
 
 // Where a local file goes: a path that is empty or ends with a slash is a folder, in which it keeps its name.

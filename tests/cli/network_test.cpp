@@ -85,8 +85,8 @@ TEST(CallCommand, SoapAnswersOfARealServer) {
   YINET_REQUIRE_PROGRAM("nginx");
   const NginxServer nginx;
   nginx.add("answer.xml",
-                     "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><S:Envelope xmlns:S=\"urn:s\"><S:Body>"
-                     "<Item unit=\"Gr\xF6\xDF\">24</Item></S:Body></S:Envelope>");
+            "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><S:Envelope xmlns:S=\"urn:s\"><S:Body>"
+            "<Item unit=\"Gr\xF6\xDF\">24</Item></S:Body></S:Envelope>");
   json soap = json::parse(read_file(YINET_EXAMPLES "/soap-call.json"));
   soap["pParam"]["ENDPOINT"] = nginx.tls_url("/post/answer.xml");
   const CommandResult result = run_program({"call", "SOAP_EXECUTEFUNCTION", "--trace", "--json", "-"}, soap.dump());

@@ -33,8 +33,11 @@ TEST(Program, TellsConvertsAndSaysCauseAndCure) {
       {{"address", "list", "-"}, "max@example.org\njo@example.org\n", 0, "Max <max@example.org>,\n\t jo@example.org\n"},
       {{"charset", "convert", "--from", "850", "--to", "windows-1252", "-"}, "\xE4\r\n", 0, "\x84\r\n"},
       {{"charset", "convert", "--from", "UTF-16LE", "--to", "utf-8"}, "ab", 0, std::string("a\0b\0", 4)},
-      {{"mail", "parts", "-"}, "rfc822  31 bytes\n    text/html", 0,
-       "Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\nContent-Type: message/rfc822; boundary=z\r\n\r\n--z\r\n\r\neins"
+      {{"mail", "parts", "-"},
+       "rfc822  31 bytes\n    text/html",
+       0,
+       "Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\nContent-Type: message/rfc822; "
+       "boundary=z\r\n\r\n--z\r\n\r\neins"
        "\r\n--b\r\nContent-Type: message/rfc822\r\n\r\nContent-Type: text/html\r\n\r\nzwei\r\n--b--"},
       {{"charset", "list"}, "ibm-5348_P100-1997\n", 0},
       {{"address", "list", "-"}, "a@b.c\nd@e.f\n", 0, "a@b.c\nd@e.f\r\n"},
@@ -101,7 +104,8 @@ TEST(Program, KeysOfTheTerminalEndThePromptForAPassword) {
     std::string shown;
     for (char c = 0; !shown.ends_with("me@h: ") && read(terminal, &c, 1) == 1;) shown += c;
     EXPECT_EQ(write(terminal, &key, 1), 1);
-    EXPECT_TRUE(eventually([&] { return waitpid(program, &ended, WNOHANG) == program; })) << shown << kill(program, SIGKILL);
+    EXPECT_TRUE(eventually([&] { return waitpid(program, &ended, WNOHANG) == program; }))
+        << shown << kill(program, SIGKILL);
     EXPECT_EQ(ended, status) << shown;
     close(terminal);
   }
@@ -131,17 +135,21 @@ TEST(Program, SettingsComeFromFileEnvironmentAndOptions) {
 TEST(Program, SavedMailFilesAreWhatTheyLookLike) {
   const TempDir folder;
   const std::string out = (folder / "out").string(), utf8 = "; charset=utf-8\r\n\r\n";
-  std::string mail = "Subject: ..x\r\nContent-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\nContent-Type: text/plain" + utf8 +
-                     "\xD0\x96\xC3\xA4\r\n--b\r\nContent-Type: text/html" + utf8 + "<p>\xD0\x96\xC3\xA4";
+  std::string mail =
+      "Subject: ..x\r\nContent-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\nContent-Type: text/plain" + utf8 +
+      "\xD0\x96\xC3\xA4\r\n--b\r\nContent-Type: text/html" + utf8 + "<p>\xD0\x96\xC3\xA4";
   for (const char* name : {"mail.eml", ".bashrc.x", "a\xE2\x80\xAEgpj.\xC2\x9D", "\x9D.Nachricht.htm"})
     mail += std::string("\r\n--b\r\nContent-Type: a/b; name=\"") + name + "\"\r\n\r\n\xE4";
   const CommandResult result = run_program({"mail", "decode", "-", "--out", out}, mail);
   EXPECT_EQ(result.output,
             "Subject: ..x\n\n\xEF\xBF\xBD\xC3\xA4\n\nAttachments:\n  Nachricht.htm  5 bytes\n  mail.eml  1 bytes\n"
             "  .bashrc.x  1 bytes\n  a\\u202egpj.\\x9d  1 bytes\n  \\x9d.Nachricht.htm  1 bytes\n");
-  const std::pair<const char*, const char*> kFiles[] = {
-      {"__x.mail.txt", "\xEF\xBF\xBD\xC3\xA4"}, {"Nachricht.htm", "\xEF\xBB\xBF<p>\xEF\xBF\xBD\xC3\xA4"},
-      {"mail.eml", "\xE4"}, {"_bashrc.x", "\xE4"}, {"a_gpj._", "\xE4"}, {"_.Nachricht.htm", "\xE4"}};
+  const std::pair<const char*, const char*> kFiles[] = {{"__x.mail.txt", "\xEF\xBF\xBD\xC3\xA4"},
+                                                        {"Nachricht.htm", "\xEF\xBB\xBF<p>\xEF\xBF\xBD\xC3\xA4"},
+                                                        {"mail.eml", "\xE4"},
+                                                        {"_bashrc.x", "\xE4"},
+                                                        {"a_gpj._", "\xE4"},
+                                                        {"_.Nachricht.htm", "\xE4"}};
   for (const auto& [name, bytes] : kFiles) EXPECT_EQ(read_file(std::filesystem::path(out) / name), bytes) << name;
   EXPECT_EQ(result.errors.find("\xE2\x80\xAE"), std::string::npos) << result.errors;
 }

@@ -143,7 +143,8 @@ TEST_F(FtpTest, NoConnectionIsToldFromABrokenOne) {
 
 TEST_F(FtpTest, PortsOfARecordAreNumbersOrLeftOut) {
   const std::string port = std::to_string(refused_port());
-  const std::pair<std::string, std::string> cases[] = {  // the port, what is told
+  const std::pair<std::string, std::string> cases[] = {
+      // the port, what is told
       {"null", "url=http://[::1]/x"}, {R"("")", "url=http://[::1]/x"}, {"\"" + port + "\"", "[::1]:" + port + "/x"},
       {"true", "port \"bool\""},      {R"("80 ")", "port \"80 \""},    {R"("0")", "port \"0\""}};
   for (const auto& [given, told] : cases) {
@@ -211,9 +212,10 @@ TEST_F(FtpTest, ALoginAsksForTheStartFolderAnew) {
 }
 
 TEST_F(FtpTest, NamesOfAListingAreData) {
-  ScriptedPeer names = ScriptedPeer::for_every_connection(
-      Script().send("../x\r\nsub/x\r\nx\r\n./x\r\n/home/x\r\n..\r\n").close());
-  ScriptedPeer server = ScriptedPeer::for_every_connection(ftp_dialogue("220 hi", "257 \"/home\" is current directory", names.port()));
+  ScriptedPeer names =
+      ScriptedPeer::for_every_connection(Script().send("../x\r\nsub/x\r\nx\r\n./x\r\n/home/x\r\n..\r\n").close());
+  ScriptedPeer server =
+      ScriptedPeer::for_every_connection(ftp_dialogue("220 hi", "257 \"/home\" is current directory", names.port()));
   const std::string given = "pHOST=" + server.target() + "|pDateiname=*|pZielverzeichnis=" + local.path().string();
   EXPECT_EQ(call("FTP_DOWNLOADDATEIEN", given).GetString("pDateien"), "x");
   EXPECT_THAT(log.numbers(), testing::ElementsAre(21550));

@@ -158,7 +158,8 @@ TEST_P(TransferSites, TellWhatFailed) {
   for (const auto& act : refusals) {
     EXPECT_FALSE(act());
     EXPECT_TRUE(web || transfer.last_cause().failure == TransferFailure::refused) << error_of(transfer);
-    EXPECT_TRUE(web || sftp || transfer.last_cause().text.StartsWith("55")) << error_of(transfer) << ": the server's own words";
+    EXPECT_TRUE(web || sftp || transfer.last_cause().text.StartsWith("55"))
+        << error_of(transfer) << ": the server's own words";
   }
   EXPECT_EQ(text, "");
   EXPECT_FALSE(fs::exists(local / "none"));

@@ -175,10 +175,13 @@ TEST(Settings, OverridesComeBeforeASourceAndThatTakesThePlaceOfTheFile) {
 TEST(Settings, TypingErrorsAreToldOnce) {
   const test::TempDir folder;
   const LogCapture log;
-  const auto file = folder.write("my.ini", "[TLS]\nZertifikateImmerPruefen = 1 ; wichtig\nnamenpr\xC3\xBC" "fen=1\n"
-                                           "[Dateien]\nLaufwerkD=/x\n[Eigenes]\nWert=x\n[DNS]\nVersuche=drei\n");
+  const auto file = folder.write("my.ini",
+                                 "[TLS]\nZertifikateImmerPruefen = 1 ; wichtig\nnamenpr\xC3\xBC"
+                                 "fen=1\n"
+                                 "[Dateien]\nLaufwerkD=/x\n[Eigenes]\nWert=x\n[DNS]\nVersuche=drei\n");
   ASSERT_EQ(load_settings_file(file.string()), std::nullopt);
-  EXPECT_THAT(log.last(message::kSettingMisfit).text, HasSubstr("\"drei\" does not fit the setting DNS/Versuche; \"2\""));
+  EXPECT_THAT(log.last(message::kSettingMisfit).text,
+              HasSubstr("\"drei\" does not fit the setting DNS/Versuche; \"2\""));
   EXPECT_THAT(log.last(message::kSettingUnknown).text, HasSubstr("is TLS/NamenPruefen meant?"));
   EXPECT_EQ(setting_text(settings::kTlsVerifyAlways), "0") << "what holds";
   set_setting("DNS", "Versuche", "-1");

@@ -41,7 +41,9 @@ TEST_F(MailTest, EnvelopeComesFromTheHeader) {
   const YString second(folder_.write("mail.eml", "From: a@b\r\nTo: =?x?Q?=0Aa?=;b\r\n\r\n").string());
   ASSERT_TRUE(OpenMessage().Decode(second, &mail_, 0));
   for (const char* key : {"AntwortAdresse", "GESENDET"}) EXPECT_FALSE(mail_.Exist(key)) << key;
-  EXPECT_EQ(text("EMPF\xC4NGER"), " a\x01" "b");
+  EXPECT_EQ(text("EMPF\xC4NGER"),
+            " a\x01"
+            "b");
   EXPECT_THAT(log_.numbers(), IsEmpty());
   ASSERT_TRUE(decode("From: N <a@b>\r\nReply-To: r@x.de\r\nDate: 99999999999\r\n\r\nText", 4));  // a short record
   EXPECT_EQ(
@@ -114,7 +116,8 @@ TEST_F(MailTest, TextAndAttachmentsComeFromTheStructure) {
        "not compared", "eins[f.bin=1][g.bin=2]"},
       {mixed({kText + "eins", replaced(mixed({kText + "zwei"}), "=_b", "=_b--i"), kText + "drei"}), "not compared",
        "eins" + kEmbedded + "zwei" + kEmbedded + "drei"},
-      {replaced(mixed({}), "--=_b--\r\n", unix_lines.substr(unix_lines.find("--"))), "not compared", "eins[f.bin=x\r\ny]"},
+      {replaced(mixed({}), "--=_b--\r\n", unix_lines.substr(unix_lines.find("--"))), "not compared",
+       "eins[f.bin=x\r\ny]"},
       {mixed({kCoding + "base64\r\n" + kMail + "U3ViamVjdDogeAoKaW5uZW4="}), "[Embedded.rfc822=Subject: x\n\ninnen]",
        kEmbedded + "innen[Embedded.rfc822=Subject: x\n\ninnen]"},
       {"Content-Type: text/plain; x=\"a\\\\\"; charset=utf-8\r\n" + kCoding + "quoted-printable\r\n\r\n=C3=A4=\r\n",

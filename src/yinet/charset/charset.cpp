@@ -178,7 +178,8 @@ constexpr std::array<std::string_view, 2> kMeansWindows1252 = {"ISO-8859-1", "US
 constexpr std::size_t kLongestLabel = 60;  // no charset's name is longer
 
 bool may_name_converter(std::string_view label) {
-  return !label.empty() && label.size() <= kLongestLabel && label.find_first_of(std::string_view(",\0", 2)) == label.npos;
+  return !label.empty() && label.size() <= kLongestLabel &&
+         label.find_first_of(std::string_view(",\0", 2)) == label.npos;
 }
 
 }  // namespace

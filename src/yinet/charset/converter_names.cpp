@@ -8,6 +8,7 @@ namespace yinet {
 
 namespace {
 
+// clang-format off
 constexpr auto kNames = std::to_array<ConverterName>({
     {936, "gb2313"}, {1201, "ucs-2be"}, {20127, "us-ascii"}, {20269, "iso-6937"}, {20865, "iso-8859-15"},
     {20866, "koi8-r"}, {21866, "koi8-u"}, {28591, "iso-8859-1"}, {28592, "iso-8859-2"}, {28595, "iso-8859-5"},
@@ -58,6 +59,7 @@ constexpr auto kNames = std::to_array<ConverterName>({
     {62239, "ibm-9447_P100-2002"}, {62240, "ibm-424_P100-1995"}, {62242, "ibm-862_P100-1995"},
     {62243, "ibm-916_P100-1995"}, {62244, "ibm-9447_P100-2002"}, {62245, "ibm-424_P100-1995"},
     {62250, "ibm-420_X120-1999"},});
+// clang-format on
 
 constexpr auto kByCode = [] {
   auto names = kNames;

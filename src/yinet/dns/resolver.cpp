@@ -70,7 +70,9 @@ std::int64_t lookup_tries() { return std::clamp<std::int64_t>(setting_number(set
 // "address", "IPv4 address:port" or "[IPv6 address]:port".
 std::optional<ares_addr_port_node> server_of(std::string_view text) {
   const bool bracketed = text.starts_with('[');
-  const std::size_t host_end = bracketed ? text.find(']') : text.find(':') == text.rfind(':') ? text.find(':') : text.npos;
+  const std::size_t host_end = bracketed                           ? text.find(']')
+                               : text.find(':') == text.rfind(':') ? text.find(':')
+                                                                   : text.npos;
   if (bracketed && host_end == text.npos) return std::nullopt;
   const std::string host(text.substr(bracketed ? 1 : 0, host_end - (bracketed ? 1 : 0)));
   std::string_view port = text.substr(std::min(host_end, text.size()));
@@ -241,10 +243,8 @@ LookupOutcome Resolver::ask_in_turn(const std::vector<ares_addr_port_node>& serv
       asked = true;
       LookupOutcome outcome = ask(server, name, type, now + (deadline - now) / turns_left--);
       if (settles_the_name(outcome.status)) return outcome;
-      if (outcome.status == LookupStatus::timed_out)
-        silent.push_back(server);
-      else
-        last_answer = std::move(outcome);
+      if (outcome.status == LookupStatus::timed_out) silent.push_back(server);
+      else last_answer = std::move(outcome);
     }
   }
   return last_answer;

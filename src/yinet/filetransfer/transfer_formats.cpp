@@ -54,10 +54,8 @@ std::string encoded_path(std::string_view path, PathForm form) {
   encoded.reserve(path.size());
   for (; !path.empty(); path.remove_prefix(1)) {
     const char c = path.front();
-    if (must_be_encoded(path, form))
-      append_escape(c, encoded);
-    else
-      encoded.push_back(c);
+    if (must_be_encoded(path, form)) append_escape(c, encoded);
+    else encoded.push_back(c);
   }
   return encoded;
 }
@@ -69,10 +67,8 @@ std::string encoded_query(std::string_view text) {
   std::string encoded;
   for (const char c : text) {
     const bool letter = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-    if (letter || is_digit(c) || kPlain.find(c) != std::string_view::npos)
-      encoded += c;
-    else
-      append_escape(c, encoded);
+    if (letter || is_digit(c) || kPlain.find(c) != std::string_view::npos) encoded += c;
+    else append_escape(c, encoded);
   }
   return encoded;
 }

@@ -15,8 +15,8 @@ namespace yinet {
 
 struct TransferState {
   std::array<char, CURL_ERROR_SIZE> error_text{};
-  std::string own_reason;  // why a callback of ours ended the transfer: libcurl knows only that one did
-  std::string reply;       // the last line of an FTP server's dialogue
+  std::string own_reason;          // why a callback of ours ended the transfer: libcurl knows only that one did
+  std::string reply;               // the last line of an FTP server's dialogue
   TextTarget* dialogue = nullptr;  // takes all lines of it while it is set
   TransferCause cause;
   CurlMulti connections;   // of the handle; idle ones are used again

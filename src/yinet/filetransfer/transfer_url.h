@@ -15,8 +15,8 @@ struct TransferUrl {
   std::string scheme;  // in lower case
   std::string user, password;
   bool has_password = false;
-  std::string host;  // with its port; an IPv6 address keeps its brackets
-  std::string path;  // decoded, without the first slash
+  std::string host;      // with its port; an IPv6 address keeps its brackets
+  std::string path;      // decoded, without the first slash
   std::string raw_path;  // the same as it was typed
 };
 

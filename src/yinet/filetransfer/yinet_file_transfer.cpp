@@ -237,16 +237,12 @@ YString YInetFileTransfer::GetUrl(const YString& path, bool for_display) const {
   if (ftps && !for_display && !HasImplicitTls()) scheme = "ftp";
   std::string url = url_of(scheme, for_display ? without_login(server_) : std::string(server_));
   if (!port_text(server_)) {
-    if (port_ != kNoPort)
-      url += ":" + std::to_string(port_);
-    else if (ftps)
-      url.append(":").append(kImplicitTlsPort);
+    if (port_ != kNoPort) url += ":" + std::to_string(port_);
+    else if (ftps) url.append(":").append(kImplicitTlsPort);
   }
   if (path.IsEmpty()) return YString(url);
-  if (IsSftp())
-    url += encoded_path(EntryPrefix(path), PathForm::literal);
-  else if (!path.StartsWith("/"))
-    url += '/';
+  if (IsSftp()) url += encoded_path(EntryPrefix(path), PathForm::literal);
+  else if (!path.StartsWith("/")) url += '/';
   return YString(url + encoded_path(text_for_wire(path), IsFtpOrSftp() ? PathForm::name : PathForm::http));
 }
 
@@ -288,7 +284,8 @@ void YInetFileTransfer::ClearLastErrorIfInitOk() {
 
 bool YInetFileTransfer::RaiseCurlError(int number, int result) {
   const std::string& own = state_->own_reason;
-  return RaiseError(number, YString(own.empty() ? curl_easy_strerror(static_cast<CURLcode>(result)) : own.c_str()), "", true);
+  return RaiseError(number, YString(own.empty() ? curl_easy_strerror(static_cast<CURLcode>(result)) : own.c_str()), "",
+                    true);
 }
 
 // Gives false. `text` and `details` fill the message; a host's text may have more behind "Details:" than is kept here.

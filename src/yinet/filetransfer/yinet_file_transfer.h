@@ -65,9 +65,9 @@ class YINET_API YInetFileTransfer {
   // --- Settings ---------------------------------------------------------------------------------------------------------
   // These keep what they are given even when it is no good: operations check it again and fail.
   bool SetProtocol(const YString& protocol);  // false with 21520 or 21522
-  bool SetServer(const YString& server);      // "host", "host:port", "[IPv6 address]:port"; false with 21521, 21533, 21534
-  bool SetServerUrl(const YString& url);      // "protocol://server"; without "://" the server alone
-  void SetPortA(int port);                    // (sic) for a server without port; -1 for none
+  bool SetServer(const YString& server);  // "host", "host:port", "[IPv6 address]:port"; false with 21521, 21533, 21534
+  bool SetServerUrl(const YString& url);  // "protocol://server"; without "://" the server alone
+  void SetPortA(int port);                // (sic) for a server without port; -1 for none
   void SetUsername(const YString& username);  // empty: no login, anonymous FTP
   void SetPassword(const YString& password);
   // "http", "https", "socks4", "socks4a", "socks5" or "socks5h"; false with 21523 or 21524.
@@ -80,14 +80,14 @@ class YINET_API YInetFileTransfer {
   void SetErrorReporting(bool on);
 
   // --- Operations: message 2154x when the transfer fails, 21548 for an HTTP status other than 200 ------------------------
-  bool UploadFile(const YString& local, const YString& remote);     // not over HTTP (21528); 21531 local file
-  bool UploadString(const YString& text, const YString& remote);    // not over HTTP (21529)
-  bool DownloadToFile(const YString& remote, const YString& local);  // 21532 local file. Follows redirects; a failed one
-                                                                     // leaves no file
-  bool DownloadToString(const YString& remote, YString& text);      // empty after a failure
-  bool DeleteFileA(const YString& remote);       // (sic) not over HTTP (21525)
-  bool DeleteDirectory(const YString& remote);   // not over HTTP (21526)
-  bool CreateDirectoryA(const YString& remote);  // (sic) not over HTTP (21527)
+  bool UploadFile(const YString& local, const YString& remote);   // not over HTTP (21528); 21531 local file
+  bool UploadString(const YString& text, const YString& remote);  // not over HTTP (21529)
+  // 21532 local file. Follows redirects; a failed download leaves no file.
+  bool DownloadToFile(const YString& remote, const YString& local);
+  bool DownloadToString(const YString& remote, YString& text);  // empty after a failure
+  bool DeleteFileA(const YString& remote);                      // (sic) not over HTTP (21525)
+  bool DeleteDirectory(const YString& remote);                  // not over HTTP (21526)
+  bool CreateDirectoryA(const YString& remote);                 // (sic) not over HTTP (21527)
   // False without an error when there is none; over SFTP a folder that may not be read exists. Not over HTTP (21530).
   bool ExistsDirectory(const YString& remote);
 

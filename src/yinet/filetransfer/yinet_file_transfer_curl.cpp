@@ -42,8 +42,7 @@ int report_progress(void* context, curl_off_t down_total, curl_off_t down, curl_
   try {
     if (state.upload_size >= 0)
       state.report(up, up > state.upload_size ? -1 : state.upload_size);  // a pipe's is told as 0
-    else
-      state.report(down, down_total > 0 ? down_total : -1);
+    else state.report(down, down_total > 0 ? down_total : -1);
   } catch (...) {
     return 1;
   }
@@ -82,9 +81,9 @@ CURLcode prepare_tls(CURL*, void* context, void* transfer) noexcept {
     // Reading the system's certificates takes longer than many a transfer, and each data connection would do it again.
     if (setting_flag(settings::kTlsVerifyAlways)) trust_system(tls);
     if (apply_tls_policy(tls)) return CURLE_OK;
-    static_cast<TransferState*>(transfer)->own_reason =
-        formatted("\"$1$\"/\"$2$\" or \"$3$\" asks for what TLS does not have here", settings::kTlsMinimumVersion.section,
-                  settings::kTlsMinimumVersion.name, settings::kTlsCipherList.name);
+    static_cast<TransferState*>(transfer)->own_reason = formatted(
+        "\"$1$\"/\"$2$\" or \"$3$\" asks for what TLS does not have here", settings::kTlsMinimumVersion.section,
+        settings::kTlsMinimumVersion.name, settings::kTlsCipherList.name);
     return CURLE_SSL_CIPHER;
   } catch (...) {
     return CURLE_OUT_OF_MEMORY;

@@ -40,10 +40,10 @@ class FtpReplyReader {
 
   bool exact_;
   std::string text_;
-  std::size_t begin_ = 0;    // first byte not handed out
-  std::size_t scanned_ = 0;  // lines before this position were looked at
-  std::size_t searched_ = 0; // no line end lies between scanned_ and this position
-  std::string open_code_;    // code of the multi-line reply that is being read
+  std::size_t begin_ = 0;                 // first byte not handed out
+  std::size_t scanned_ = 0;               // lines before this position were looked at
+  std::size_t searched_ = 0;              // no line end lies between scanned_ and this position
+  std::string open_code_;                 // code of the multi-line reply that is being read
   std::optional<std::size_t> reply_end_;  // end of the oldest reply's last line
   bool rest_has_code_ = false;            // a line behind it begins another reply; no further line is looked at then
 };

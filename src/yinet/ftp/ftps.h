@@ -79,7 +79,7 @@ class YINET_API ftps : public SecureSocket {
   int upload_file(const YString& local, const YString& remote, int type);
   // 0, also after any other answer and after none; -32 the server answers 550; -4 not connected; -1 name refused
   int del_file(const YString& remote);
-  long get_filesize(const YString& remote);    // -256 no such file, -1 otherwise not known
+  long get_filesize(const YString& remote);                        // -256 no such file, -1 otherwise not known
   int cmp_filesizes(const YString& local, const YString& remote);  // 0 equal, 1 both empty, others differ
   YString get_dir_content();   // LIST; "-1" without a data connection. Its final reply stays for the next read
   YString get_dir_content0();  // NLST; the same
@@ -95,9 +95,9 @@ class YINET_API ftps : public SecureSocket {
   static constexpr int kReadPreliminary = 4;
   static constexpr int kReadReply = 128;
   // Flags of open_data_channel, the last but one of set_server_transfer_type too.
-  static constexpr int kReuseAddress = 8;     // the last passive answer's
+  static constexpr int kReuseAddress = 8;  // the last passive answer's
   static constexpr int kOrdinary = 16;
-  static constexpr int kForce = 512;          // go on after a failed data connection; send TYPE in any case
+  static constexpr int kForce = 512;  // go on after a failed data connection; send TYPE in any case
   static constexpr int kWithoutTls = 1024;
   // Transfer types.
   static constexpr int kTextType = 1;

@@ -118,9 +118,8 @@ void ftps::load_certificate() {
   if (sslContext == nullptr) return;
   use_client_certificates(sslContext, certificate_);
   const auto items = certificate_.Items();
-  const bool names_folders = std::any_of(items.begin(), items.end(), [](std::string_view item) {
-    return !item.empty() && !YFile::Exist(YString(item));
-  });
+  const bool names_folders = std::any_of(
+      items.begin(), items.end(), [](std::string_view item) { return !item.empty() && !YFile::Exist(YString(item)); });
   if (!names_folders) trust_system(sslContext);
 }
 
@@ -333,10 +332,8 @@ int ftps::read_reply() {
       return kTimeOver;
     }
     if (bio == nullptr) return kTimeOver;  // nothing can come any more
-    if (!may_end())
-      rest.reset();
-    else if (!rest)
-      rest.emplace(milliseconds(setting_number(settings::kFtpReplyRest)));
+    if (!may_end()) rest.reset();
+    else if (!rest) rest.emplace(milliseconds(setting_number(settings::kFtpReplyRest)));
 
     const int count = Receive(piece, kReplyPiece, false);
     if (count < 0) {

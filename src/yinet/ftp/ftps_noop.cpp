@@ -92,12 +92,9 @@ int ftps::m_NoopThread(ftps* object, FtpStopEvent* stop_event) {
     while (!stopped()) {
       const std::lock_guard guard(object->state_->dialogue);
       object->set_last_command("NOOP");
-      if (!object->connected())
-        object->set_last_mes(YString(kUnconnected));
-      else if (object->send_line("NOOP"))
-        object->get_ftpserver_mes();
-      else
-        object->set_last_mes(YString(kSendFailed));
+      if (!object->connected()) object->set_last_mes(YString(kUnconnected));
+      else if (object->send_line("NOOP")) object->get_ftpserver_mes();
+      else object->set_last_mes(YString(kSendFailed));
     }
     return 0;
   });

@@ -13,9 +13,9 @@ namespace yinet {
 
 // The catalogues, one per group of numbers: a new group is a new row here, and a function of that name in
 // messages_<group>.cpp.
-#define YINET_MESSAGE_GROUPS(row) \
+#define YINET_MESSAGE_GROUPS(row)                                                                  \
   row(host_messages) row(mail_messages) row(socket_messages) row(socks_messages) row(dns_messages) \
-  row(transfer_messages) row(ftp_messages) row(ssh_messages) row(http_messages) row(soap_messages)
+      row(transfer_messages) row(ftp_messages) row(ssh_messages) row(http_messages) row(soap_messages)
 
 #define YINET_DECLARE_GROUP(group) std::span<const MessageText> group();
 YINET_MESSAGE_GROUPS(YINET_DECLARE_GROUP)

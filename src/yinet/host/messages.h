@@ -16,10 +16,10 @@ namespace yinet {
 
 struct MessageText {
   int number;
-  int level;                 // 2, 5, 6 or 8; 0 for trace messages
+  int level;  // 2, 5, 6 or 8; 0 for trace messages
   std::string_view german;
   std::string_view english;
-  std::string_view cure;     // English: what the reader can do about it; empty for traces
+  std::string_view cure;  // English: what the reader can do about it; empty for traces
 };
 
 // All messages, ascending by number.

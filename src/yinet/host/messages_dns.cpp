@@ -8,6 +8,7 @@ using namespace message;
 
 // DNS lookup.
 std::span<const MessageText> dns_messages() {
+  // clang-format off
   static constexpr auto kRows = std::to_array<MessageText>({
       {kDnsLibraryFailed, 6, "Die DNS-Bibliothek kann nicht eingerichtet werden (Fehler $1$).",
        "The DNS library cannot be set up (error $1$).",
@@ -20,6 +21,7 @@ std::span<const MessageText> dns_messages() {
        "9003: no such name; 9501: no record of that kind; 9002: server failure; 9005: refused; 1460: no answer in time "
        "(\"DNS\"/\"Zeitlimit\"); 123: not a valid name."},
   });
+  // clang-format on
   return kRows;
 }
 

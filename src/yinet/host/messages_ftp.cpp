@@ -9,7 +9,8 @@ using namespace message;
 namespace {
 
 constexpr std::string_view kReplyCure =
-    "Check file name and permissions on the server. Its answer is in the trace (--trace); the context holds the last one, "
+    "Check file name and permissions on the server. Its answer is in the trace (--trace); the context holds the last "
+    "one, "
     "mostly that to QUIT.";
 constexpr std::string_view kCheckCure =
     "The transfer is not to be trusted: try again, and compare the file with its original.";
@@ -18,6 +19,7 @@ constexpr std::string_view kCheckCure =
 
 // FTP. Context texts and traces have level 0.
 std::span<const MessageText> ftp_messages() {
+  // clang-format off
   static constexpr auto kRows = std::to_array<MessageText>({
       {kFtpUploadFailed, 6, "Die Datei $1$ konnte nicht zu $2$ \xFC" "bertragen werden.",
        "The file $1$ could not be uploaded to $2$.", kReplyCure},
@@ -96,6 +98,7 @@ std::span<const MessageText> ftp_messages() {
       {kFtpDataFailed, 0, "FTP: keine Datenverbindung zu $1$:$2$", "FTP: no data connection to $1$:$2$", ""},
       {kFtpDataConnected, 0, "FTP: Datenverbindung zu $1$:$2$ steht", "FTP: data connection to $1$:$2$ is there", ""},
   });
+  // clang-format on
   return kRows;
 }
 

@@ -8,6 +8,7 @@ using namespace message;
 
 // Host and script frame.
 std::span<const MessageText> host_messages() {
+  // clang-format off
   static constexpr auto kRows = std::to_array<MessageText>({
       {kScriptFunctionFailed, 6, "Die Skriptfunktion $1$ wurde durch einen internen Fehler beendet: $2$",
        "The script function $1$ was ended by an internal error: $2$",
@@ -38,6 +39,7 @@ std::span<const MessageText> host_messages() {
       {kSettingUnknown, 5, "Die Einstellung $1$ gibt es nicht; ist $2$ gemeint?",
        "There is no setting $1$; is $2$ meant?", "Correct the name; \"yinet settings\" lists all."},
   });
+  // clang-format on
   return kRows;
 }
 

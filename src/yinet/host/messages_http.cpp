@@ -8,6 +8,7 @@ using namespace message;
 
 // HTTP client and its script functions.
 std::span<const MessageText> http_messages() {
+  // clang-format off
   static constexpr auto kRows = std::to_array<MessageText>({
       {kHttpConnectFailed, 6, "Die HTTP-Verbindung zu $1$ ist fehlgeschlagen.", "The HTTP connection to $1$ failed.",
        "Check the URL; the message of the socket before this one has the cause."},
@@ -36,6 +37,7 @@ std::span<const MessageText> http_messages() {
       {kHttpGetTrace, 0, "HTTP: $1$", "HTTP: $1$", ""},
       {kHttpPostTrace, 0, "HTTP-POST an $1$: $2$", "HTTP POST to $1$: $2$", ""},
   });
+  // clang-format on
   return kRows;
 }
 

@@ -8,6 +8,7 @@ using namespace message;
 
 // Mail and charset conversion.
 std::span<const MessageText> mail_messages() {
+  // clang-format off
   static constexpr auto kRows = std::to_array<MessageText>({
       {kMailAttachmentsTooLarge, 6,
        "Die Anlagen der Mail \"$3$\" an $2$ (Profil $1$) sind mit $4$ KB zu gro\xDF; die Mail geht ohne die \xFC"
@@ -50,6 +51,7 @@ std::span<const MessageText> mail_messages() {
        "Parameter $1$ of Content-Disposition decoded: $2$", ""},
       {kMailHeaderTrace, 0, "Mailkopf: $1$", "Mail header: $1$", ""},
   });
+  // clang-format on
   return kRows;
 }
 

@@ -8,6 +8,7 @@ using namespace message;
 
 // SOAP calls.
 std::span<const MessageText> soap_messages() {
+  // clang-format off
   static constexpr auto kRows = std::to_array<MessageText>({
       {kSoapRequestNotBuilt, 6, "Die SOAP-Anfrage kann nicht gebildet werden: $1$",
        "The SOAP request cannot be built: $1$",
@@ -23,6 +24,7 @@ std::span<const MessageText> soap_messages() {
       {kSoapTrace, 0, "SOAP: $1$", "SOAP: $1$", ""},
       {kSoapRequestTrace, 0, "SOAP-Anfrage: $1$", "SOAP request: $1$", ""},
   });
+  // clang-format on
   return kRows;
 }
 

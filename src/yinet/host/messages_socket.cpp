@@ -33,6 +33,7 @@ constexpr std::string_view kModeCure = "Call the form of Accept that fits the mo
 
 // Sockets and TLS.
 std::span<const MessageText> socket_messages() {
+  // clang-format off
   static constexpr auto kRows = std::to_array<MessageText>({
       {kPasswordBufferTooSmall, 2,
        "Das Kennwort des privaten Schl\xFCssels ist f\xFCr den Puffer der TLS-Bibliothek zu lang.",
@@ -120,6 +121,7 @@ std::span<const MessageText> socket_messages() {
       {kListenPortHeld, 6, "Der Port wird von \"$1$\" verwendet.", "The port is held by \"$1$\".",
        "Part of message 21411: end this process, or choose another port."},
   });
+  // clang-format on
   return kRows;
 }
 

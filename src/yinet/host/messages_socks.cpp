@@ -10,7 +10,8 @@ namespace {
 
 constexpr std::string_view kDroppedCure =
     "The proxy ended the connection. Check that it is a SOCKS proxy of this version and that it lets this machine in.";
-constexpr std::string_view kNoSocksCure = "Check host and port of the proxy: what answers there speaks another protocol.";
+constexpr std::string_view kNoSocksCure =
+    "Check host and port of the proxy: what answers there speaks another protocol.";
 constexpr std::string_view kRefusedCure =
     "The proxy does not connect to this target: check the target and the proxy's rules; the extra text has its code.";
 constexpr std::string_view kCredentialsCure = "Check user name and password of the proxy.";
@@ -19,6 +20,7 @@ constexpr std::string_view kCredentialsCure = "Check user name and password of t
 
 // SOCKS proxies.
 std::span<const MessageText> socks_messages() {
+  // clang-format off
   static constexpr auto kRows = std::to_array<MessageText>({
       {kSocks5MethodNotRead, 6, "Der SOCKS-5-Proxy $1$ hat kein Anmeldeverfahren genannt.",
        "The SOCKS 5 proxy $1$ named no method of authentication.", kDroppedCure},
@@ -53,6 +55,7 @@ std::span<const MessageText> socks_messages() {
        "The SOCKS 4 proxy $1$ names another address in its answer ($2$).",
        "Some proxies never name their own address: set \"Kommunikation\"/\"SocksGenau\" to 1 for them."},
   });
+  // clang-format on
   return kRows;
 }
 

@@ -16,6 +16,7 @@ constexpr std::string_view kLocalCure = "Check name and rights of the local file
 
 // SFTP. The context text has level 0.
 std::span<const MessageText> ssh_messages() {
+  // clang-format off
   static constexpr auto kRows = std::to_array<MessageText>({
       {kSshHostMissing, 5, "Der Parameter \"pHost\" fehlt.", "The parameter \"pHost\" is missing.", kParameterCure},
       {kSshConnectFailed, 6, "Die SSH-Verbindung zu $1$ ist fehlgeschlagen: $2$", "The SSH connection to $1$ failed: $2$",
@@ -54,6 +55,7 @@ std::span<const MessageText> ssh_messages() {
       {kSshRemoteNotClosed, 6, "Die entfernte Datei $1$ kann nicht geschlossen werden; sie ist vielleicht unvollst\xE4ndig.",
        "The remote file $1$ cannot be closed; it may not be complete.", kServerCure},
   });
+  // clang-format on
   return kRows;
 }
 

@@ -15,6 +15,7 @@ constexpr std::string_view kDetailsCure = "The details name server, user and pat
 
 // File transfer through libcurl, whose own words are the parameter of the failures from 21540 on.
 std::span<const MessageText> transfer_messages() {
+  // clang-format off
   static constexpr auto kRows = std::to_array<MessageText>({
       {kTransferHandleFailed, 6, "Die \xDC" "bertragungsbibliothek kann nicht benutzt werden.",
        "The transfer library cannot be used.", "Memory may be short."},
@@ -78,6 +79,7 @@ std::span<const MessageText> transfer_messages() {
        "The file $1$ stays on the server: $2$ bytes there, $3$ bytes here.",
        "It changed while it was fetched, or the server tells no sizes. Fetch it again."},
   });
+  // clang-format on
   return kRows;
 }
 

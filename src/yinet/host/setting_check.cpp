@@ -59,7 +59,8 @@ std::string setting_meant_by(std::string_view section, std::string_view name) {
 std::string variable_meant_by(std::string_view variable) {
   std::vector<std::string> names;
   for (const Setting& row : all_settings())
-    if (variable.starts_with(environment_name(row.section, ""))) names.push_back(environment_name(row.section, row.name));
+    if (variable.starts_with(environment_name(row.section, "")))
+      names.push_back(environment_name(row.section, row.name));
   const Setting& drive = settings::kDriveFolder;
   if (names.empty() || variable.ends_with(kProgramsOwn) ||
       is_drive(variable, environment_name(drive.section, drive.name)))

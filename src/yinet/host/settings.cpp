@@ -66,10 +66,8 @@ Value value_of(const Setting& setting, std::string text) {
   Value value;
   value.number = number_in(text).value_or(number_in(setting.default_value).value_or(0));
   value.flag = flag_word(text).value_or(flag_word(setting.default_value).value_or(false));
-  if (setting_misfit(setting, text).empty())
-    value.text = std::move(text);
-  else
-    value.text = setting.unit == SettingUnit::boolean ? setting.default_value : std::to_string(value.number);
+  if (setting_misfit(setting, text).empty()) value.text = std::move(text);
+  else value.text = setting.unit == SettingUnit::boolean ? setting.default_value : std::to_string(value.number);
   return value;
 }
 
@@ -92,8 +90,7 @@ void judge_value(const Setting& row, const std::string& name, const std::string&
 
 void judge_entry(const SettingsText::Entry& entry, Problems& problems) {
   const std::string name = entry.section + "/" + entry.name;
-  if (const Setting* row = find_setting_row(entry.section, entry.name))
-    judge_value(*row, name, entry.value, problems);
+  if (const Setting* row = find_setting_row(entry.section, entry.name)) judge_value(*row, name, entry.value, problems);
   else if (std::string meant = setting_meant_by(entry.section, entry.name); !meant.empty())
     problems.push_back({message::kSettingUnknown, name, std::move(meant)});
 }
@@ -188,10 +185,8 @@ class Registry {
       judge_value(*row, std::string(section) + "/" + std::string(name), *value, problems);
     log_problems(problems);
     const std::unique_lock guard(mutex_);
-    if (value)
-      overrides_.insert_or_assign(key, std::move(*value));
-    else
-      overrides_.erase(key);
+    if (value) overrides_.insert_or_assign(key, std::move(*value));
+    else overrides_.erase(key);
     if (const auto row = rows_by_key_.find(key); row != rows_by_key_.end()) resolve(row->second);
   }
 
@@ -382,10 +377,8 @@ std::string environment_name(std::string_view section, std::string_view name) {
         case '\xDF': variable += "SS"; break;
         default: {
           const char lower = lower_case(c);
-          if (lower >= 'a' && lower <= 'z')
-            variable += static_cast<char>(lower - 'a' + 'A');
-          else
-            variable += is_digit(c) ? c : '_';
+          if (lower >= 'a' && lower <= 'z') variable += static_cast<char>(lower - 'a' + 'A');
+          else variable += is_digit(c) ? c : '_';
         }
       }
     }

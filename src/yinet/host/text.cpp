@@ -125,7 +125,7 @@ std::string to_upper(std::string_view text) {
 bool is_alphanumeric(char c) {
   const auto byte = static_cast<unsigned char>(c);
   if (is_digit(c)) return true;
-  if (kLowerCase[byte] != byte || kUpperCase[byte] != byte) return true;  // has two forms
+  if (kLowerCase[byte] != byte || kUpperCase[byte] != byte) return true;                // has two forms
   return byte == 0xDF || byte == 0x83 || byte == 0xAA || byte == 0xB5 || byte == 0xBA;  // letters with one form
 }
 
@@ -235,7 +235,8 @@ std::string percent_decoded(std::string_view text) {
   std::string plain;
   plain.reserve(text.size());
   for (std::size_t i = 0; i < text.size(); ++i) {
-    const bool escape = text[i] == '%' && text.size() - i > 2 && hex_value(text[i + 1]) >= 0 && hex_value(text[i + 2]) >= 0;
+    const bool escape =
+        text[i] == '%' && text.size() - i > 2 && hex_value(text[i + 1]) >= 0 && hex_value(text[i + 2]) >= 0;
     plain += escape ? static_cast<char>(hex_value(text[i + 1]) * 16 + hex_value(text[i + 2])) : text[i];
     if (escape) i += 2;
   }

@@ -43,7 +43,7 @@ constexpr int hex_value(char c) {
   return -1;
 }
 
-YINET_API std::string_view trimmed(std::string_view text);        // blanks removed at both ends
+YINET_API std::string_view trimmed(std::string_view text);  // blanks removed at both ends
 YINET_API std::string_view trimmed_front(std::string_view text);
 YINET_API std::string_view trimmed_back(std::string_view text);
 

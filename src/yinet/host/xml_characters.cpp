@@ -7,16 +7,27 @@ namespace {
 
 // NameStartChar of XML 1.0, fifth edition, without the colon.
 bool begins_name(std::int32_t character) {
-  constexpr auto kRanges = std::to_array<CodePointRange>(
-      {{'A', 'Z'},       {'_', '_'},       {'a', 'z'},       {0xC0, 0xD6},     {0xD8, 0xF6},
-       {0xF8, 0x2FF},    {0x370, 0x37D},   {0x37F, 0x1FFF},  {0x200C, 0x200D}, {0x2070, 0x218F},
-       {0x2C00, 0x2FEF}, {0x3001, 0xD7FF}, {0xF900, 0xFDCF}, {0xFDF0, 0xFFFD}, {0x10000, 0xEFFFF}});
+  constexpr auto kRanges = std::to_array<CodePointRange>({{'A', 'Z'},
+                                                          {'_', '_'},
+                                                          {'a', 'z'},
+                                                          {0xC0, 0xD6},
+                                                          {0xD8, 0xF6},
+                                                          {0xF8, 0x2FF},
+                                                          {0x370, 0x37D},
+                                                          {0x37F, 0x1FFF},
+                                                          {0x200C, 0x200D},
+                                                          {0x2070, 0x218F},
+                                                          {0x2C00, 0x2FEF},
+                                                          {0x3001, 0xD7FF},
+                                                          {0xF900, 0xFDCF},
+                                                          {0xFDF0, 0xFFFD},
+                                                          {0x10000, 0xEFFFF}});
   return in_ranges(character, kRanges);
 }
 
 bool continues_name(std::int32_t character) {
-  constexpr auto kRanges = std::to_array<CodePointRange>(
-      {{'-', '.'}, {'0', '9'}, {0xB7, 0xB7}, {0x300, 0x36F}, {0x203F, 0x2040}});
+  constexpr auto kRanges =
+      std::to_array<CodePointRange>({{'-', '.'}, {'0', '9'}, {0xB7, 0xB7}, {0x300, 0x36F}, {0x203F, 0x2040}});
   return begins_name(character) || in_ranges(character, kRanges);
 }
 

@@ -207,7 +207,8 @@ bool base64_decode(std::string_view text, std::string& out) {
 // In pieces that stay in the processor's cache: the memory of `out` is touched only once.
 bool base64_decode(std::string_view text, YBuffer& out) {
   const long start = out.Size();
-  const auto room = std::make_unique_for_overwrite<unsigned char[]>(decoding_room(std::min(text.size(), kPieceCharacters)));
+  const auto room =
+      std::make_unique_for_overwrite<unsigned char[]>(decoding_room(std::min(text.size(), kPieceCharacters)));
   out.Reserve(start + static_cast<long>(decoding_room(text.size())));
   while (text.size() > kPieceCharacters) {
     const std::size_t line_end = text.rfind('\n', kPieceCharacters - 1);  // lines of mails hold whole groups

@@ -19,7 +19,9 @@ void YBuffer::Free::operator()(unsigned char* bytes) const noexcept { std::free(
 YBuffer::YBuffer(const YBuffer& other) { Add(other.view()); }
 
 YBuffer::YBuffer(YBuffer&& other) noexcept
-    : bytes_(std::move(other.bytes_)), size_(std::exchange(other.size_, 0)), capacity_(std::exchange(other.capacity_, 0)) {}
+    : bytes_(std::move(other.bytes_)),
+      size_(std::exchange(other.size_, 0)),
+      capacity_(std::exchange(other.capacity_, 0)) {}
 
 YBuffer& YBuffer::operator=(const YBuffer& other) {
   if (this != &other) *this = YBuffer(other);

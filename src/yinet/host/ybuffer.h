@@ -25,9 +25,7 @@ class YINET_API YBuffer {
   void Reserve(long capacity);
   [[nodiscard]] unsigned char* Ptr() { return bytes_.get(); }  // null while nothing was ever stored
   [[nodiscard]] const unsigned char* Ptr() const { return bytes_.get(); }
-  [[nodiscard]] std::string_view view() const {
-    return {reinterpret_cast<const char*>(bytes_.get()), size_};
-  }
+  [[nodiscard]] std::string_view view() const { return {reinterpret_cast<const char*>(bytes_.get()), size_}; }
 
   void Add(const void* bytes, long count);
   void Add(std::string_view bytes) { Add(bytes.data(), static_cast<long>(bytes.size())); }
@@ -36,12 +34,12 @@ class YINET_API YBuffer {
   [[nodiscard]] char GetChar(long position) const;  // NUL outside the content
   // Position of the bytes at or after `from`, -1 when they do not occur.
   [[nodiscard]] long Find(std::string_view what, long from = 0) const;
-  void Move(YBuffer& source);              // takes over the content of `source`, which is empty afterwards
+  void Move(YBuffer& source);                 // takes over the content of `source`, which is empty afterwards
   void Move(long to, long from, long count);  // moves bytes inside the buffer, overlapping allowed, ranges clipped
   void Copy(const YBuffer& source) { *this = source; }
   // The bytes `from` to `to`, both included, -1 for the end.
   [[nodiscard]] YString toString(long from = 0, long to = -1) const;
-  void Clear();                            // frees the memory
+  void Clear();  // frees the memory
 
   friend bool operator==(const YBuffer& a, const YBuffer& b) { return a.view() == b.view(); }
 

@@ -19,7 +19,7 @@ class YINET_API YDate {
   [[nodiscard]] int Month() const { return month_; }  // 1 to 12
   [[nodiscard]] int Day() const { return day_; }      // 1 to 31
   [[nodiscard]] int Weekday() const;                  // Monday 0 to Sunday 6; -1 when not set
-  void AddDays(int days);                            // a date outside the years 1 to 9999 unsets
+  void AddDays(int days);                             // a date outside the years 1 to 9999 unsets
   friend bool operator==(const YDate&, const YDate&) = default;
   friend auto operator<=>(const YDate&, const YDate&) = default;
 

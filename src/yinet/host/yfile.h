@@ -19,15 +19,15 @@
 namespace yinet {
 
 // Creation values of YFile::Open.
-inline constexpr int kCreateNew = 1;         // fails when the file exists
-inline constexpr int kCreateAlways = 2;      // empties an existing file
+inline constexpr int kCreateNew = 1;     // fails when the file exists
+inline constexpr int kCreateAlways = 2;  // empties an existing file
 inline constexpr int kOpenExisting = 3;
 inline constexpr int kOpenAlways = 4;        // creates a missing file, keeps an existing one as it is
 inline constexpr int kTruncateExisting = 5;  // fails when there is none
 
 inline constexpr std::uint32_t kAccessRead = 0x80000000U;
 inline constexpr std::uint32_t kAccessWrite = 0x40000000U;
-inline constexpr std::uint32_t kShareRead = 1;       // share modes cannot be enforced here and are ignored
+inline constexpr std::uint32_t kShareRead = 1;  // share modes cannot be enforced here and are ignored
 inline constexpr std::uint32_t kShareWrite = 2;
 inline constexpr std::uint32_t kAttributeNormal = 0x80;
 

@@ -39,7 +39,8 @@ class JsonWriter {
     if (const auto* text = record.FindAt<YString>(index)) write_text(*text);
     else if (const auto* number = record.FindAt<std::int32_t>(index)) out_ += std::to_string(*number);
     else if (const auto* truth = record.FindAt<bool>(index)) out_ += *truth ? "true" : "false";
-    else if (const auto* bytes = record.FindAt<YBuffer>(index)) write_wrapped(kBufferKey, base64_encoded(bytes->view()));
+    else if (const auto* bytes = record.FindAt<YBuffer>(index))
+      write_wrapped(kBufferKey, base64_encoded(bytes->view()));
     else if (const auto* date = record.FindAt<YDateAndTime>(index)) write_wrapped(kDateKey, date->toIso());
     else if (const auto* object = record.FindAt<YObject>(index)) write(*object, depth);
     else if (const auto* array = record.FindAt<YObjectArray>(index)) write_array(*array, depth);
@@ -180,10 +181,10 @@ class JsonReader {
   struct Frame {
     explicit Frame(Kind what) : kind(what) {}
     Kind kind;
-    std::string key;      // of the member being read, library text
+    std::string key;  // of the member being read, library text
     YObject object;
     YObjectArray array;
-    std::string texts;    // an array's texts and numbers as an item list
+    std::string texts;  // an array's texts and numbers as an item list
     bool has_texts = false;
   };
 

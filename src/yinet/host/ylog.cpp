@@ -207,10 +207,8 @@ std::string log_json_line(const LogRecord& record) {
   nlohmann::ordered_json line;
   line["time"] = iso_time(record.time);
   line["kind"] = kind_name(record.kind);
-  if (is_trace(record.kind))
-    line["channel"] = record.channel;
-  else
-    line["level"] = record.level;
+  if (is_trace(record.kind)) line["channel"] = record.channel;
+  else line["level"] = record.level;
   line["number"] = record.number;
   line["text"] = json_text(record.text);
   if (!record.extra.empty()) line["extra"] = json_text(record.extra);
@@ -222,10 +220,8 @@ void write_log(const LogRecord& record) noexcept {
   if (t_in_sink) return;  // a sink that logs would call itself for ever
   const HookScope in_sink(t_in_sink);
   try {
-    if (const auto sink = sink_slot().get())
-      (*sink)(record);
-    else
-      write_to_standard_error(record);
+    if (const auto sink = sink_slot().get()) (*sink)(record);
+    else write_to_standard_error(record);
   } catch (...) {  // a host's sink may fail as it likes
   }
 }

@@ -388,10 +388,8 @@ void YObject::Add(const YObject& other) {
 }
 
 void YObject::Add(YObject&& other) {
-  if (IsEmpty())
-    entries_.swap(other.entries_);
-  else
-    Add(std::as_const(other));
+  if (IsEmpty()) entries_.swap(other.entries_);
+  else Add(std::as_const(other));
 }
 
 void YObject::SetFlags(std::string_view key, std::uint8_t flags) { set_flags_of(find_value(entries_, key), flags); }

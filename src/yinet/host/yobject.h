@@ -78,7 +78,7 @@ class YINET_API YObject {
   [[nodiscard]] std::uint8_t GetType(int key) const;
   bool Delete(std::string_view key);  // false when there was none
   bool Delete(int key);
-  void Clear();  // all entries; the record's own flag stays
+  void Clear();                        // all entries; the record's own flag stays
   [[nodiscard]] bool IsEmpty() const;  // neither string-keyed nor integer-keyed entries
   [[nodiscard]] int GetStringKeyCount() const;
   [[nodiscard]] YString GetStringKey(int index) const;  // as first spelled; empty outside
@@ -158,7 +158,7 @@ class YINET_API YObjectArray {
   YObjectArray& operator=(YObjectArray&& other) noexcept;
   ~YObjectArray();
 
-  YObject* New();                       // appends an empty record
+  YObject* New();  // appends an empty record
   void Add(const YObject& item);
   [[nodiscard]] YObject* ItemPtr(int index) const;  // null outside
   [[nodiscard]] int Count() const;

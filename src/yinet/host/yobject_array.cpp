@@ -29,7 +29,8 @@ YObject* YObjectArray::ItemPtr(int index) const {
 int YObjectArray::Count() const { return static_cast<int>(items_.size()); }
 
 int YObjectArray::ContentCount() const {
-  return static_cast<int>(std::count_if(items_.begin(), items_.end(), [](const auto& item) { return !item->IsEmpty(); }));
+  return static_cast<int>(
+      std::count_if(items_.begin(), items_.end(), [](const auto& item) { return !item->IsEmpty(); }));
 }
 
 void YObjectArray::Delete(int index) {

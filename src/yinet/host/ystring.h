@@ -31,8 +31,8 @@ class YINET_API YString {
   YString(const char* text, int length) : text_(text, static_cast<std::size_t>(length < 0 ? 0 : length)) {}
   // The number in decimal.
   template <std::integral Number>
-    requires(!std::same_as<Number, char> && !std::same_as<Number, bool>)
-  explicit YString(Number number) : text_(std::to_string(number)) {}
+  requires(!std::same_as<Number, char> && !std::same_as<Number, bool>) explicit YString(Number number)
+      : text_(std::to_string(number)) {}
 
   [[nodiscard]] int Length() const { return static_cast<int>(text_.size()); }
   [[nodiscard]] bool IsEmpty() const { return text_.empty(); }
@@ -49,11 +49,13 @@ class YINET_API YString {
   [[nodiscard]] std::string& str() & { return text_; }
   operator std::string_view() const { return text_; }  // NOLINT(google-explicit-constructor)
 
+  // clang-format off
   YString& operator+=(std::string_view text) { text_.append(text); return *this; }
   YString& operator+=(const std::string& text) { text_.append(text); return *this; }
   YString& operator+=(const YString& text) { text_.append(text.text_); return *this; }
   YString& operator+=(const char* text) { text_.append(text); return *this; }
   YString& operator+=(char character) { text_.push_back(character); return *this; }
+  // clang-format on
   friend YString operator+(const YString& a, const YString& b) { return YString(a.text_ + b.text_); }
   friend YString operator+(const YString& a, const char* b) { return YString(a.text_ + b); }
   friend YString operator+(const char* a, const YString& b) { return YString(a + b.text_); }

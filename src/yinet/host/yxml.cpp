@@ -44,7 +44,8 @@ std::int32_t referenced_character(std::string_view reference) {
   for (const char c : reference) {
     const int digit = hex_value(c);
     if (digit < 0 || digit >= base) return 0;
-    character = std::min<std::int32_t>(character * base + digit, 0x110000);  // stays beyond the last character once there
+    character =
+        std::min<std::int32_t>(character * base + digit, 0x110000);  // stays beyond the last character once there
   }
   return is_xml_character(character) ? character : -1;
 }
@@ -186,15 +187,16 @@ class Reader {
 
 // How many elements begin in a document, outside of comments and CDATA sections.
 std::int64_t count_elements(std::string_view xml) {
-  constexpr auto kSkipped = std::to_array<std::pair<std::string_view, std::string_view>>(
-      {{"<!--", "-->"}, {"<![CDATA[", "]]>"}});
+  constexpr auto kSkipped =
+      std::to_array<std::pair<std::string_view, std::string_view>>({{"<!--", "-->"}, {"<![CDATA[", "]]>"}});
   std::int64_t count = 0;
   for (auto at = xml.find('<'); at != std::string_view::npos; at = xml.find('<', at + 1)) {
     for (const auto& [begin, end] : kSkipped) {
       if (xml.substr(at).starts_with(begin)) at = std::min(xml.find(end, at + begin.size()), xml.size() - 1);
     }
     constexpr std::string_view kNoElement = "/!?";
-    const bool element = xml[at] == '<' && at + 1 < xml.size() && kNoElement.find(xml[at + 1]) == std::string_view::npos;
+    const bool element =
+        xml[at] == '<' && at + 1 < xml.size() && kNoElement.find(xml[at + 1]) == std::string_view::npos;
     if (element) ++count;
   }
   return count;

@@ -72,12 +72,9 @@ ChunkDecoder::Await ChunkDecoder::on_line(std::string_view& in) {
   line_.resize(line_.size() - kLineEnd.size());
 
   Await next = Await::nothing_after_fault;
-  if (await_ == Await::size_line)
-    next = after_size_line();
-  else if (await_ == Await::data_end)
-    next = line_.empty() ? Await::size_line : Await::nothing_after_fault;
-  else
-    next = line_.empty() ? Await::nothing : Await::trailer_line;
+  if (await_ == Await::size_line) next = after_size_line();
+  else if (await_ == Await::data_end) next = line_.empty() ? Await::size_line : Await::nothing_after_fault;
+  else next = line_.empty() ? Await::nothing : Await::trailer_line;
   line_.clear();
   if (next != Await::trailer_line) line_bytes_ = 0;
   return next;

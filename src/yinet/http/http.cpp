@@ -40,10 +40,8 @@ bool guarded(std::string_view operation, Body body) noexcept {
 
 void trace_end(bool done, const YString& status, const YBuffer& response) {
   if (!yinet::debug_traces()) return;
-  if (done)
-    YLog.DebugEnd(kTraceChannel, message::kHttpGetTrace, status);
-  else
-    YLog.DebugEnd(kTraceChannel, message::kHttpGetTrace, yinet::formatted("$1$\r\n$2$", status, response.view()));
+  if (done) YLog.DebugEnd(kTraceChannel, message::kHttpGetTrace, status);
+  else YLog.DebugEnd(kTraceChannel, message::kHttpGetTrace, yinet::formatted("$1$\r\n$2$", status, response.view()));
 }
 
 std::size_t size_setting(const yinet::Setting& setting) { return static_cast<std::size_t>(setting_number(setting)); }

@@ -61,10 +61,8 @@ class FormFields {
 
   bool add_file(std::string_view name, YObject file) {
     if (!count()) return false;
-    if (!fields_.Exist(name))
-      fields_.Store<YObject>(name, std::move(file));
-    else
-      *array_from_entry(name).New() = std::move(file);
+    if (!fields_.Exist(name)) fields_.Store<YObject>(name, std::move(file));
+    else *array_from_entry(name).New() = std::move(file);
     return true;
   }
 
@@ -75,10 +73,8 @@ class FormFields {
   YObjectArray& array_from_entry(std::string_view name) {
     if (auto* array = fields_.Find<YObjectArray>(name)) return *array;
     YObject first;
-    if (auto* file = fields_.Find<YObject>(name))
-      first = std::move(*file);
-    else
-      first.StoreText(kFileContent, fields_.GetString(name));
+    if (auto* file = fields_.Find<YObject>(name)) first = std::move(*file);
+    else first.StoreText(kFileContent, fields_.GetString(name));
     auto& array = fields_.Ensure<YObjectArray>(name);
     *array.New() = std::move(first);
     return array;

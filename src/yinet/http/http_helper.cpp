@@ -31,10 +31,8 @@ bool is_quoted(std::string_view text) {
 bool store_parameter(std::string_view item, YObject* parameters) {
   const std::size_t equals = std::min(item.find('='), item.size());
   std::string_view value = yinet::trimmed(item.substr(std::min(equals + 1, item.size())));
-  if (is_quoted(value))
-    value = value.substr(1, value.size() - 2);
-  else if (value.find('=') != kNone)
-    return false;
+  if (is_quoted(value)) value = value.substr(1, value.size() - 2);
+  else if (value.find('=') != kNone) return false;
   if (parameters) parameters->StoreText(yinet::trimmed(item.substr(0, equals)), value);
   return true;
 }

@@ -19,10 +19,8 @@ std::string query_text(std::string_view escaped) {
 
 void store_field(std::string_view name, std::optional<std::string_view> value, YObject& fields) {
   if (!fields.Exist(name)) {
-    if (value)
-      fields.StoreText(name, *value);
-    else
-      fields.Set(name, kTypeAny, nullptr, 0);
+    if (value) fields.StoreText(name, *value);
+    else fields.Set(name, kTypeAny, nullptr, 0);
   } else if (value) {
     YString& joined = fields.Ensure<YString>(name);  // a key without a value counts as an empty first item
     joined += YString::kItemDelimiter;
@@ -54,10 +52,8 @@ bool parse_field_lines(std::string_view block, YObject& fields) {
     const std::size_t colon = line.find(':');
     const std::string_view name = trimmed(line.substr(0, colon));
     if (name.empty()) return false;
-    if (colon == kNone)
-      store_field(name, std::nullopt, fields);
-    else
-      store_field(name, trimmed(line.substr(colon + 1)), fields);
+    if (colon == kNone) store_field(name, std::nullopt, fields);
+    else store_field(name, trimmed(line.substr(colon + 1)), fields);
   }
   return true;
 }

@@ -66,7 +66,8 @@ std::string request_head_text(const RequestHead& head) {
 std::optional<std::string> line_breaking_value(const RequestHead& head) {
   for (const std::string_view value : {head.host, head.path, head.user_agent})
     if (breaks_protocol_line(value)) return std::string(value);
-  if (head.method == EREQUST_TYPE::post && breaks_protocol_line(head.content_type)) return std::string(head.content_type);
+  if (head.method == EREQUST_TYPE::post && breaks_protocol_line(head.content_type))
+    return std::string(head.content_type);
   std::optional<std::string> broken;
   for_each_cookie(head.cookies, [&broken](const YString& name, const YString& value) {
     if (!broken && (breaks_protocol_line(name) || breaks_protocol_line(value))) broken = name.str();

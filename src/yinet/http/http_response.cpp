@@ -75,10 +75,8 @@ int parse_header_block(std::string_view block, int cookie_limit, YObject& header
     // A value with a colon of its own is cut there, dates and addresses too: scripts know them in that form.
     std::string_view value = line.substr(std::min(colon + 1, line.size()));
     value = trimmed(value.substr(0, value.find(':')));
-    if (equal_ignoring_case(name, "SET-COOKIE"))
-      take_cookie(value, cookie_limit, header);
-    else
-      header.StoreText(name, value);
+    if (equal_ignoring_case(name, "SET-COOKIE")) take_cookie(value, cookie_limit, header);
+    else header.StoreText(name, value);
   }
   return code;
 }

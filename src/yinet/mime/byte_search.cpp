@@ -35,8 +35,8 @@ std::size_t find_bytes(std::string_view text, std::string_view what, std::size_t
   const __m128i last_character = _mm_set1_epi8(what.back());
   const auto fits = [&](const char* place) {
     const auto load = [](const char* at) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); };
-    const __m128i both = _mm_and_si128(_mm_cmpeq_epi8(load(place), first_character),
-                                       _mm_cmpeq_epi8(load(place + last), last_character));
+    const __m128i both =
+        _mm_and_si128(_mm_cmpeq_epi8(load(place), first_character), _mm_cmpeq_epi8(load(place + last), last_character));
     return static_cast<std::uint32_t>(_mm_movemask_epi8(both));
   };
   std::size_t at = from;

@@ -129,12 +129,9 @@ bool TextCalendar::WritePart(YString content, YString parameters, eMIMEEncodingC
   YFile file(content);
   std::string text;
   int cause = 0;
-  if (!file.Open(yinet::kOpenExisting, yinet::kAccessRead))
-    cause = file.LastError();
-  else if (!fits(out, 2 * std::max<std::int64_t>(file.GetFileSize(), 0)))
-    cause = EFBIG;
-  else if (!file.ReadAll(text))
-    cause = file.LastError();
+  if (!file.Open(yinet::kOpenExisting, yinet::kAccessRead)) cause = file.LastError();
+  else if (!fits(out, 2 * std::max<std::int64_t>(file.GetFileSize(), 0))) cause = EFBIG;
+  else if (!file.ReadAll(text)) cause = file.LastError();
   if (cause != 0) {
     yinet::report_unsendable_attachment(content, cause);
     return false;

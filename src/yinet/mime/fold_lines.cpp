@@ -23,10 +23,8 @@ class Folder {
 
   std::string run() {
     while (!rest_.empty()) {
-      if (column_ <= kFoldColumn)
-        scan_ahead();
-      else
-        break_or_pass();
+      if (column_ <= kFoldColumn) scan_ahead();
+      else break_or_pass();
     }
     return std::move(out_);
   }

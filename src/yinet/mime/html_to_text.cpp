@@ -21,6 +21,7 @@ using NamedCharacter = std::pair<std::string_view, unsigned char>;
 
 // Names of characters that Windows-1252 has, sorted. They are case-sensitive: "Auml" and "auml" are two.
 constexpr auto kNamedCharacters = [] {
+  // clang-format off
   auto names = std::to_array<NamedCharacter>({
       {"amp", '&'},      {"apos", '\''},    {"gt", '>'},       {"lt", '<'},       {"quot", '"'},
       // Latin-1
@@ -47,6 +48,7 @@ constexpr auto kNamedCharacters = [] {
       {"mdash", 0x97},   {"tilde", 0x98},   {"trade", 0x99},   {"scaron", 0x9A},  {"rsaquo", 0x9B},  {"oelig", 0x9C},
       {"Yuml", 0x9F},
   });
+  // clang-format on
   std::sort(names.begin(), names.end());
   return names;
 }();
@@ -54,8 +56,9 @@ constexpr auto kNamedCharacters = [] {
 constexpr std::size_t kLongestReference = 10;  // characters between "&" and ";" that are looked at
 
 std::optional<char> named_character(std::string_view name) {
-  const auto found = std::lower_bound(kNamedCharacters.begin(), kNamedCharacters.end(), name,
-                                      [](const NamedCharacter& row, std::string_view wanted) { return row.first < wanted; });
+  const auto found =
+      std::lower_bound(kNamedCharacters.begin(), kNamedCharacters.end(), name,
+                       [](const NamedCharacter& row, std::string_view wanted) { return row.first < wanted; });
   if (found == kNamedCharacters.end() || found->first != name) return std::nullopt;
   return static_cast<char>(found->second);
 }

@@ -14,9 +14,7 @@ class MailPartLister {
  public:
   explicit MailPartLister(const YObject& result) : result_(result) {}
 
-  void list(const YMIMEMessage& message, int depth) {
-    list_part(message, message.m_Mail, depth);
-  }
+  void list(const YMIMEMessage& message, int depth) { list_part(message, message.m_Mail, depth); }
 
   std::vector<MailPartEntry> entries;
 

@@ -105,10 +105,8 @@ std::size_t find_size_notice(std::string_view text) {
 
 TransferEncoding transfer_encoding_named(std::string_view name) {
   static constexpr std::pair<std::string_view, TransferEncoding> kNames[] = {
-      {"binary", TransferEncoding::binary},
-      {"base64", TransferEncoding::base64},
-      {"8bit", TransferEncoding::eight_bit},
-      {"quoted-printable", TransferEncoding::quoted_printable},
+      {"binary", TransferEncoding::binary},  {"base64", TransferEncoding::base64},
+      {"8bit", TransferEncoding::eight_bit}, {"quoted-printable", TransferEncoding::quoted_printable},
       {"7bit", TransferEncoding::seven_bit},
   };
   if (name.empty()) return TransferEncoding::none;
@@ -175,8 +173,8 @@ YBuffer decode_file_content(std::string_view content, TransferEncoding encoding,
     bytes.Add(decoded);
     return bytes;
   }
-  const bool quoted = encoding == TransferEncoding::quoted_printable ||
-                      (encoding == TransferEncoding::seven_bit && !keep_seven_bit);
+  const bool quoted =
+      encoding == TransferEncoding::quoted_printable || (encoding == TransferEncoding::seven_bit && !keep_seven_bit);
   bytes.Reserve(static_cast<long>(content.size()));
   std::string decoded;
   while (quoted && content.size() > kPieceCharacters) {  // nothing that is encoded reaches over a line feed

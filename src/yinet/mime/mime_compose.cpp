@@ -26,7 +26,7 @@ constexpr std::string_view kLineEnd = "\r\n";
 constexpr std::string_view kPreamble = "This is a multi-part message in MIME format.\r\n\r\n";
 constexpr const char* kTextCharset = "; charset=\"iso-8859-1\"";
 constexpr const char* kReplyParameters = " ;method=REPLY; charset=UTF-8";  // the blank is expected by readers of old
-constexpr std::string_view kContinuation = ",\r\n\t\t";                     // between the recipients of a header line
+constexpr std::string_view kContinuation = ",\r\n\t\t";                    // between the recipients of a header line
 
 // The value as it may stand in a header line; what had to be replaced is reported.
 YString header_value(const YString& value, std::string_view what) {
@@ -210,8 +210,7 @@ void YMIMEMessage::append_mime_parts() {
     auto* const octet_stream = dynamic_cast<YAppOctetStream*>(agent);
     if (octet_stream && part->file && !part->file->name().IsEmpty())
       octet_stream->WriteFileAs(part->file->name(), part->content, m_Body);
-    else
-      agent->WritePart(part->content, part->parameters, part->encoding, part->isFile, m_Body);
+    else agent->WritePart(part->content, part->parameters, part->encoding, part->isFile, m_Body);
   }
 }
 

@@ -107,7 +107,8 @@ bool YMIMEMessage::Decode(const YString& mail, YObject* record, unsigned long fl
   m_MailText.Clear();
   if (decode_state_) decode_state_->discards_files = true;
   decode_state_.reset();
-  YLog.Event(yinet::message::kErrorLevel, yinet::message::kScriptFunctionFailed, "YMIMEMessage::Decode", failure.what());
+  YLog.Event(yinet::message::kErrorLevel, yinet::message::kScriptFunctionFailed, "YMIMEMessage::Decode",
+             failure.what());
   return false;
 }
 
@@ -173,8 +174,8 @@ bool YMIMEMessage::m_DecodeMultipart(YObject* part, int bodyStart, unsigned long
   std::size_t end = first == kNone ? kNone : search.close(body_start);
   if (end == kNone && first != kNone) end = budget.readable ? text.size() : search.last_delimiter(first);
 
-  YObjectArray& parts = part->Store<YObjectArray>(part::kParts, YObjectArray(),
-                                                  is_media(*part, "Multipart", "Alternative") ? 1 : 0);
+  YObjectArray& parts =
+      part->Store<YObjectArray>(part::kParts, YObjectArray(), is_media(*part, "Multipart", "Alternative") ? 1 : 0);
   if (end == kNone) return true;
   ++state.depth;
   for (std::size_t at = first; at != kNone && at > 0 && at < end; at = search.next(at)) {

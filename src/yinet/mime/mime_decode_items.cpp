@@ -125,9 +125,9 @@ void YMIMEMessage::m_DecodeToFile(YObject* part, std::string_view content, const
   if (content.ends_with("\r\n") ? content.size() == 2 : content.empty()) return;
   const YString subtype = part->GetString(yinet::part::kSubtype);
   const bool keep_seven_bit = decode_state_->budget->readable || subtype.Equals("calendar");
-  const YString path = m_WriteNewFile(
-      name.IsEmpty() ? yinet::attachment_name_for_subtype(subtype) : yinet::attachment_name_from(name),
-      yinet::decode_file_content(content, encoding_of(*part), keep_seven_bit));
+  const YString path =
+      m_WriteNewFile(name.IsEmpty() ? yinet::attachment_name_for_subtype(subtype) : yinet::attachment_name_from(name),
+                     yinet::decode_file_content(content, encoding_of(*part), keep_seven_bit));
   if (!path.IsEmpty()) part->StoreText(yinet::part::kFileEntry, path);
 }
 
@@ -175,8 +175,7 @@ void YMIMEMessage::m_DecodeItemHeader(YObject* part, int /*start*/, int /*end*/,
     partInformation->Store<YObject>("HTMLBODY", describe(*part, type));
   } else {
     auto& attachments = partInformation->Ensure<YObject>("ANLAGENINFO");
-    const std::string key =
-        next_information_key(m_MakeAttachFileName(name).str(), attachments, *decode_state_->budget);
+    const std::string key = next_information_key(m_MakeAttachFileName(name).str(), attachments, *decode_state_->budget);
     attachments.Store<YObject>(key, describe(*part, type));
   }
 }

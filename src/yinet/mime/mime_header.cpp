@@ -50,8 +50,8 @@ bool is_decoded(std::string_view key, bool is_last) {
 
 // How the parameters of one structured header become fields.
 struct ParameterRule {
-  std::string_view continuation;    // name whose "name*0*", "name*1*" ... are joined
-  bool charset_as_is;               // a "charset" is stored without decoding
+  std::string_view continuation;  // name whose "name*0*", "name*1*" ... are joined
+  bool charset_as_is;             // a "charset" is stored without decoding
   int trace_before;
   int trace_after;
 };

@@ -23,10 +23,10 @@ inline constexpr std::string_view kFile = "File";
 inline constexpr std::string_view kFilename = "Filename";
 
 // Entries under integer keys.
-inline constexpr int kParts = 1;     // records of the sub-parts; flag 1 for alternatives
-inline constexpr int kBody = 2;      // decoded text; flag 1 for the HTML of a mail with a single part
-inline constexpr int kFileEntry = 3; // path of the file with the content
-inline constexpr int kEmbedded = 4;  // of a part that is a mail: its place among the embedded messages
+inline constexpr int kParts = 1;      // records of the sub-parts; flag 1 for alternatives
+inline constexpr int kBody = 2;       // decoded text; flag 1 for the HTML of a mail with a single part
+inline constexpr int kFileEntry = 3;  // path of the file with the content
+inline constexpr int kEmbedded = 4;   // of a part that is a mail: its place among the embedded messages
 }  // namespace part
 
 // Put before each text that joins one already there.

@@ -46,8 +46,8 @@ YString YMIMEMessage::m_weekdays = names("Mon#Tue#Wed#Thu#Fri#Sat#Sun");
 YString YMIMEMessage::m_months = names("Jan#Feb#Mar#Apr#May#Jun#Jul#Aug#Sep#Oct#Nov#Dec");
 YMIMEMessage::CMIMETypeManager YMIMEMessage::m_MIMETypeManager;
 
-YMIMEMessage::CMIMEPart::CMIMEPart(const YString& content_text, eMIMETypeCode type_code,
-                                   const YString& parameter_text, eMIMEEncodingCode encoding_code, bool is_file)
+YMIMEMessage::CMIMEPart::CMIMEPart(const YString& content_text, eMIMETypeCode type_code, const YString& parameter_text,
+                                   eMIMEEncodingCode encoding_code, bool is_file)
     : encoding(encoding_code),
       type(type_code),
       parameters(parameter_text),
@@ -84,9 +84,7 @@ YString YMIMEMessage::GetFrom() const { return m_From; }
 YString YMIMEMessage::GetHeader() const { return m_Header; }
 YString YMIMEMessage::GetBody() const { return m_Body; }
 
-int YMIMEMessage::GetNumRecipients(int kind) const {
-  return recipients_of(kind, m_To, m_Cc, m_Bcc).Count();
-}
+int YMIMEMessage::GetNumRecipients(int kind) const { return recipients_of(kind, m_To, m_Cc, m_Bcc).Count(); }
 
 bool YMIMEMessage::GetRecipient(YString& address, YString& name, int index, int kind) const {
   const YObject* const recipient = recipients_of(kind, m_To, m_Cc, m_Bcc).ItemPtr(index);

@@ -13,7 +13,7 @@
 #include "yinet/mime/content_agents.h"
 
 namespace yinet {
-class AttachmentFile;    // a temporary file of a composed mail; removed with its last owner
+class AttachmentFile;  // a temporary file of a composed mail; removed with its last owner
 struct AttachmentName;
 class MailPartLister;
 struct MailDecodeState;  // what one decode keeps besides the described fields
@@ -49,8 +49,8 @@ class YINET_API YMIMEMessage {
               eMIMEEncodingCode encoding_code, bool is_file);  // `content_text` loses the blanks at both ends
 
     // Adds a sub-part: texts (types 0 and 1) at the front, all others at the end.
-    void m_AddMIMEPart(YString& subContent, eMIMETypeCode subType, YString subParameters,
-                       eMIMEEncodingCode subEncoding, bool subIsFile);
+    void m_AddMIMEPart(YString& subContent, eMIMETypeCode subType, YString subParameters, eMIMEEncodingCode subEncoding,
+                       bool subIsFile);
 
     eMIMEEncodingCode encoding;
     eMIMETypeCode type;
@@ -94,7 +94,7 @@ class YINET_API YMIMEMessage {
     mutable std::mutex guard_;
     std::vector<std::shared_ptr<YMIMEContentAgent>> agents_;  // in order of registration
     bool has_standard_agents_ = false;
-    std::atomic<YMIMEContentAgent*> last_{nullptr};           // registered last
+    std::atomic<YMIMEContentAgent*> last_{nullptr};  // registered last
   };
 
   static YString m_weekdays;  // item list with delimiter "#", Monday first
@@ -157,29 +157,29 @@ class YINET_API YMIMEMessage {
   // Stores a text as a new attachment of the result, under a free name with this extension ("htm"), and gives the name.
   YString m_CreateAttachment(YObject* result, const YString& text, const YString& extension);
 
-  YString m_Recipients;    // envelope recipients of a decoded mail
-  YString m_From;          // "<address>" when composing
+  YString m_Recipients;  // envelope recipients of a decoded mail
+  YString m_From;        // "<address>" when composing
   YString m_FromName;
   YString m_Subject;
   YString m_Mailer;
   YString m_MailID;
   YString m_Header;
-  YString m_Body;          // the text before, the whole MIME body after composition
-  YString m_PlainBody;     // plain alternative of an HTML body
-  YString m_MailText;      // the mail being decoded
-  YString m_MailDir;       // its folder; "Temp:" when it was given as text
-  YObject m_Mail;          // record of its root part
+  YString m_Body;       // the text before, the whole MIME body after composition
+  YString m_PlainBody;  // plain alternative of an HTML body
+  YString m_MailText;   // the mail being decoded
+  YString m_MailDir;    // its folder; "Temp:" when it was given as text
+  YObject m_Mail;       // record of its root part
   YDateAndTime m_Date;
   std::vector<std::shared_ptr<YMIMEMessage>> m_EmbeddedMessages;
   YString m_Boundary;
   YString m_AlternativeBoundary;
   YString m_ContentType;
-  YString m_EnvelopeHeaders;  // item list
-  bool m_IsHTML = false;      // decoding: the envelope recipients replace "To"
+  YString m_EnvelopeHeaders;         // item list
+  bool m_IsHTML = false;             // decoding: the envelope recipients replace "To"
   std::int32_t m_MaxLineLength = 0;  // of encoded header lines; 0 counts as 76
-  YObjectArray m_To;          // recipients: "EmailAddress" and "FriendlyName"
+  YObjectArray m_To;                 // recipients: "EmailAddress" and "FriendlyName"
   YObjectArray m_Cc;
-  YObjectArray m_Bcc;         // never written into a header
+  YObjectArray m_Bcc;  // never written into a header
   std::int32_t m_DecodeOptions = 0;
   std::int32_t m_MaxMailSize = 0;
   std::int32_t m_MaxBodySize = 0;

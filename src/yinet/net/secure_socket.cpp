@@ -155,10 +155,8 @@ int SecureSocket::Connect(const YString& host, const unsigned int& port, const Y
       // 0 is "no address", and to this system it would mean this machine.
       target_address = YInetDNS.GetIPAdressForDomain(host);
       if (target_address != 0) proxy_address = YInetDNS.GetIPAdressForDomain(proxyHost);
-      if (target_address == 0)
-        state_->refusal = "the target has no IPv4 address";
-      else if (proxy_address == 0)
-        state_->refusal = "the proxy has no IPv4 address";
+      if (target_address == 0) state_->refusal = "the target has no IPv4 address";
+      else if (proxy_address == 0) state_->refusal = "the proxy has no IPv4 address";
     }
     socksTargetAddress = target_address != 0 ? dotted(target_address) : std::string();
     socksTargetPort = port;

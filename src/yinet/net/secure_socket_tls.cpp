@@ -77,10 +77,8 @@ bool SecureSocket::InitSSLClientContext(const YString& certificates, const bool&
       return false;
     }
     const bool verify = must_verify(ignoreVerification);
-    if (state_->authorities)
-      SSL_CTX_set1_cert_store(sslContext, state_->authorities.get());
-    else if (verify && certificates.IsEmpty())
-      trust_system(sslContext);
+    if (state_->authorities) SSL_CTX_set1_cert_store(sslContext, state_->authorities.get());
+    else if (verify && certificates.IsEmpty()) trust_system(sslContext);
     state_->trusts_system = certificates.IsEmpty() && !state_->authorities;
     ignoreCertificateVerification = !verify;
     SSL_CTX_set_verify(sslContext, verify ? SSL_VERIFY_PEER : SSL_VERIFY_NONE, nullptr);
@@ -158,14 +156,10 @@ bool SecureSocket::AddTrustStoreDirectory(const YString& folder) {
     ERR_clear_error();
     state_->trusts_system = false;
     std::string cause;
-    if (sslContext == nullptr)
-      cause = "no TLS context";
-    else if (!YFileManager.FolderExists(folder))
-      cause = "no such folder";  // OpenSSL would not look
-    else if (trust_folder(sslContext, folder))
-      return true;
-    else
-      cause = take_tls_error();
+    if (sslContext == nullptr) cause = "no TLS context";
+    else if (!YFileManager.FolderExists(folder)) cause = "no such folder";  // OpenSSL would not look
+    else if (trust_folder(sslContext, folder)) return true;
+    else cause = take_tls_error();
     report(kTransferLevel, message::kCertificateFolderFailed, cause, folder);
     return false;
   });
@@ -308,10 +302,9 @@ int SecureSocket::ConnectTls() {
   const std::string key = SharedSessionKey(verify);
   if (!key.empty()) state_->resumed = TlsSessionStore::shared().take(key);
   SessionHandle session = make_client_session(sslContext, expected_host(*state_), verify, state_->resumed.get());
-  const bool done = dataChannel && session
-                        ? DelayHandshake(session.get(), verify, message::kConnectTlsFailed,
-                                         message::kCertificateRejected, kConnectLevel)
-                        : PerformSSlConnect(session.get());
+  const bool done = dataChannel && session ? DelayHandshake(session.get(), verify, message::kConnectTlsFailed,
+                                                            message::kCertificateRejected, kConnectLevel)
+                                           : PerformSSlConnect(session.get());
   if (!done) {
     report(kConnectLevel, message::kConnectTlsFailed, take_tls_error(), connectTarget);
     return -1;
@@ -339,10 +332,9 @@ int SecureSocket::STARTTLS(const YString& certificates, const bool& listFlag, co
     const bool verify = must_verify(ignoreVerification);
     state_->drop_buffered();
     SessionHandle session = make_client_session(chosen, expected_host(*state_), verify, state_->resumed.get());
-    const bool done = dataChannel && session
-                          ? DelayHandshake(session.get(), verify, message::kStartTlsFailed,
-                                           message::kStartTlsCertificateRejected, kTransferLevel)
-                          : PerformSSlConnect(session.get());
+    const bool done = dataChannel && session ? DelayHandshake(session.get(), verify, message::kStartTlsFailed,
+                                                              message::kStartTlsCertificateRejected, kTransferLevel)
+                                             : PerformSSlConnect(session.get());
     if (!done) {
       report(kTransferLevel, message::kStartTlsFailed, take_tls_error(), connectTarget);
       return -1;

@@ -348,19 +348,23 @@ int SecureSocket::Receive(YString& target, const int& size, bool quiet) {
 }
 
 int SecureSocket::ReceiveBlocking(YBuffer& target, const int& size, bool quiet) {
-  return receive_into(target, size, quiet, has_connection() ? bio : nullptr, *state_, true, message::kReceiveBufferBlockingFailed);
+  return receive_into(target, size, quiet, has_connection() ? bio : nullptr, *state_, true,
+                      message::kReceiveBufferBlockingFailed);
 }
 
 int SecureSocket::ReceiveBlocking(YString& target, const int& size, bool quiet) {
-  return receive_into(target, size, quiet, has_connection() ? bio : nullptr, *state_, true, message::kReceiveTextBlockingFailed);
+  return receive_into(target, size, quiet, has_connection() ? bio : nullptr, *state_, true,
+                      message::kReceiveTextBlockingFailed);
 }
 
 int SecureSocket::ReceiveNonBlocking(YBuffer& target, const int& size, bool quiet) {
-  return receive_into(target, size, quiet, has_connection() ? bio : nullptr, *state_, false, message::kReceiveBufferFailed);
+  return receive_into(target, size, quiet, has_connection() ? bio : nullptr, *state_, false,
+                      message::kReceiveBufferFailed);
 }
 
 int SecureSocket::ReceiveNonBlocking(YString& target, const int& size, bool quiet) {
-  return receive_into(target, size, quiet, has_connection() ? bio : nullptr, *state_, false, message::kReceiveTextFailed);
+  return receive_into(target, size, quiet, has_connection() ? bio : nullptr, *state_, false,
+                      message::kReceiveTextFailed);
 }
 
 bool SecureSocket::GetBinaryFromReceive(YBuffer& target, int count) {

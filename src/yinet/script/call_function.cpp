@@ -133,7 +133,8 @@ bool says_failure(const YObject& parameters) {
 // A script has declared the record that receives results before it calls; other callers need not.
 void supply_result_records(const ScriptFunction& function, YObject& parameters) {
   for (const ScriptParameter& parameter : function.parameters)
-    if (parameter.direction == Direction::out && parameter.type == kTypeObject) parameters.Ensure<YObject>(parameter.key);
+    if (parameter.direction == Direction::out && parameter.type == kTypeObject)
+      parameters.Ensure<YObject>(parameter.key);
 }
 
 void run(const ScriptFunction& function, YObject& parameters) {

@@ -124,37 +124,34 @@ constexpr ScriptParameter kConnectionRow{
     .type = kTypeObject,
     .direction = Direction::in,
     .default_value = "",
-    .meaning = "Record with ServerUrl (or Protokoll, Server), Port, Benutzername, Passwort, ProxyServerUrl (or "
-               "ProxyProtokoll, ProxyServer), ProxyPort, ProxyBenutzername, ProxyPasswort.",
+    .meaning =
+        "Record with ServerUrl (or Protokoll, Server), Port, Benutzername, Passwort, ProxyServerUrl (or "
+        "ProxyProtokoll, ProxyServer), ProxyPort, ProxyBenutzername, ProxyPasswort.",
     .secret = true};
 constexpr ScriptParameter kRemoteSourceRow = in_text(key::kSourcePath, "The file on the server.");
-constexpr ScriptParameter kRemoteTargetRow = in_text(key::kTargetPath, "The file on the server; one that exists is replaced.");
+constexpr ScriptParameter kRemoteTargetRow =
+    in_text(key::kTargetPath, "The file on the server; one that exists is replaced.");
 constexpr ScriptParameter kFolderRow = in_text(key::kPath, "The folder on the server.");
 
-constexpr std::array kDownloadFileParameters = {kConnectionRow, kRemoteSourceRow,
-                                                in_text(key::kTargetPath, "The local file; none is left after a failure.")};
+constexpr std::array kDownloadFileParameters = {
+    kConnectionRow, kRemoteSourceRow, in_text(key::kTargetPath, "The local file; none is left after a failure.")};
 constexpr std::array kDownloadTextParameters = {kConnectionRow, kRemoteSourceRow,
                                                 out_text(key::kText, "What the file holds; empty after a failure.")};
-constexpr std::array kUploadFileParameters = {kConnectionRow, in_text(key::kSourcePath, "The local file."), kRemoteTargetRow};
+constexpr std::array kUploadFileParameters = {kConnectionRow, in_text(key::kSourcePath, "The local file."),
+                                              kRemoteTargetRow};
 constexpr std::array kUploadTextParameters = {
     kConnectionRow, in_text_or_buffer(key::kText, "What to send, as text or as a buffer of bytes."), kRemoteTargetRow};
 constexpr std::array kFolderParameters = {kConnectionRow, kFolderRow};
 constexpr std::array kFileParameters = {kConnectionRow, in_text(key::kPath, "The file on the server.")};
 
 // What the connection's record can be blamed for.
-constexpr std::array kConnectionMessages = {message::kScriptFunctionFailed,
-                                            message::kTransferHandleFailed,
-                                            message::kTransferNoProtocol,
-                                            message::kTransferNoServer,
-                                            message::kTransferProtocolUnknown,
-                                            message::kTransferNoProxyProtocol,
-                                            message::kTransferProxyProtocolUnknown,
-                                            message::kTransferPortWrong,
-                                            message::kTransferAddressWrong,
-                                            message::kTransferLineBreakRefused};
-constexpr auto kDownloadFileMessages =
-    messages_with(kConnectionMessages, message::kTransferLocalFileNotCreated, message::kTransferDownloadFileFailed,
-                  message::kTransferStatus);
+constexpr std::array kConnectionMessages = {message::kScriptFunctionFailed,         message::kTransferHandleFailed,
+                                            message::kTransferNoProtocol,           message::kTransferNoServer,
+                                            message::kTransferProtocolUnknown,      message::kTransferNoProxyProtocol,
+                                            message::kTransferProxyProtocolUnknown, message::kTransferPortWrong,
+                                            message::kTransferAddressWrong,         message::kTransferLineBreakRefused};
+constexpr auto kDownloadFileMessages = messages_with(kConnectionMessages, message::kTransferLocalFileNotCreated,
+                                                     message::kTransferDownloadFileFailed, message::kTransferStatus);
 constexpr auto kDownloadTextMessages =
     messages_with(kConnectionMessages, message::kTransferDownloadTextFailed, message::kTransferStatus);
 constexpr auto kUploadFileMessages =
@@ -173,9 +170,10 @@ constexpr auto kDeleteFolderMessages =
 
 #define YINET_EXAMPLE_CONNECTION \
   R"(pVerbindungsdaten:={"ServerUrl": "sftp://files.example.com", "Benutzername": "me", "Passwort": "secret"})"
-constexpr std::array<std::string_view, 3> kDownloadFileExample = {YINET_EXAMPLE_CONNECTION, "pQuellPfad=reports/today.txt",
-                                                                  "pZielPfad=TEMP:today.txt"};
-constexpr std::array<std::string_view, 2> kDownloadTextExample = {YINET_EXAMPLE_CONNECTION, "pQuellPfad=reports/today.txt"};
+constexpr std::array<std::string_view, 3> kDownloadFileExample = {
+    YINET_EXAMPLE_CONNECTION, "pQuellPfad=reports/today.txt", "pZielPfad=TEMP:today.txt"};
+constexpr std::array<std::string_view, 2> kDownloadTextExample = {YINET_EXAMPLE_CONNECTION,
+                                                                  "pQuellPfad=reports/today.txt"};
 constexpr std::array<std::string_view, 3> kUploadFileExample = {YINET_EXAMPLE_CONNECTION, "pQuellPfad=today.txt",
                                                                 "pZielPfad=reports/today.txt"};
 constexpr std::array<std::string_view, 3> kUploadTextExample = {YINET_EXAMPLE_CONNECTION, "pInhalt=Hello",
@@ -184,31 +182,31 @@ constexpr std::array<std::string_view, 2> kFolderExample = {YINET_EXAMPLE_CONNEC
 constexpr std::array<std::string_view, 2> kFileExample = {YINET_EXAMPLE_CONNECTION, "pPfad=reports/today.txt"};
 
 constexpr std::string_view kFamily = "File transfer";
-constexpr auto kFunctions = std::to_array<ScriptFunction>({
-    {"YINETFILETRANSFER_DOWNLOAD_DATEI", &YINETFILETRANSFER_DOWNLOAD_DATEI, kFamily,
-     "Fetches a file over FTP, FTPS, SFTP, HTTP or HTTPS.", kDownloadFileParameters, kTypeBool, kTrueWhenDone,
-     kDownloadFileMessages, kDownloadFileExample},
-    {"YINETFILETRANSFER_DOWNLOAD_TEXT", &YINETFILETRANSFER_DOWNLOAD_TEXT, kFamily,
-     "Fetches a file over FTP, FTPS, SFTP, HTTP or HTTPS into a text.", kDownloadTextParameters, kTypeBool,
-     kTrueWhenDone, kDownloadTextMessages, kDownloadTextExample},
-    {"YINETFILETRANSFER_UPLOAD_DATEI", &YINETFILETRANSFER_UPLOAD_DATEI, kFamily,
-     "Brings a file to an FTP, FTPS or SFTP server.", kUploadFileParameters, kTypeBool, kTrueWhenDone,
-     kUploadFileMessages, kUploadFileExample},
-    {"YINETFILETRANSFER_UPLOAD_TEXT", &YINETFILETRANSFER_UPLOAD_TEXT, kFamily,
-     "Writes a text to a file on an FTP, FTPS or SFTP server.", kUploadTextParameters, kTypeBool, kTrueWhenDone,
-     kUploadTextMessages, kUploadTextExample},
-    {"YINETFILETRANSFER_ERSTELLE_VERZEICHNIS", &YINETFILETRANSFER_ERSTELLE_VERZEICHNIS, kFamily,
-     "Creates a folder on an FTP, FTPS or SFTP server.", kFolderParameters, kTypeBool, kTrueWhenDone, kCreateMessages,
-     kFolderExample},
-    {"YINETFILETRANSFER_EXISTIERT_VERZEICHNIS", &YINETFILETRANSFER_EXISTIERT_VERZEICHNIS, kFamily,
-     "Tells whether a folder is on an FTP, FTPS or SFTP server.", kFolderParameters, kTypeBool,
-     "True when the folder is there; false, without a message, when it is not.", kExistsMessages, kFolderExample},
-    {"YINETFILETRANSFER_LOESCHE_DATEI", &YINETFILETRANSFER_LOESCHE_DATEI, kFamily,
-     "Deletes a file on an FTP, FTPS or SFTP server.", kFileParameters, kTypeBool, kTrueWhenDone, kDeleteFileMessages,
-     kFileExample},
-    {"YINETFILETRANSFER_LOESCHE_VERZEICHNIS", &YINETFILETRANSFER_LOESCHE_VERZEICHNIS, kFamily,
-     "Deletes an empty folder on an FTP, FTPS or SFTP server.", kFolderParameters, kTypeBool, kTrueWhenDone,
-     kDeleteFolderMessages, kFolderExample}});
+constexpr auto kFunctions = std::to_array<ScriptFunction>(
+    {{"YINETFILETRANSFER_DOWNLOAD_DATEI", &YINETFILETRANSFER_DOWNLOAD_DATEI, kFamily,
+      "Fetches a file over FTP, FTPS, SFTP, HTTP or HTTPS.", kDownloadFileParameters, kTypeBool, kTrueWhenDone,
+      kDownloadFileMessages, kDownloadFileExample},
+     {"YINETFILETRANSFER_DOWNLOAD_TEXT", &YINETFILETRANSFER_DOWNLOAD_TEXT, kFamily,
+      "Fetches a file over FTP, FTPS, SFTP, HTTP or HTTPS into a text.", kDownloadTextParameters, kTypeBool,
+      kTrueWhenDone, kDownloadTextMessages, kDownloadTextExample},
+     {"YINETFILETRANSFER_UPLOAD_DATEI", &YINETFILETRANSFER_UPLOAD_DATEI, kFamily,
+      "Brings a file to an FTP, FTPS or SFTP server.", kUploadFileParameters, kTypeBool, kTrueWhenDone,
+      kUploadFileMessages, kUploadFileExample},
+     {"YINETFILETRANSFER_UPLOAD_TEXT", &YINETFILETRANSFER_UPLOAD_TEXT, kFamily,
+      "Writes a text to a file on an FTP, FTPS or SFTP server.", kUploadTextParameters, kTypeBool, kTrueWhenDone,
+      kUploadTextMessages, kUploadTextExample},
+     {"YINETFILETRANSFER_ERSTELLE_VERZEICHNIS", &YINETFILETRANSFER_ERSTELLE_VERZEICHNIS, kFamily,
+      "Creates a folder on an FTP, FTPS or SFTP server.", kFolderParameters, kTypeBool, kTrueWhenDone, kCreateMessages,
+      kFolderExample},
+     {"YINETFILETRANSFER_EXISTIERT_VERZEICHNIS", &YINETFILETRANSFER_EXISTIERT_VERZEICHNIS, kFamily,
+      "Tells whether a folder is on an FTP, FTPS or SFTP server.", kFolderParameters, kTypeBool,
+      "True when the folder is there; false, without a message, when it is not.", kExistsMessages, kFolderExample},
+     {"YINETFILETRANSFER_LOESCHE_DATEI", &YINETFILETRANSFER_LOESCHE_DATEI, kFamily,
+      "Deletes a file on an FTP, FTPS or SFTP server.", kFileParameters, kTypeBool, kTrueWhenDone, kDeleteFileMessages,
+      kFileExample},
+     {"YINETFILETRANSFER_LOESCHE_VERZEICHNIS", &YINETFILETRANSFER_LOESCHE_VERZEICHNIS, kFamily,
+      "Deletes an empty folder on an FTP, FTPS or SFTP server.", kFolderParameters, kTypeBool, kTrueWhenDone,
+      kDeleteFolderMessages, kFolderExample}});
 
 }  // namespace
 

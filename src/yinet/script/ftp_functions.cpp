@@ -137,24 +137,33 @@ void ftp_end(YObject& parameters) { store_result(parameters, true); }
 
 constexpr ScriptParameter kTypeRow = in_number(key::kFtpType, "0", "4 is FTP with explicit TLS, any other plain FTP.");
 constexpr ScriptParameter kHostRow = in_text(key::kHost, "Server as host or host:port.");
-constexpr ScriptParameter kPatternRow = in_text(key::kFileName, "The files on the server, with * and ? in the last part.");
-constexpr ScriptParameter kFolderRow = in_text(key::kTargetFolder, "Local folder for them; the working folder when empty.");
+constexpr ScriptParameter kPatternRow =
+    in_text(key::kFileName, "The files on the server, with * and ? in the last part.");
+constexpr ScriptParameter kFolderRow =
+    in_text(key::kTargetFolder, "Local folder for them; the working folder when empty.");
 constexpr ScriptParameter kFetchedRow = out_text(key::kFetchedFiles, "Item list of the names that were fetched.");
-constexpr ScriptParameter kProxyTypeRow =
-    in_number(key::kProxyType, "0", "0 no proxy, 1 HTTP, 4 SOCKS 4, 5 SOCKS 5.");
+constexpr ScriptParameter kProxyTypeRow = in_number(key::kProxyType, "0", "0 no proxy, 1 HTTP, 4 SOCKS 4, 5 SOCKS 5.");
 
 constexpr std::array kUploadParameters = {
-    kTypeRow, kHostRow, kUserRow, kPasswordRow, in_text(key::kSourceFile, "The local file."),
+    kTypeRow,
+    kHostRow,
+    kUserRow,
+    kPasswordRow,
+    in_text(key::kSourceFile, "The local file."),
     in_text(key::kTargetFile, "Path on the server; with a slash at its end, or empty, the local name is added."),
-    kProxyTypeRow, kProxyAddressRow, kProxyUserRow, kProxyPasswordRow};
+    kProxyTypeRow,
+    kProxyAddressRow,
+    kProxyUserRow,
+    kProxyPasswordRow};
 constexpr std::array kDownloadParameters = {kTypeRow,         kHostRow,      kUserRow,         kPasswordRow,
                                             kRemoteFileRow,   kLocalNameRow, kTargetFolderRow, kProxyTypeRow,
                                             kProxyAddressRow, kProxyUserRow, kProxyPasswordRow};
-constexpr std::array kWildcardParameters = {kTypeRow,    kHostRow,   kUserRow,      kPasswordRow,
-                                            kPatternRow, kFolderRow, kFetchedRow,   kProxyTypeRow,
+constexpr std::array kWildcardParameters = {kTypeRow,         kHostRow,      kUserRow,         kPasswordRow,
+                                            kPatternRow,      kFolderRow,    kFetchedRow,      kProxyTypeRow,
                                             kProxyAddressRow, kProxyUserRow, kProxyPasswordRow};
-constexpr std::array kDeleteParameters = {kTypeRow,      kHostRow,         kUserRow,      kPasswordRow,     kRemoteFileRow,
-                                          kProxyTypeRow, kProxyAddressRow, kProxyUserRow, kProxyPasswordRow};
+constexpr std::array kDeleteParameters = {kTypeRow,         kHostRow,       kUserRow,
+                                          kPasswordRow,     kRemoteFileRow, kProxyTypeRow,
+                                          kProxyAddressRow, kProxyUserRow,  kProxyPasswordRow};
 
 constexpr std::array kServerMessages = {message::kScriptFunctionFailed, message::kTransferNoServer,
                                         message::kTransferPortWrong, message::kTransferLineBreakRefused};
@@ -177,22 +186,29 @@ constexpr std::array<std::string_view, 5> kWildcardExample = {"pHOST=ftp.example
 constexpr std::array<std::string_view, 4> kDeleteExample = {"pHOST=ftp.example.com", "pUser=me", "pPasswd=secret",
                                                             "pDateiname=reports/today.txt"};
 
-constexpr auto kFunctions = std::to_array<ScriptFunction>({
-    {"FTP_UPLOAD", &FTP_UPLOAD, "FTP", "Brings one file to an FTP server.", kUploadParameters, kTypeBool, kTrueWhenDone,
-     kUploadMessages, kUploadExample},
-    {"FTP_DOWNLOADDATEI", &FTP_DOWNLOADDATEI, "FTP", "Fetches one file from an FTP server.", kDownloadParameters,
-     kTypeBool, kTrueWhenDone, kDownloadMessages, kDownloadExample},
-    {"FTP_DOWNLOADDATEIEN", &FTP_DOWNLOADDATEIEN, "FTP", "Fetches all files of a folder that a wildcard names.",
-     kWildcardParameters, kTypeBool, "True when every file was fetched; none is no failure.", kWildcardMessages,
-     kWildcardExample},
-    {"FTP_DOWNLOADDATEIENMITLOESCHEN", &FTP_DOWNLOADDATEIENMITLOESCHEN, "FTP",
-     "Fetches all files that a wildcard names and deletes them on the server, each once its size is verified.",
-     kWildcardParameters, kTypeBool, "True when every file was fetched and deleted; none is no failure.",
-     kWildcardMessages, kWildcardExample},
-    {"FTP_LOESCHE", &FTP_LOESCHE, "FTP", "Deletes one file on an FTP server.", kDeleteParameters, kTypeBool,
-     kTrueWhenDone, kDeleteMessages, kDeleteExample},
-    {"FTP_BEENDE", &FTP_BEENDE, "FTP", "Ends nothing: no function of the family keeps a connection.", {}, kTypeBool,
-     "Always true.", kEndMessages, {}}});
+constexpr auto kFunctions = std::to_array<ScriptFunction>(
+    {{"FTP_UPLOAD", &FTP_UPLOAD, "FTP", "Brings one file to an FTP server.", kUploadParameters, kTypeBool,
+      kTrueWhenDone, kUploadMessages, kUploadExample},
+     {"FTP_DOWNLOADDATEI", &FTP_DOWNLOADDATEI, "FTP", "Fetches one file from an FTP server.", kDownloadParameters,
+      kTypeBool, kTrueWhenDone, kDownloadMessages, kDownloadExample},
+     {"FTP_DOWNLOADDATEIEN", &FTP_DOWNLOADDATEIEN, "FTP", "Fetches all files of a folder that a wildcard names.",
+      kWildcardParameters, kTypeBool, "True when every file was fetched; none is no failure.", kWildcardMessages,
+      kWildcardExample},
+     {"FTP_DOWNLOADDATEIENMITLOESCHEN", &FTP_DOWNLOADDATEIENMITLOESCHEN, "FTP",
+      "Fetches all files that a wildcard names and deletes them on the server, each once its size is verified.",
+      kWildcardParameters, kTypeBool, "True when every file was fetched and deleted; none is no failure.",
+      kWildcardMessages, kWildcardExample},
+     {"FTP_LOESCHE", &FTP_LOESCHE, "FTP", "Deletes one file on an FTP server.", kDeleteParameters, kTypeBool,
+      kTrueWhenDone, kDeleteMessages, kDeleteExample},
+     {"FTP_BEENDE",
+      &FTP_BEENDE,
+      "FTP",
+      "Ends nothing: no function of the family keeps a connection.",
+      {},
+      kTypeBool,
+      "Always true.",
+      kEndMessages,
+      {}}});
 
 }  // namespace
 

@@ -179,8 +179,8 @@ void ftps_upload(YObject& parameters) {
   const int result = ftp.upload_file(path, target, ftps::kByteType);
   ftp.closeconnection();
   const auto context = [&] {
-    return YTextManager.GetYText(message::kFtpUploadContext, login.host, login.user, login.password, source, path, target,
-                                 YFileManager.ResolvePath(target), ftp.get_last_mes(ftps::kReadReply));
+    return YTextManager.GetYText(message::kFtpUploadContext, login.host, login.user, login.password, source, path,
+                                 target, YFileManager.ResolvePath(target), ftp.get_last_mes(ftps::kReadReply));
   };
   if (result == kDone) return store_transferred(parameters, login, path, target, source, kUploadSizes, context);
   raise(message::kFtpUploadFailed, YTextManager.GetYText(message::kFtpUploadFailed, source, login.host), context());
@@ -214,25 +214,34 @@ constexpr ScriptParameter kTypeRow =
     in_number(key::kFtpType, "4", "4 is FTP with explicit TLS, 5 SFTP, any other plain FTP.");
 constexpr ScriptParameter kHostRow =
     in_text(key::kHost, "Server as host or host:port; LOCAL or LOKAL works on local files.");
-constexpr ScriptParameter kCertificateRow =
-    in_text(key::kCertificate, "List of folders with trusted certificates; a PEM file with key is shown to the server.");
+constexpr ScriptParameter kCertificateRow = in_text(
+    key::kCertificate, "List of folders with trusted certificates; a PEM file with key is shown to the server.");
 constexpr ScriptParameter kProxyTypeRow =
     in_number(key::kProxyType, "0", "0 no proxy, 1 FTP proxy, 4 SOCKS 4, 5 SOCKS 5.");
 constexpr ScriptParameter kOptionsRow =
     in_number(key::kOptions, "0", "Bit 4 compares the sizes on both sides after the transfer.");
 
 constexpr std::array kDownloadParameters = {
-    kTypeRow, kHostRow, kUserRow, kPasswordRow, kRemoteFileRow, kLocalNameRow, kTargetFolderRow, kCertificateRow, kProxyTypeRow,
-    kProxyAddressRow, kProxyUserRow, kProxyPasswordRow, kOptionsRow};
-constexpr std::array kUploadParameters = {
-    kTypeRow, kHostRow, kUserRow, kPasswordRow, in_text(key::kSourceFile, "The local file; an empty one is not taken."),
-    in_text(key::kTargetFile,
-            "Name on the server; folders before a slash are entered. The local name when empty or behind a slash at the end, "
-            "which bit 4 of \"pOptionen\" then does not find."),
+    kTypeRow,        kHostRow,      kUserRow,         kPasswordRow,  kRemoteFileRow,    kLocalNameRow, kTargetFolderRow,
     kCertificateRow, kProxyTypeRow, kProxyAddressRow, kProxyUserRow, kProxyPasswordRow, kOptionsRow};
-constexpr std::array kDeleteParameters = {
-    kTypeRow, kHostRow, kUserRow, kPasswordRow, kRemoteFileRow, kCertificateRow,
-    kProxyTypeRow, kProxyAddressRow, kProxyUserRow, kProxyPasswordRow};
+constexpr std::array kUploadParameters = {kTypeRow,
+                                          kHostRow,
+                                          kUserRow,
+                                          kPasswordRow,
+                                          in_text(key::kSourceFile, "The local file; an empty one is not taken."),
+                                          in_text(key::kTargetFile,
+                                                  "Name on the server; folders before a slash are entered. The local "
+                                                  "name when empty or behind a slash at the end, "
+                                                  "which bit 4 of \"pOptionen\" then does not find."),
+                                          kCertificateRow,
+                                          kProxyTypeRow,
+                                          kProxyAddressRow,
+                                          kProxyUserRow,
+                                          kProxyPasswordRow,
+                                          kOptionsRow};
+constexpr std::array kDeleteParameters = {kTypeRow,       kHostRow,         kUserRow,      kPasswordRow,
+                                          kRemoteFileRow, kCertificateRow,  kProxyTypeRow, kProxyAddressRow,
+                                          kProxyUserRow,  kProxyPasswordRow};
 
 constexpr std::string_view kResultMeaning = "1 when it succeeded, otherwise 0; true or false with a local host.";
 constexpr std::string_view kDeletedMeaning =
@@ -249,20 +258,19 @@ constexpr auto kUploadMessages = messages_with(
     message::kFtpUploadCheckMissing, message::kFtpUploadCheckUnreadable, message::kFtpSizeCheckFailed);
 constexpr auto kDeleteMessages = messages_with(kServerMessages, message::kFtpDeleteFailed);
 constexpr std::array<std::string_view, 5> kDownloadExample = {"pHOST=ftp.example.com", "pUser=me", "pPasswd=secret",
-                                                              "pDateiname=reports/today.txt",
-                                                              "pZielverzeichnis=TEMP:"};
+                                                              "pDateiname=reports/today.txt", "pZielverzeichnis=TEMP:"};
 constexpr std::array<std::string_view, 5> kUploadExample = {"pHOST=ftp.example.com", "pUser=me", "pPasswd=secret",
                                                             "pQuellDateiname=today.txt",
                                                             "pZieldateiname=reports/today.txt"};
 constexpr std::array<std::string_view, 4> kDeleteExample = {"pHOST=ftp.example.com", "pUser=me", "pPasswd=secret",
                                                             "pDateiname=reports/today.txt"};
-constexpr auto kFunctions = std::to_array<ScriptFunction>({
-    {"FTPS_DOWNLOADDATEI", &FTPS_DOWNLOADDATEI, "FTPS", "Fetches one file from an FTP server.", kDownloadParameters,
-     kTypeInteger, kResultMeaning, kDownloadMessages, kDownloadExample},
-    {"FTPS_UPLOAD", &FTPS_UPLOAD, "FTPS", "Brings one file to an FTP server.", kUploadParameters, kTypeInteger,
-     kResultMeaning, kUploadMessages, kUploadExample},
-    {"FTPS_LOESCHE", &FTPS_LOESCHE, "FTPS", "Deletes one file on an FTP server.", kDeleteParameters, kTypeInteger,
-     kDeletedMeaning, kDeleteMessages, kDeleteExample}});
+constexpr auto kFunctions = std::to_array<ScriptFunction>(
+    {{"FTPS_DOWNLOADDATEI", &FTPS_DOWNLOADDATEI, "FTPS", "Fetches one file from an FTP server.", kDownloadParameters,
+      kTypeInteger, kResultMeaning, kDownloadMessages, kDownloadExample},
+     {"FTPS_UPLOAD", &FTPS_UPLOAD, "FTPS", "Brings one file to an FTP server.", kUploadParameters, kTypeInteger,
+      kResultMeaning, kUploadMessages, kUploadExample},
+     {"FTPS_LOESCHE", &FTPS_LOESCHE, "FTPS", "Deletes one file on an FTP server.", kDeleteParameters, kTypeInteger,
+      kDeletedMeaning, kDeleteMessages, kDeleteExample}});
 
 }  // namespace
 

@@ -11,8 +11,9 @@ namespace yinet {
 namespace {
 
 // In the order of lists and documentation. A new family adds its line here and its declaration in families.h.
-constexpr std::array kFamilies{&ftps_functions, &ftp_functions, &http_functions,         &internet_functions, &soap_functions,
-                               &mime_functions, &ssh_functions, &filetransfer_functions, &tls_functions};
+constexpr std::array kFamilies{&ftps_functions,     &ftp_functions,          &http_functions,
+                               &internet_functions, &soap_functions,         &mime_functions,
+                               &ssh_functions,      &filetransfer_functions, &tls_functions};
 
 std::vector<ScriptFunction> put_together() {
   std::vector<ScriptFunction> functions;

@@ -65,11 +65,11 @@ constexpr auto kMessages =
 constexpr std::array<std::string_view, 1> kGetExample = {"pUrl=https://www.example.com/"};
 constexpr std::array<std::string_view, 3> kPostExample = {"pUrl=https://www.example.com/form", "pContent=name=value",
                                                           "pContentType=application/x-www-form-urlencoded"};
-constexpr auto kFunctions = std::to_array<ScriptFunction>({
-    {"HTTP_GET", &HTTP_GET, "HTTP", "Fetches a document by HTTP or HTTPS into a temporary file.", kGetParameters,
-     kTypeBool, kResultMeaning, kMessages, kGetExample},
-    {"HTTP_POST", &HTTP_POST, "HTTP", "Sends content by HTTP or HTTPS and keeps the reply in a temporary file.",
-     kPostParameters, kTypeBool, kResultMeaning, kMessages, kPostExample}});
+constexpr auto kFunctions = std::to_array<ScriptFunction>(
+    {{"HTTP_GET", &HTTP_GET, "HTTP", "Fetches a document by HTTP or HTTPS into a temporary file.", kGetParameters,
+      kTypeBool, kResultMeaning, kMessages, kGetExample},
+     {"HTTP_POST", &HTTP_POST, "HTTP", "Sends content by HTTP or HTTPS and keeps the reply in a temporary file.",
+      kPostParameters, kTypeBool, kResultMeaning, kMessages, kPostExample}});
 
 }  // namespace
 

@@ -35,7 +35,8 @@ bool fetch(std::string_view address, const YString& target) {
   YInetFileTransfer transfer;
   if (url.host.empty()) {
     const std::size_t scheme_end = address.find("://");
-    if (scheme_end != std::string_view::npos && !transfer.SetProtocol(YString(address.substr(0, scheme_end)))) return false;
+    if (scheme_end != std::string_view::npos && !transfer.SetProtocol(YString(address.substr(0, scheme_end))))
+      return false;
   } else {
     if (!transfer.SetProtocol(YString(url.scheme)) || !transfer.SetServer(YString(url.host))) return false;
     transfer.SetUsername(YString(url.user));
@@ -117,15 +118,16 @@ constexpr ScriptParameter kUrlRow =
 constexpr std::array kDownloadParameters = {
     kUrlRow, in_text(key::kLocalName, "Name of the local file; that in the URL when empty."), kTargetFolderRow,
     out_text(key::kResponseFile, "The local file; stored on success only.")};
-constexpr std::array kReadParameters = {kUrlRow, out_text(key::kText, "The bytes of the answer; empty after a failure.")};
+constexpr std::array kReadParameters = {kUrlRow,
+                                        out_text(key::kText, "The bytes of the answer; empty after a failure.")};
 constexpr std::array kSearchParameters = {
     in_text(key::kSearchWords, "The words to search for."),
     out_text(key::kResponseFile, "A new temporary file with the answer's page; stored on success only.")};
 
-constexpr std::array kMessages = {
-    message::kScriptFunctionFailed,        message::kTransferNoProtocol,         message::kTransferProtocolUnknown,
-    message::kTransferLocalFileNotCreated, message::kTransferDownloadFileFailed, message::kTransferStatus,
-    message::kHttpResponseFileFailed};
+constexpr std::array kMessages = {message::kScriptFunctionFailed,       message::kTransferNoProtocol,
+                                  message::kTransferProtocolUnknown,    message::kTransferLocalFileNotCreated,
+                                  message::kTransferDownloadFileFailed, message::kTransferStatus,
+                                  message::kHttpResponseFileFailed};
 constexpr std::array<std::string_view, 2> kDownloadExample = {"pUrl=https://www.example.com/list.pdf",
                                                               "pZielverzeichnis=TEMP:"};
 constexpr std::array<std::string_view, 1> kReadExample = {"pUrl=https://www.example.com/"};
@@ -133,14 +135,14 @@ constexpr std::array<std::string_view, 1> kSearchExample = {"pSuchbegriffe=DIN 5
 
 constexpr std::string_view kResultMeaning =
     "True when the answer is there; over HTTP with status 200, redirects followed.";
-constexpr auto kFunctions = std::to_array<ScriptFunction>({
-    {"INTERNET_DOWNLOAD", &INTERNET_DOWNLOAD, "Internet", "Fetches what a URL leads to into a file.",
-     kDownloadParameters, kTypeBool, kResultMeaning, kMessages, kDownloadExample},
-    {"INTERNET_LESEDATEI", &INTERNET_LESEDATEI, "Internet", "Fetches what a URL leads to into a text.", kReadParameters,
-     kTypeBool, kResultMeaning, kMessages, kReadExample},
-    {"INTERNET_WEBSUCHE", &INTERNET_WEBSUCHE, "Internet",
-     "Searches the web at the address in the setting Internet/SuchUrl.",
-     kSearchParameters, kTypeBool, kResultMeaning, kMessages, kSearchExample}});
+constexpr auto kFunctions = std::to_array<ScriptFunction>(
+    {{"INTERNET_DOWNLOAD", &INTERNET_DOWNLOAD, "Internet", "Fetches what a URL leads to into a file.",
+      kDownloadParameters, kTypeBool, kResultMeaning, kMessages, kDownloadExample},
+     {"INTERNET_LESEDATEI", &INTERNET_LESEDATEI, "Internet", "Fetches what a URL leads to into a text.",
+      kReadParameters, kTypeBool, kResultMeaning, kMessages, kReadExample},
+     {"INTERNET_WEBSUCHE", &INTERNET_WEBSUCHE, "Internet",
+      "Searches the web at the address in the setting Internet/SuchUrl.", kSearchParameters, kTypeBool, kResultMeaning,
+      kMessages, kSearchExample}});
 
 }  // namespace
 

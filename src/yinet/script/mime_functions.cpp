@@ -34,18 +34,20 @@ void mime_dekodiere(YObject& parameters) {
 
 constexpr std::array kParameters = {
     in_text(key::kMailFile, "Path of the mail file; with option 8 the text of the mail may stand here itself."),
-    ScriptParameter{.key = key::kMail, .type = kTypeObject, .direction = Direction::in_out, .default_value = "",
+    ScriptParameter{.key = key::kMail,
+                    .type = kTypeObject,
+                    .direction = Direction::in_out,
+                    .default_value = "",
                     .meaning = "Receives the decoded mail: BETREFF, ABSENDER, NACHRICHT, ANLAGEN and so on."},
     in_number(key::kOptions, "0",
               "Sum of: 1 writes attachments and text to files in TEMP:~EML, 2 adds the header fields, 4 gives a short "
               "record, 8 only describes the parts.")};
-constexpr std::array kMessages = {message::kScriptFunctionFailed, message::kTemporaryFolderUnusable,
-                                  message::kFileNameRefused,      message::kMailFileEmpty,
-                                  message::kMailFolderFailed,     message::kMailAttachmentNotWritten,
-                                  message::kMailFileTooLarge,     message::kMailNameParameter,
-                                  message::kMailNameParameterDecoded, message::kMailCharsetParameter,
-                                  message::kMailFileParameter,    message::kMailFileParameterDecoded,
-                                  message::kMailHeaderTrace};
+constexpr std::array kMessages = {
+    message::kScriptFunctionFailed, message::kTemporaryFolderUnusable, message::kFileNameRefused,
+    message::kMailFileEmpty,        message::kMailFolderFailed,        message::kMailAttachmentNotWritten,
+    message::kMailFileTooLarge,     message::kMailNameParameter,       message::kMailNameParameterDecoded,
+    message::kMailCharsetParameter, message::kMailFileParameter,       message::kMailFileParameterDecoded,
+    message::kMailHeaderTrace};
 constexpr std::array<std::string_view, 1> kExample = {"pEMLDatei=examples/angebot.eml"};
 constexpr auto kFunctions = std::to_array<ScriptFunction>(
     {{"MIME_DEKODIERE", &MIME_DEKODIERE, "Mail", "Takes a received mail apart into text, addresses and attachments.",

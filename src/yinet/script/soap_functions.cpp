@@ -45,7 +45,8 @@ constexpr std::array kParameters = {
                     .direction = Direction::in,
                     .default_value = "",
                     .meaning =
-                        "ENDPOINT is the service's URL, NAMESPACE its namespace (services refuse calls without), BODY holds one record, named like "
+                        "ENDPOINT is the service's URL, NAMESPACE its namespace (services refuse calls without), BODY "
+                        "holds one record, named like "
                         "the operation, with its parameters as texts; optional are HEADER, a record for the SOAP "
                         "header, and SOAPACTION, the value of that HTTP field."},
     ScriptParameter{.key = key::kSoapAnswer,

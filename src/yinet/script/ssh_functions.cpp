@@ -101,7 +101,8 @@ void ssh_remove_directory(YObject& parameters) {
 void ssh_get_directory(YObject& parameters) {
   on_connection(parameters, [&](sshClient& client) {
     const YString* const folder = wanted_text(parameters, key::kTargetFolder, message::kSshListedFolderMissing);
-    store_result(parameters, folder != nullptr ? std::string_view(client.getDirectory(*folder, nullptr)) : std::string_view());
+    store_result(parameters,
+                 folder != nullptr ? std::string_view(client.getDirectory(*folder, nullptr)) : std::string_view());
   });
 }
 
@@ -127,13 +128,19 @@ constexpr auto with_connection(const ScriptParameter (&own)[Count]) {
   return all;
 }
 
-constexpr auto kUploadParameters = with_connection(
-    {in_text(key::kSourceFile, "The local file."), in_text(key::kTargetFile, "Name on the server; an existing file is replaced.")});
+constexpr auto kUploadParameters =
+    with_connection({in_text(key::kSourceFile, "The local file."),
+                     in_text(key::kTargetFile, "Name on the server; an existing file is replaced.")});
 constexpr auto kDownloadParameters = with_connection(
-    {in_text(key::kFileName, "The file on the server."), in_text(key::kTargetFolder, "Local folder for it."),
+    {in_text(key::kFileName, "The file on the server."),
+     in_text(key::kTargetFolder, "Local folder for it."),
      in_text(key::kLocalName, "Name of the local file; that of the remote file when empty."),
-     {.key = key::kComplete, .type = kTypeBool, .direction = Direction::in, .default_value = "0",
-      .meaning = "True fetches the whole file; otherwise the local file gets 5242880 bytes, cut or filled up with zeros."}});
+     {.key = key::kComplete,
+      .type = kTypeBool,
+      .direction = Direction::in,
+      .default_value = "0",
+      .meaning =
+          "True fetches the whole file; otherwise the local file gets 5242880 bytes, cut or filled up with zeros."}});
 constexpr auto kDeleteParameters = with_connection({in_text(key::kFileName, "The file on the server.")});
 constexpr auto kFolderParameters = with_connection({in_text(key::kTargetFolder, "The folder on the server.")});
 
@@ -141,9 +148,9 @@ constexpr std::array kConnectionMessages = {message::kScriptFunctionFailed, mess
                                             message::kSshConnectFailed,     message::kSshHostKey,
                                             message::kSshHostKeyUnknown,    message::kSshKeyUnusable};
 constexpr auto kUploadMessages =
-    messages_with(kConnectionMessages, message::kSshUploadFailed, message::kSshSourceMissing, message::kSshTargetMissing,
-                  message::kSshRemoteNotOpened, message::kSshLocalNotOpened, message::kSshLocalNotRead,
-                  message::kSshTransferFailed, message::kSshRemoteNotClosed);
+    messages_with(kConnectionMessages, message::kSshUploadFailed, message::kSshSourceMissing,
+                  message::kSshTargetMissing, message::kSshRemoteNotOpened, message::kSshLocalNotOpened,
+                  message::kSshLocalNotRead, message::kSshTransferFailed, message::kSshRemoteNotClosed);
 constexpr auto kDownloadMessages = messages_with(kConnectionMessages, message::kSshDownloadFailed,
                                                  message::kSshSourceMissing, message::kSshTargetMissing);
 constexpr auto kCreateMessages =
@@ -156,23 +163,24 @@ constexpr auto kUploadExample = std::to_array<std::string_view>(
     {YINET_SSH_LOGIN_EXAMPLE, "pQuellDateiname=today.txt", "pZieldateiname=reports/today.txt"});
 constexpr auto kDownloadExample = std::to_array<std::string_view>(
     {YINET_SSH_LOGIN_EXAMPLE, "pDateiname=reports/today.txt", "pZielverzeichnis=.", "pVollstaendig=true"});
-constexpr auto kDeleteExample = std::to_array<std::string_view>({YINET_SSH_LOGIN_EXAMPLE, "pDateiname=reports/today.txt"});
+constexpr auto kDeleteExample =
+    std::to_array<std::string_view>({YINET_SSH_LOGIN_EXAMPLE, "pDateiname=reports/today.txt"});
 constexpr auto kFolderExample = std::to_array<std::string_view>({YINET_SSH_LOGIN_EXAMPLE, "pZielverzeichnis=reports"});
 #undef YINET_SSH_LOGIN_EXAMPLE
 
-constexpr auto kFunctions = std::to_array<ScriptFunction>({
-    {"SSH_UPLOAD", &SSH_UPLOAD, "SSH", "Brings one file to an SFTP server.", kUploadParameters, kTypeBool, kTrueWhenDone,
-     kUploadMessages, kUploadExample},
-    {"SSH_DOWNLOAD", &SSH_DOWNLOAD, "SSH", "Fetches one file from an SFTP server.", kDownloadParameters, kTypeBool,
-     kTrueWhenDone, kDownloadMessages, kDownloadExample},
-    {"SSH_DELETE", &SSH_DELETE, "SSH", "Deletes one file on an SFTP server.", kDeleteParameters, kTypeBool,
-     kTrueWhenDone, kConnectionMessages, kDeleteExample},
-    {"SSH_CREATEDIRECTORY", &SSH_CREATEDIRECTORY, "SSH", "Makes a folder on an SFTP server unless it exists.",
-     kFolderParameters, kTypeBool, kTrueWhenDone, kCreateMessages, kFolderExample},
-    {"SSH_REMOVEDIRECTORY", &SSH_REMOVEDIRECTORY, "SSH", "Removes an empty folder on an SFTP server.", kFolderParameters,
-     kTypeBool, kTrueWhenDone, kRemoveMessages, kFolderExample},
-    {"SSH_GETDIRECTORY", &SSH_GETDIRECTORY, "SSH", "Lists a folder on an SFTP server.", kFolderParameters, kTypeString,
-     "The names, separated by bytes 0x01; false without a connection.", kListMessages, kFolderExample}});
+constexpr auto kFunctions = std::to_array<ScriptFunction>(
+    {{"SSH_UPLOAD", &SSH_UPLOAD, "SSH", "Brings one file to an SFTP server.", kUploadParameters, kTypeBool,
+      kTrueWhenDone, kUploadMessages, kUploadExample},
+     {"SSH_DOWNLOAD", &SSH_DOWNLOAD, "SSH", "Fetches one file from an SFTP server.", kDownloadParameters, kTypeBool,
+      kTrueWhenDone, kDownloadMessages, kDownloadExample},
+     {"SSH_DELETE", &SSH_DELETE, "SSH", "Deletes one file on an SFTP server.", kDeleteParameters, kTypeBool,
+      kTrueWhenDone, kConnectionMessages, kDeleteExample},
+     {"SSH_CREATEDIRECTORY", &SSH_CREATEDIRECTORY, "SSH", "Makes a folder on an SFTP server unless it exists.",
+      kFolderParameters, kTypeBool, kTrueWhenDone, kCreateMessages, kFolderExample},
+     {"SSH_REMOVEDIRECTORY", &SSH_REMOVEDIRECTORY, "SSH", "Removes an empty folder on an SFTP server.",
+      kFolderParameters, kTypeBool, kTrueWhenDone, kRemoveMessages, kFolderExample},
+     {"SSH_GETDIRECTORY", &SSH_GETDIRECTORY, "SSH", "Lists a folder on an SFTP server.", kFolderParameters, kTypeString,
+      "The names, separated by bytes 0x01; false without a connection.", kListMessages, kFolderExample}});
 
 }  // namespace
 
@@ -196,7 +204,8 @@ void ssh_download(YObject& parameters) {
     YString name = parameters.GetString(key::kLocalName);
     if (name.IsEmpty()) name = own_name(*remote);
     if (name.IsEmpty()) {
-      YLog.Event(message::kErrorLevel, message::kSshDownloadFailed, *remote, "it names no file, and \"pLokalerName\" is empty");
+      YLog.Event(message::kErrorLevel, message::kSshDownloadFailed, *remote,
+                 "it names no file, and \"pLokalerName\" is empty");
       return;
     }
     const YString local(formatted("$1$\\$2$", *folder, name));

@@ -13,7 +13,8 @@
 namespace yinet {
 
 constexpr ScriptParameter in_text(std::string_view key, std::string_view meaning, std::string_view default_value = "") {
-  return {.key = key, .type = kTypeString, .direction = Direction::in, .default_value = default_value, .meaning = meaning};
+  return {
+      .key = key, .type = kTypeString, .direction = Direction::in, .default_value = default_value, .meaning = meaning};
 }
 constexpr ScriptParameter in_text_or_buffer(std::string_view key, std::string_view meaning) {
   ScriptParameter row = in_text(key, meaning);
@@ -26,7 +27,8 @@ constexpr ScriptParameter in_password(std::string_view key, std::string_view mea
   return row;
 }
 constexpr ScriptParameter in_number(std::string_view key, std::string_view default_value, std::string_view meaning) {
-  return {.key = key, .type = kTypeInteger, .direction = Direction::in, .default_value = default_value, .meaning = meaning};
+  return {
+      .key = key, .type = kTypeInteger, .direction = Direction::in, .default_value = default_value, .meaning = meaning};
 }
 constexpr ScriptParameter out_text(std::string_view key, std::string_view meaning) {
   return {.key = key, .type = kTypeString, .direction = Direction::out, .default_value = "", .meaning = meaning};

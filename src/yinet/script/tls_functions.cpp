@@ -15,9 +15,15 @@ namespace yinet {
 namespace {
 
 constexpr auto kFunctions = std::to_array<ScriptFunction>(
-    {{"SECURESOCKETGLOBALSSLINIT", &SECURESOCKETGLOBALSSLINIT, "TLS",
-      "Prepares the TLS library for use by several threads; a host calls it once at its start.", {}, kTypeAny,
-      "None: there is nothing that could fail.", {}, {}}});
+    {{"SECURESOCKETGLOBALSSLINIT",
+      &SECURESOCKETGLOBALSSLINIT,
+      "TLS",
+      "Prepares the TLS library for use by several threads; a host calls it once at its start.",
+      {},
+      kTypeAny,
+      "None: there is nothing that could fail.",
+      {},
+      {}}});
 
 }  // namespace
 

@@ -22,7 +22,8 @@ SshAddress split_ssh_address(std::string_view text, int default_port) {
     if (const std::size_t close = text.find(']'); close != std::string_view::npos) {
       const std::string_view rest = text.substr(close + 1);
       const bool has_port = rest.starts_with(':');
-      return {YString(text.substr(1, close - 1)), has_port || rest.empty() ? port_in(rest.substr(has_port), default_port) : -1};
+      return {YString(text.substr(1, close - 1)),
+              has_port || rest.empty() ? port_in(rest.substr(has_port), default_port) : -1};
     }
   }
   if (host_end == std::string_view::npos) return {YString(text), default_port};

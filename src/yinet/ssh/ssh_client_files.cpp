@@ -217,12 +217,9 @@ bool sshClient::downloadWholeFile(const YString& remote, const YString& local, s
       if (state_->report) state_->report(done, total);
       return true;
     });
-    if (end == ReadEnd::refused)
-      refused(session);
-    else if (end == ReadEnd::complete && open_target() && target.Close())
-      return true;
-    else
-      failed(SshFailure::local_file, formatted("$1$: $2$", local, system_text(target)));
+    if (end == ReadEnd::refused) refused(session);
+    else if (end == ReadEnd::complete && open_target() && target.Close()) return true;
+    else failed(SshFailure::local_file, formatted("$1$: $2$", local, system_text(target)));
     target.Close();
     if (plain) YFile::Delete(local);
     return false;

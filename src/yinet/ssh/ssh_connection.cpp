@@ -18,7 +18,7 @@ using std::chrono::milliseconds;
 constexpr long kMicroPerMilli = 1000;
 constexpr long kMilliPerSecond = 1000;
 constexpr long kNanoPerMilli = 1000000;
-constexpr milliseconds kShortest{1};            // 0 would mean "never" to the system and to libssh
+constexpr milliseconds kShortest{1};  // 0 would mean "never" to the system and to libssh
 constexpr milliseconds kLongest = std::chrono::hours(24 * 365);
 
 constexpr const char* kNoFile = "/dev/null";
@@ -34,7 +34,9 @@ void make_blocking(int descriptor, milliseconds limit) {
 }  // namespace
 
 SshConnection::SshConnection(int descriptor, milliseconds limit)
-    : descriptor_(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)), session_(ssh_new()), limit_(std::clamp(limit, kShortest, kLongest)) {
+    : descriptor_(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)),
+      session_(ssh_new()),
+      limit_(std::clamp(limit, kShortest, kLongest)) {
   if (descriptor_ < 0) return;
   fstat(descriptor_, &identity_);
   make_blocking(descriptor_, limit_);
@@ -66,7 +68,9 @@ bool SshConnection::set_options(const SshLogin& login) {
   const long seconds = limit_.count() / kMilliPerSecond;
   const long microseconds = (limit_.count() % kMilliPerSecond) * kMicroPerMilli;
   const bool checks = !login.known_hosts.empty();
-  const auto set = [&](ssh_options_e option, const void* value) { return ssh_options_set(session_, option, value) == SSH_OK; };
+  const auto set = [&](ssh_options_e option, const void* value) {
+    return ssh_options_set(session_, option, value) == SSH_OK;
+  };
   bool good = set(SSH_OPTIONS_PROCESS_CONFIG, &no_configuration) && set(SSH_OPTIONS_FD, &descriptor_) &&
               set(SSH_OPTIONS_TIMEOUT, &seconds) && set(SSH_OPTIONS_TIMEOUT_USEC, &microseconds) &&
               set(SSH_OPTIONS_GLOBAL_KNOWNHOSTS, kNoFile) &&

@@ -55,7 +55,7 @@ class SshConnection {
   static int on_limit(int timer, int events, void* self);
 
   Descriptor timer_;
-  int descriptor_ = -1;    // the duplicate
+  int descriptor_ = -1;      // the duplicate
   struct stat identity_ {};  // of its socket
   ssh_session session_;
   ssh_event waiting_ = nullptr;  // session and timer

@@ -10,8 +10,8 @@
 namespace yinet {
 
 struct ReadPlan {
-  std::uint32_t piece;     // bytes of one request, 1 at least
-  std::size_t in_flight;   // requests that may wait for their answers, 1 at least
+  std::uint32_t piece;    // bytes of one request, 1 at least
+  std::size_t in_flight;  // requests that may wait for their answers, 1 at least
 };
 
 enum class ReadEnd { complete, refused, not_wanted };
