@@ -143,7 +143,8 @@ int fetch_beside(const std::string& target, const std::string& path, const struc
                  const std::function<int(const YString&)>& work) {
   if (old != nullptr && access(path.c_str(), W_OK) != 0) return not_written(target, errno);
   PassingFile part;
-  if (!part.make(path.substr(0, path.rfind('/') + 1))) return not_written(target, errno);
+  if (!part.make(path.substr(0, path.rfind('/') + 1)))  // a folder that takes no new file may hold one to write to
+    return old != nullptr ? fetch_directly(target, work) : not_written(target, errno);
   if (old != nullptr) static_cast<void>(!fchown(part.descriptor(), old->st_uid, old->st_gid));
   fchmod(part.descriptor(), old != nullptr ? old->st_mode & 0777 : usual_mode());
   return fetch_into(part, target, work, [&] { return part.move_to(path); });
