@@ -195,16 +195,19 @@ int SecureSocket::Connect() {
     return -1;
   }
   ERR_clear_error();
+  bool connected = false;
   std::string failure;
   if (!blocking) {
     TcpConnection made = connect_in_steps(connectTarget.str());
     bio = made.chain.release();
+    connected = bio != nullptr;
     failure = std::move(made.failure);
   } else {
     bio = BIO_new_connect(connectTarget.Ptr());
-    if (bio == nullptr || BIO_do_connect(bio) <= 0) failure = take_error_text(0);
+    connected = bio != nullptr && BIO_do_connect(bio) > 0;
+    if (!connected) failure = take_error_text(0);
   }
-  if (!failure.empty()) {
+  if (!connected) {
     report(kConnectLevel, failure_message, failure, connectTarget);
     return -1;
   }

@@ -59,8 +59,8 @@ class YINET_API sshClient {
   // An SFTP session for several operations, null when there is none to be had. It belongs to this object and ends with
   // closeFileTransferSession or disconnect.
   sftp_session_struct* initFileTransferSession();
-  void closeFileTransferSession(
-      sftp_session_struct* session);  // null is taken; a session that has ended is none of ours
+  // Null is taken; a session that has ended is none of ours.
+  void closeFileTransferSession(sftp_session_struct* session);
 
   // --- Operations. With null as session each makes one for itself -------------------------------------------------------
   // Writes the local file over the remote one, which gets mode 0705 when it is new, in pieces of kSshUploadChunk bytes. A
